@@ -1,0 +1,15 @@
+#include "riff/file_extent.h"
+
+#include "kelqavi.h"
+
+namespace kelq {
+
+int64_t bytes_left(FILE *stream) {
+    const int64_t here = file_tell(stream);
+    if (here < 0 || file_seek(stream, 0, 2) != 0) return -1;
+    const int64_t end = file_tell(stream);
+    if (file_seek(stream, here, 0) != 0 || end < 0) return -1;
+    return end > here ? end - here : 0;
+}
+
+}  // namespace kelq

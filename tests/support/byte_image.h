@@ -1,0 +1,102 @@
+// Builds little-endian byte images for tests and hands them to the library as
+// streams, so hostile and odd files can be written out byte by byte.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace kelqtest {
+
+class byte_image {
+public:
+    byte_image &u8(uint32_t v) {
+        bytes_.push_back(static_cast<uint8_t>(v));
+        return *this;
+    }
+    byte_image &u16(uint32_t v) { return u8(v).u8(v >> 8); }
+    byte_image &u32(uint32_t v) { return u16(v).u16(v >> 16); }
+    byte_image &u64(uint64_t v) { return u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32)); }
+    // Four characters as they stand in the file.
+    byte_image &id(const char *fourcc) {
+        for (int i = 0; i < 4; ++i) u8(static_cast<uint8_t>(fourcc[i]));
+        return *this;
+    }
+    byte_image &text(const std::string &s) {
+        for (char c : s) u8(static_cast<uint8_t>(c));
+        return *this;
+    }
+    byte_image &fill(size_t count, uint8_t value = 0) {
+        bytes_.insert(bytes_.end(), count, value);
+        return *this;
+    }
+    byte_image &raw(std::initializer_list<uint8_t> list) {
+        bytes_.insert(bytes_.end(), list);
+        return *this;
+    }
+    byte_image &append(const byte_image &other) {
+        bytes_.insert(bytes_.end(), other.bytes_.begin(), other.bytes_.end());
+        return *this;
+    }
+    // A whole chunk: id, size and body, plus a pad byte after an odd size.
+    byte_image &chunk(const char *fourcc, const byte_image &body, bool pad = true) {
+        id(fourcc).u32(static_cast<uint32_t>(body.size())).append(body);
+        if (pad && body.size() % 2 != 0) u8(0);
+        return *this;
+    }
+    // A LIST or RIFF whose size covers the type and the body.
+    byte_image &list(const char *fourcc, const char *type, const byte_image &body) {
+        id(fourcc).u32(static_cast<uint32_t>(body.size() + 4)).id(type).append(body);
+        return *this;
+    }
+
+    size_t size() const { return bytes_.size(); }
+    const std::vector<uint8_t> &bytes() const { return bytes_; }
+    std::vector<uint8_t> prefix(size_t n) const { return {bytes_.begin(), bytes_.begin() + static_cast<long>(n)}; }
+
+private:
+    std::vector<uint8_t> bytes_;
+};
+
+// A temporary file holding the bytes, positioned at its start; closed on scope exit.
+class temp_stream {
+public:
+    temp_stream() : f_(std::tmpfile()) {}
+    explicit temp_stream(const std::vector<uint8_t> &bytes) : f_(std::tmpfile()) {
+        if (f_ != nullptr && !bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), f_);
+        if (f_ != nullptr) std::rewind(f_);
+    }
+    explicit temp_stream(const byte_image &image) : temp_stream(image.bytes()) {}
+    ~temp_stream() {
+        if (f_ != nullptr) std::fclose(f_);
+    }
+    temp_stream(const temp_stream &) = delete;
+    temp_stream &operator=(const temp_stream &) = delete;
+
+    FILE *get() const { return f_; }
+    operator FILE *() const { return f_; }
+
+    // Every byte in the file, whatever the position; the position is kept.
+    std::vector<uint8_t> contents() const {
+        std::fflush(f_);
+        const long here = std::ftell(f_);
+        std::fseek(f_, 0, SEEK_END);
+        std::vector<uint8_t> out(static_cast<size_t>(std::ftell(f_)));
+        std::rewind(f_);
+        if (!out.empty() && std::fread(out.data(), 1, out.size(), f_) != out.size()) out.clear();
+        std::fseek(f_, here, SEEK_SET);
+        return out;
+    }
+    long tell() const { return std::ftell(f_); }
+
+private:
+    FILE *f_;
+};
+
+// A stream on which every write fails: a read-only stream.
+inline FILE *failing_write_stream() { return std::fopen("/dev/null", "rb"); }
+
+}  // namespace kelqtest
