@@ -1,14 +1,16 @@
 #!/bin/sh
 # Installs the Debian packages a job needs, only those that are missing.
-# Usage: install-deps.sh build|test   (run as root on Debian 12)
+# Usage: install-deps.sh build|test|bench  (run as root on Debian 12)
 set -eu
 build_packages="cmake ninja-build g++ gcc pkgconf"
 test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user ffmpeg"
+bench_packages="$build_packages libbenchmark-dev libavformat-dev strace"
 
 case "${1:-}" in
     build) wanted=$build_packages ;;
     test) wanted=$test_packages ;;
-    *) echo "usage: $0 build|test" >&2; exit 2 ;;
+    bench) wanted=$bench_packages ;;
+    *) echo "usage: $0 build|test|bench" >&2; exit 2 ;;
 esac
 
 missing=""
