@@ -1,0 +1,226 @@
+// Stream format (strf) records: video, audio, chapter and text caption; the
+// MPEG layer-3 extra bytes; padEven.
+#include <gtest/gtest.h>
+
+#include "record_test_util.h"
+
+using namespace kelqtest;
+
+namespace {
+
+const video_format sample_video = {40, 640, -480, 1, 24, make_fourCC("KQV1"), 921600, 2835, -1, 0x01020304, 7};
+
+const std::vector<uint8_t> sample_video_bytes = id_then(
+    "strf", {40, 0, 0, 0,   40, 0, 0, 0,   0x80, 0x02, 0, 0,   0x20, 0xFE, 0xFF, 0xFF,  // size, biSize, 640, -480
+             1, 0, 24, 0,   'K', 'Q', 'V', '1',   0x00, 0x10, 0x0E, 0x00,               // planes, bits, codec, image
+             0x13, 0x0B, 0, 0,   0xFF, 0xFF, 0xFF, 0xFF,   4, 3, 2, 1,   7, 0, 0, 0});
+
+audio_format pcm(uint16_t cb_size) {
+    audio_format a{};
+    a.format_tag = 1;
+    a.channels = 2;
+    a.samples_per_sec = 48000;
+    a.avg_bytes_per_sec = 192000;
+    a.block_align = 4;
+    a.bits_per_sample = 16;
+    a.cb_size = cb_size;
+    for (uint16_t i = 0; i < cb_size && i < sizeof a.extra; ++i) a.extra[i] = static_cast<uint8_t>(0xB0 + i);
+    return a;
+}
+
+// The fixed part of pcm(): everything before cbSize.
+const std::vector<uint8_t> pcm_fixed = {1, 0, 2, 0, 0x80, 0xBB, 0, 0, 0x00, 0xEE, 0x02, 0, 4, 0, 16, 0};
+
+}  // namespace
+
+TEST(VideoFormat, WritesLiteralBytesAndReadsThemBack) {
+    int result = -1;
+    EXPECT_EQ(written(write_header_strf_video, &sample_video, &result), sample_video_bytes);
+    EXPECT_EQ(result, 0);
+
+    temp_stream s(sample_video_bytes);
+    auto back = filled<video_format>(0xA5);
+    EXPECT_EQ(read_header_strf_video(&back, s), 0);
+    EXPECT_EQ(back, sample_video);
+    EXPECT_EQ(back.height, -480);
+    EXPECT_EQ(back.y_pels_per_meter, -1);
+    EXPECT_EQ(s.tell(), 48);
+}
+
+TEST(VideoFormat, ChunkSizeMustMatchBitmapHeaderSize) {
+    struct Case {
+        const char *id;
+        uint32_t size, bi_size;
+        int status;
+    } cases[] = {
+        {"strf", 40, 40, 0}, {"junk", 40, 40, 0},  // the id is not compared
+        {"strf", 44, 40, 1},                       // trailing bytes are reported, not read
+        {"strf", 40, 44, 1}, {"strf", 36, 36, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::to_string(c.size) + "/" + std::to_string(c.bi_size));
+        byte_image img;
+        img.id(c.id).u32(c.size).u32(c.bi_size);
+        for (size_t i = 12; i < sample_video_bytes.size(); ++i) img.u8(sample_video_bytes[i]);
+        temp_stream s(img.fill(4, 0xEE));
+        video_format r{};
+        EXPECT_EQ(read_header_strf_video(&r, s), c.status);
+        EXPECT_EQ(r.size, c.bi_size);
+        EXPECT_EQ(r.clr_important, 7u);
+        EXPECT_EQ(s.tell(), 48);
+    }
+}
+
+TEST(AudioFormat, WritesLiteralBytes) {
+    const audio_format plain = pcm(0), odd = pcm(3);
+    std::vector<uint8_t> expected = id_then("strf", {18, 0, 0, 0});
+    expected.insert(expected.end(), pcm_fixed.begin(), pcm_fixed.end());
+    expected.insert(expected.end(), {0, 0});
+    EXPECT_EQ(written(write_header_strf_audio, &plain), expected);
+
+    // An odd cbSize is followed by a zero pad byte that the size leaves out.
+    expected[4] = 21;
+    expected.resize(expected.size() - 2);
+    expected.insert(expected.end(), {3, 0, 0xB0, 0xB1, 0xB2, 0});
+    int result = -1;
+    EXPECT_EQ(written(write_header_strf_audio, &odd, &result), expected);
+    EXPECT_EQ(result, 0);
+}
+
+TEST(AudioFormat, RoundTripForEveryExtraLength) {
+    for (uint16_t cb = 0; cb <= 22; ++cb) {
+        SCOPED_TRACE(cb);
+        const audio_format a = pcm(cb);
+        temp_stream s;
+        ASSERT_EQ(write_header_strf_audio(&a, s), 0);
+        EXPECT_EQ(s.tell(), 26 + cb + cb % 2);
+        std::rewind(s);
+        audio_format back{};
+        EXPECT_EQ(read_header_strf_audio(&back, s), 0);
+        EXPECT_EQ(back, a);
+        EXPECT_EQ(s.tell(), 26 + cb);  // an odd cbSize's pad byte is not consumed
+    }
+}
+
+TEST(AudioFormat, ReaderHonoursSizeAndExtraCapacity) {
+    struct Case {
+        uint32_t size;
+        std::vector<uint8_t> tail;  // bytes after the fixed fields
+        uint16_t cb_size;
+        size_t extras_read;
+        int status;
+        long tell;
+    } cases[] = {
+        {16, {2, 0, 0x11, 0x22}, 0, 0, 0, 24},  // no cbSize: the next bytes are not read
+        {12, {2, 0, 0x11, 0x22}, 0, 0, 0, 24},
+        {18, {0, 0}, 0, 0, 0, 26},
+        {20, {2, 0, 0x11, 0x22}, 2, 2, 0, 28},
+        {40, {22, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22}, 22, 22, 0, 48},
+        {48, {30, 0, 1, 2, 3, 4}, 30, 0, 0, 26},  // more than the record holds: kept, none read
+        {18, {0xFF, 0xFF, 1, 2}, 0xFFFF, 0, 0, 26},
+        {22, {4, 0, 0x11, 0x22}, 4, 2, 1, 30},    // extra bytes cut off by the end of the file
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::to_string(c.size) + "/" + std::to_string(c.cb_size));
+        byte_image img;
+        img.id("strf").u32(c.size);
+        for (uint8_t b : pcm_fixed) img.u8(b);
+        for (uint8_t b : c.tail) img.u8(b);
+        temp_stream s(img);
+        auto r = filled<audio_format>(0xA5);
+        EXPECT_EQ(read_header_strf_audio(&r, s), c.status);
+        EXPECT_EQ(s.tell(), std::min<long>(c.tell, static_cast<long>(img.size())));
+        EXPECT_EQ(r.samples_per_sec, 48000u);
+        EXPECT_EQ(r.bits_per_sample, 16);
+        EXPECT_EQ(r.cb_size, c.cb_size);
+        for (size_t i = 0; i < sizeof r.extra; ++i)
+            EXPECT_EQ(r.extra[i], i < c.extras_read ? c.tail[2 + i] : 0xA5) << "extra byte " << i;
+    }
+}
+
+TEST(AudioFormat, ExtraLongerThanTheRecordWritesNothing) {
+    const audio_format a = pcm(23);
+    int result = 0;
+    EXPECT_TRUE(written(write_header_strf_audio, &a, &result).empty());
+    EXPECT_EQ(result, 1);
+}
+
+TEST(AudioFormat, CarriesMpegLayer3ExtraBytes) {
+    const mp3_format_extra mp3 = {1, 0x12345678, 417, 1, 1393};
+    uint8_t buffer[16];
+    std::memset(buffer, 0xEE, sizeof buffer);
+    strf_mp3_extra_to_buffer(&mp3, buffer);
+    const std::vector<uint8_t> expected = {1, 0, 0x78, 0x56, 0x34, 0x12, 0xA1, 0x01, 1, 0, 0x71, 0x05,
+                                           0xEE, 0xEE, 0xEE, 0xEE};
+    EXPECT_EQ(std::vector<uint8_t>(buffer, buffer + 16), expected);
+
+    audio_format a = pcm(12);
+    std::memcpy(a.extra, buffer, 12);
+    temp_stream s;
+    ASSERT_EQ(write_header_strf_audio(&a, s), 0);
+    std::rewind(s);
+    audio_format back{};
+    EXPECT_EQ(read_header_strf_audio(&back, s), 0);
+    EXPECT_EQ(back, a);
+}
+
+TEST(CaptionFormat, LastTwoValuesAreExchangedOnDisk) {
+    const caption_format chapter = {{1, 2, 3, 4}}, wide = {{0x0102, 0xA0B0, 0xFFFF, 0x8000}};
+    const auto expected = id_then("strf", {8, 0, 0, 0, 1, 0, 2, 0, 4, 0, 3, 0});
+    int result = -1;
+    EXPECT_EQ(written(write_header_strf_chapter, &chapter, &result), expected);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(written(write_header_strf_text_caption, &chapter), expected);
+    EXPECT_EQ(&write_header_strf_text_caption, &write_header_strf_chapter);  // one body, two names
+    EXPECT_EQ(written(write_header_strf_chapter, &wide),
+              id_then("strf", {8, 0, 0, 0, 0x02, 0x01, 0xB0, 0xA0, 0x00, 0x80, 0xFF, 0xFF}));
+
+    for (auto read : {read_header_strf_chapter, read_header_strf_text_caption}) {
+        for (const caption_format &c : {chapter, wide}) {
+            temp_stream s;
+            ASSERT_EQ(write_header_strf_text_caption(&c, s), 0);
+            std::rewind(s);
+            auto back = filled<caption_format>(0xA5);
+            EXPECT_EQ(read(&back, s), 0);
+            EXPECT_EQ(back, c);
+            EXPECT_EQ(s.tell(), 16);
+        }
+    }
+}
+
+TEST(CaptionFormat, ReaderChecksNeitherIdNorSize) {
+    temp_stream s(byte_image().id("xxxx").u32(99).u16(1).u16(2).u16(4).u8(3));  // last value cut short
+    caption_format r{};
+    EXPECT_EQ(read_header_strf_chapter(&r, s), 0);
+    EXPECT_EQ(r, (caption_format{{1, 2, 3, 4}}));
+    EXPECT_EQ(read_header_strf_chapter(&r, s), 1);  // nothing left
+}
+
+TEST(StreamFormat, NullRecordsAndFailingStreams) {
+    temp_stream s(sample_video_bytes);
+    EXPECT_EQ(read_header_strf_video(nullptr, s), 1);
+    EXPECT_EQ(read_header_strf_audio(nullptr, s), 1);
+    EXPECT_EQ(read_header_strf_chapter(nullptr, s), 1);
+    EXPECT_EQ(s.tell(), 0);
+    int r1 = 0, r2 = 0, r3 = 0;
+    EXPECT_TRUE(written(write_header_strf_video, static_cast<const video_format *>(nullptr), &r1).empty());
+    EXPECT_TRUE(written(write_header_strf_audio, static_cast<const audio_format *>(nullptr), &r2).empty());
+    EXPECT_TRUE(written(write_header_strf_chapter, static_cast<const caption_format *>(nullptr), &r3).empty());
+    EXPECT_EQ(r1 + r2 + r3, 3);
+
+    FILE *ro = failing_write_stream();
+    ASSERT_NE(ro, nullptr);
+    const audio_format a = pcm(3);
+    const caption_format c{};
+    EXPECT_EQ(write_header_strf_video(&sample_video, ro), 1);
+    EXPECT_EQ(write_header_strf_audio(&a, ro), 1);
+    EXPECT_EQ(write_header_strf_chapter(&c, ro), 1);
+    std::fclose(ro);
+}
+
+TEST(PadEven, RoundsAwayFromZeroToEven) {
+    const std::pair<int64_t, int64_t> cases[] = {
+        {0, 0}, {1, 2}, {7, 8}, {8, 8}, {-1, -2}, {-3, -4}, {-4, -4}, {0x7FFFFFFF, 0x80000000}, {0xFFFFFFFF, 0x100000000},
+    };
+    for (const auto &c : cases) EXPECT_EQ(padEven(c.first), c.second) << c.first;
+}
