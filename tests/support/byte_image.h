@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace kelqtest {
 
 class byte_image {
@@ -94,6 +96,38 @@ public:
 
 private:
     FILE *f_;
+};
+
+// A stream over a pipe that already holds the bytes and whose writing end is
+// closed: it reads like a file but has no position and cannot seek.
+class pipe_stream {
+public:
+    explicit pipe_stream(const std::vector<uint8_t> &bytes) {
+        int fds[2];
+        if (pipe(fds) != 0) return;
+        // Small images only: the pipe's buffer must take every byte at once.
+        size_t done = 0;
+        while (done < bytes.size()) {
+            const ssize_t n = ::write(fds[1], bytes.data() + done, bytes.size() - done);
+            if (n <= 0) break;
+            done += static_cast<size_t>(n);
+        }
+        ::close(fds[1]);
+        f_ = fdopen(fds[0], "rb");
+        if (f_ == nullptr) ::close(fds[0]);
+    }
+    explicit pipe_stream(const byte_image &image) : pipe_stream(image.bytes()) {}
+    ~pipe_stream() {
+        if (f_ != nullptr) std::fclose(f_);
+    }
+    pipe_stream(const pipe_stream &) = delete;
+    pipe_stream &operator=(const pipe_stream &) = delete;
+
+    FILE *get() const { return f_; }
+    operator FILE *() const { return f_; }
+
+private:
+    FILE *f_ = nullptr;
 };
 
 // A stream on which every write fails: a read-only stream.
