@@ -1,0 +1,275 @@
+// File wrappers and little-endian values on streams and byte buffers.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "kelqavi.h"
+#include "support/byte_image.h"
+
+using kelqtest::byte_image;
+using kelqtest::temp_stream;
+using bytes = std::vector<uint8_t>;
+
+namespace {
+
+// A file on disk for the calls that take a path; removed on scope exit.
+class temp_path {
+public:
+    explicit temp_path(const bytes &content) {
+        path_ = testing::TempDir() + "kelq_file_XXXXXX";
+        const int fd = mkstemp(&path_[0]);
+        if (fd >= 0) {
+            if (!content.empty() && ::write(fd, content.data(), content.size()) < 0) path_.clear();
+            ::close(fd);
+        }
+    }
+    ~temp_path() { std::remove(path_.c_str()); }
+    const char *c_str() const { return path_.c_str(); }
+
+private:
+    std::string path_;
+};
+
+bool exists(const char *path) {
+    FILE *f = std::fopen(path, "rb");
+    if (f != nullptr) std::fclose(f);
+    return f != nullptr;
+}
+
+// Reads a value of the given width into a destination primed with a sentinel;
+// returns the status and the destination as a 64-bit value.
+std::pair<int, uint64_t> read_width(int width, FILE *s) {
+    switch (width) {
+        case 1: { uint8_t v = 0xEE; int r = read_val8(&v, s); return {r, v}; }
+        case 2: { uint16_t v = 0xEEEE; int r = read_val16(&v, s); return {r, v}; }
+        case 4: { uint32_t v = 0xEEEEEEEEu; int r = read_val32(&v, s); return {r, v}; }
+        default: { uint64_t v = 0xEEEEEEEEEEEEEEEEull; int r = read_val64(&v, s); return {r, v}; }
+    }
+}
+
+uint64_t sentinel(int width) { return width == 8 ? ~0ull / 255 * 0xEE : (1ull << (8 * width)) / 255 * 0xEE; }
+
+}  // namespace
+
+TEST(FileValues, ShortReadsAtEndOfFileSucceedWithZeroHighBytes) {
+    // Every width, with anything from none to all of its bytes left in the file.
+    for (int width : {1, 2, 4, 8}) {
+        for (int left = 0; left <= width; ++left) {
+            SCOPED_TRACE("width " + std::to_string(width) + ", bytes left " + std::to_string(left));
+            byte_image img;
+            img.fill(3, 0x55);  // read from an offset, not from the start
+            for (int i = 0; i < left; ++i) img.u8(0xA1 + i);
+            temp_stream s(img);
+            ASSERT_EQ(file_seek(s, 3, 0), 0);
+            uint64_t expected = 0;
+            for (int i = left - 1; i >= 0; --i) expected = expected << 8 | static_cast<uint64_t>(0xA1 + i);
+            const auto got = read_width(width, s);
+            if (left == 0) {
+                EXPECT_EQ(got.first, 1);
+                EXPECT_EQ(got.second, sentinel(width)) << "destination must be left untouched";
+            } else {
+                EXPECT_EQ(got.first, 0);
+                EXPECT_EQ(got.second, expected);
+            }
+            EXPECT_EQ(file_tell(s), 3 + left);
+        }
+    }
+}
+
+TEST(FileValues, StatusesOfARunAreOred) {
+    temp_stream s(byte_image().u32(0x11223344).u16(0xBEEF));
+    uint32_t a = 0, b = 0;
+    uint16_t c = 7;
+    uint8_t d = 9;
+    int status = read_val32(&a, s);
+    status |= read_val32(&b, s);  // two bytes left: still a success
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(a, 0x11223344u);
+    EXPECT_EQ(b, 0xBEEFu);
+    status |= read_val16(&c, s);  // nothing left
+    status |= read_val8(&d, s);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(c, 7);
+    EXPECT_EQ(d, 9);
+    // A later good read does not clear what the run has gathered.
+    ASSERT_EQ(file_seek(s, 0, 0), 0);
+    status |= read_val8(&d, s);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(d, 0x44);
+}
+
+TEST(FileValues, NullDestinationReadsAndDiscards) {
+    temp_stream s(byte_image().u64(1).u8(2));
+    EXPECT_EQ(read_val32(nullptr, s), 0);
+    EXPECT_EQ(read_val16(nullptr, s), 0);
+    EXPECT_EQ(read_val8(nullptr, s), 0);
+    EXPECT_EQ(file_tell(s), 7);
+    EXPECT_EQ(read_val64(nullptr, s), 0);  // 2 of 8 bytes
+    EXPECT_EQ(read_val64(nullptr, s), 1);
+}
+
+TEST(FileValues, NullStreamFailsEverywhere) {
+    uint32_t v = 5;
+    EXPECT_EQ(read_val32(&v, nullptr), 1);
+    EXPECT_EQ(v, 5u);
+    EXPECT_EQ(write_val32(1, nullptr), 1);
+    EXPECT_EQ(file_seek(nullptr, 0, 0), 1);
+    EXPECT_LT(file_tell(nullptr), 0);
+    EXPECT_EQ(file_eof(nullptr), 1);
+    EXPECT_EQ(file_close(nullptr), 1);
+    EXPECT_EQ(file_read(nullptr, &v, 4), 0u);
+    EXPECT_EQ(file_write(nullptr, &v, 4), 0u);
+}
+
+TEST(FileValues, WritesAreLittleEndianWhateverTheHost) {
+    temp_stream s;
+    EXPECT_EQ(write_val8(0x1FF, s), 0);  // low 8 bits only
+    EXPECT_EQ(write_val16(0x12345, s), 0);  // low 16 bits only
+    EXPECT_EQ(write_val32(0xA1B2C3D4u, s), 0);
+    EXPECT_EQ(write_val64(0x0102030405060708ull, s), 0);
+    EXPECT_EQ(write_fourCC(make_fourCC("RIFF"), s), 0);
+    const bytes expected = {0xFF, 0x45, 0x23, 0xD4, 0xC3, 0xB2, 0xA1, 0x08, 0x07, 0x06,
+                            0x05, 0x04, 0x03, 0x02, 0x01, 'R',  'I',  'F',  'F'};
+    EXPECT_EQ(s.contents(), expected);
+
+    // And every value reads back as written.
+    ASSERT_EQ(file_seek(s, 0, 0), 0);
+    uint8_t v8 = 0;
+    uint16_t v16 = 0;
+    uint32_t v32 = 0, cc = 0;
+    uint64_t v64 = 0;
+    EXPECT_EQ(read_val8(&v8, s) | read_val16(&v16, s) | read_val32(&v32, s) | read_val64(&v64, s) |
+                  read_fourCC(&cc, s),
+              0);
+    EXPECT_EQ(v8, 0xFF);
+    EXPECT_EQ(v16, 0x2345);
+    EXPECT_EQ(v32, 0xA1B2C3D4u);
+    EXPECT_EQ(v64, 0x0102030405060708ull);
+    EXPECT_EQ(cc, 0x46464952u);
+}
+
+TEST(FileValues, BufferConversions) {
+    const uint8_t ff[2] = {0xFF, 0xFF};
+    EXPECT_EQ(str2short(ff), 65535);
+    const uint8_t b8[8] = {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81};
+    EXPECT_EQ(str2short(b8), 0x0708);
+    EXPECT_EQ(str2long(b8), 0x05060708u);
+    EXPECT_EQ(str2longlong(b8), 0x8102030405060708ull);
+    const uint8_t hi[4] = {0x00, 0x00, 0x00, 0xFF};
+    EXPECT_EQ(str2long(hi), 0xFF000000u);
+
+    uint8_t out[8] = {};
+    short2str(0xBEEF, out);
+    EXPECT_EQ(bytes(out, out + 2), (bytes{0xEF, 0xBE}));
+    long2str(0xDEADBEEFu, out);
+    EXPECT_EQ(bytes(out, out + 4), (bytes{0xEF, 0xBE, 0xAD, 0xDE}));
+    longlong2str(0x8102030405060708ull, out);
+    EXPECT_EQ(bytes(out, out + 8), bytes(b8, b8 + 8));
+}
+
+TEST(FileValues, WriteFailuresReportOne) {
+    FILE *ro = kelqtest::failing_write_stream();
+    ASSERT_NE(ro, nullptr);
+    EXPECT_EQ(write_val8(1, ro), 1);
+    EXPECT_EQ(write_val16(1, ro), 1);
+    EXPECT_EQ(write_val32(1, ro), 1);
+    EXPECT_EQ(write_val64(1, ro), 1);
+    EXPECT_EQ(write_fourCC(1, ro), 1);
+    std::fclose(ro);
+}
+
+TEST(FileAccess, SeekOriginsAndBadOrigins) {
+    temp_stream s(byte_image().fill(100));
+    EXPECT_EQ(file_seek(s, 10, 0), 0);
+    EXPECT_EQ(file_seek(s, 5, 1), 0);
+    EXPECT_EQ(file_tell(s), 15);
+    EXPECT_EQ(file_seek(s, -2, 2), 0);
+    EXPECT_EQ(file_tell(s), 98);
+    for (int origin : {3, -1, 42}) {
+        EXPECT_EQ(file_seek(s, 0, origin), 1);
+        EXPECT_EQ(file_tell(s), 98) << "origin " << origin << " moved the stream";
+    }
+    EXPECT_EQ(file_seek(s, -1, 0), 1);
+    EXPECT_EQ(file_tell(s), 98);
+    // 64-bit offsets go through unharmed.
+    EXPECT_EQ(file_seek(s, 0x100000010ll, 0), 0);
+    EXPECT_EQ(file_tell(s), 0x100000010ll);
+}
+
+TEST(FileAccess, ReadWriteEofAndError) {
+    temp_stream s(byte_image().raw({1, 2, 3}));
+    uint8_t buf[8] = {};
+    EXPECT_EQ(file_eof(s), 0);
+    EXPECT_EQ(file_read(s, buf, 8), 3u);
+    EXPECT_EQ(file_eof(s), 1);
+    EXPECT_EQ(file_error(s), 0);
+    ASSERT_EQ(file_seek(s, 0, 2), 0);
+    EXPECT_EQ(file_write(s, buf, 2), 2u);
+    EXPECT_EQ(s.contents(), (bytes{1, 2, 3, 1, 2}));
+
+    FILE *ro = kelqtest::failing_write_stream();
+    ASSERT_NE(ro, nullptr);
+    EXPECT_EQ(file_write(ro, buf, 2), 0u);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(file_error(ro), 1);
+    EXPECT_EQ(file_error(nullptr), 1);
+    const std::string printed = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(printed.rfind("file error", 0), 0u) << printed;
+    EXPECT_EQ(printed.find("file error", 1), std::string::npos) << "one message only: " << printed;
+    std::fclose(ro);
+}
+
+TEST(FileAccess, OpenModes) {
+    const bytes content = {'a', 'b', 'c', 'd', 'e'};
+    uint8_t buf[8] = {};
+    for (int mode : {0, 2}) {  // read only, from the start
+        temp_path p(content);
+        FILE *f = file_open(p.c_str(), mode);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(file_tell(f), 0);
+        EXPECT_EQ(file_read(f, buf, 8), 5u);
+        EXPECT_EQ(file_write(f, buf, 1), 0u);
+        EXPECT_EQ(file_close(f), 0);
+    }
+    for (int mode : {1, 3}) {  // created or truncated, written from the start
+        temp_path p(content);
+        FILE *f = file_open(p.c_str(), mode);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(file_tell(f), 0);
+        EXPECT_EQ(write_val16(0x5958, f), 0);
+        EXPECT_EQ(file_close(f), 0);
+        f = file_open(p.c_str(), 0);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(file_read(f, buf, 8), 2u);
+        EXPECT_EQ(buf[0], 'X');
+        EXPECT_EQ(file_close(f), 0);
+    }
+    {
+        // Update: positioned at the end, so writing extends the file; reading
+        // and rewriting earlier bytes is allowed.
+        temp_path p(content);
+        FILE *f = file_open(p.c_str(), 4);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(file_tell(f), 5);
+        EXPECT_EQ(write_val8('f', f), 0);
+        EXPECT_EQ(file_seek(f, 0, 0), 0);
+        EXPECT_EQ(write_val8('A', f), 0);
+        EXPECT_EQ(file_seek(f, 0, 0), 0);
+        EXPECT_EQ(file_read(f, buf, 8), 6u);
+        EXPECT_EQ(bytes(buf, buf + 6), (bytes{'A', 'b', 'c', 'd', 'e', 'f'}));
+        EXPECT_EQ(file_close(f), 0);
+    }
+    {
+        temp_path p({});
+        std::remove(p.c_str());
+        EXPECT_EQ(file_open(p.c_str(), 0), nullptr);
+        EXPECT_EQ(file_open(p.c_str(), 4), nullptr) << "update needs an existing file";
+        for (int mode : {-1, 5, 6, 100}) {
+            EXPECT_EQ(file_open(p.c_str(), mode), nullptr) << "mode " << mode;
+            EXPECT_FALSE(exists(p.c_str())) << "mode " << mode << " created the file";
+        }
+        EXPECT_EQ(file_open(nullptr, 0), nullptr);
+    }
+}
