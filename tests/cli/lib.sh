@@ -1,0 +1,109 @@
+# Helpers shared by the tool's test scripts (bash). A script sources this file
+# and is run as: script.sh [EMULATOR...] TOOL. The arguments, all together,
+# are the command that runs the tool (under qemu-user when cross-compiled).
+
+tool=("$@")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+checks=0
+
+# Runs the tool with the given arguments: stdout to $work/out, stderr to
+# $work/err, exit status to $status.
+kq() {
+    status=0
+    "${tool[@]}" "$@" > "$work/out" 2> "$work/err" || status=$?
+}
+
+fail() {
+    failures=$((failures + 1))
+    echo "FAIL: $*"
+}
+
+check() {  # check DESCRIPTION COMMAND... : passes when the command succeeds
+    local what=$1
+    shift
+    checks=$((checks + 1))
+    "$@" || fail "$what"
+}
+
+expect_status() {  # expect_status N DESCRIPTION
+    checks=$((checks + 1))
+    if [ "$status" -ne "$1" ]; then
+        fail "$2: exit status $status, expected $1"
+        sed 's/^/  stdout: /' "$work/out" | head -n 20
+        sed 's/^/  stderr: /' "$work/err" | head -n 20
+    fi
+}
+
+has() { grep -q -e "$1" "$work/out"; }                 # stdout holds a line matching the regex
+has_not() { ! grep -q -e "$1" "$work/out"; }
+err_is() { [ "$(cat "$work/err")" = "$1" ]; }            # stderr is exactly this one line
+err_one_line() { [ "$(wc -l < "$work/err")" -eq 1 ] && grep -q '^kelqavi: ' "$work/err"; }
+out_empty() { [ ! -s "$work/out" ]; }
+count() { grep -c -e "$1" "$work/out" || true; }
+
+# The row of the table whose offset column is $1, with the tree drawing and
+# notes as printed.
+row_at() { grep -E "^ *$1  " "$work/out" | head -n 1; }
+
+# Little-endian 32-bit value as four raw bytes.
+le32() {
+    local n=$1
+    printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $((n & 255)) $((n >> 8 & 255)) $((n >> 16 & 255)) $((n >> 24 & 255)))"
+}
+
+# chunk ID DATA: a whole chunk with its size and, after odd data, a pad byte.
+# DATA is plain text.
+chunk() {
+    printf '%s' "$1"
+    le32 ${#2}
+    printf '%s' "$2"
+    if [ $((${#2} % 2)) -eq 1 ]; then printf '\0'; fi
+}
+
+# The JSON output in $work/out is well formed. With python3 at hand, a real
+# parser says so; without it, a rough check: braces and brackets balance and
+# every chunk line has the fields a chunk must have.
+json_ok() {
+    if command -v python3 > /dev/null 2>&1; then
+        python3 -m json.tool "$work/out" > /dev/null
+        return
+    fi
+    local text
+    text=$(tr -d '\n' < "$work/out" | sed 's/"[^"]*"//g')
+    [ "$(printf '%s' "$text" | tr -cd '{' | wc -c)" -eq "$(printf '%s' "$text" | tr -cd '}' | wc -c)" ] &&
+        [ "$(printf '%s' "$text" | tr -cd '[' | wc -c)" -eq "$(printf '%s' "$text" | tr -cd ']' | wc -c)" ] &&
+        ! grep '"offset"' "$work/out" | grep -v -q '"size": [0-9]*, "pad": "[a-z]*", "status": "[a-z_]*"'
+}
+
+# With python3 at hand: every list in the JSON output in $work/out is tiled
+# exactly by its children (the first at the list's offset + 12, each next one
+# right after the previous chunk and its pad byte, the last ending where the
+# list ends), and so are the top-level chunks of the whole file. Without
+# python3 it passes.
+json_tiles() {
+    command -v python3 > /dev/null 2>&1 || return 0
+    python3 - "$work/out" <<'EOF'
+import json, sys
+tree = json.load(open(sys.argv[1]))
+def span(c):
+    return 8 + c["size"] + (c["size"] & 1)
+def tile(children, begin, end, where):
+    pos = begin
+    for c in children:
+        assert c["offset"] == pos, f"{where}: chunk at {c['offset']}, expected {pos}"
+        assert c["status"] == "ok", f"{where}: chunk at {pos} is {c['status']}"
+        if c["kind"] == "list":
+            tile(c.get("children", []), pos + 12, pos + 8 + c["size"], f"list at {pos}")
+        pos += span(c)
+    # A list's size may leave out the pad byte of its last chunk.
+    assert pos in (end, end + 1), f"{where}: chunks end at {pos}, expected {end}"
+tile(tree["chunks"], 0, tree["file_size"], "file")
+EOF
+}
+
+finish() {
+    echo "$checks checks, $failures failed"
+    [ "$failures" -eq 0 ]
+}
