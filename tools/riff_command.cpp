@@ -139,6 +139,8 @@ private:
         riff_entry entry;
         entry.offset = position;
         entry.depth = static_cast<uint16_t>(depth);
+        // At least 8 bytes are there (12 where the type is used), so the reads
+        // succeed; a read error shows in the stream's error flag afterwards.
         uint32_t read_status = 0;
         file_seek(stream_, position, 0);
         chunk_look_ahead(stream_, &entry.id, &entry.size, &entry.list_type, &read_status);
@@ -187,13 +189,15 @@ private:
     // within the bytes it may have: its own size, cut back to what its parent
     // and the file hold when it claims more.
     void enter_list(list_node *parent, int64_t index, int64_t data_end, const walk_bounds &bounds, int depth) {
-        riff_entry &entry = entries_[static_cast<size_t>(index)];
-        file_seek(stream_, entry.offset, 0);
+        // The contents are appended to entries_, so no reference into it may
+        // be held across the walk below.
+        const int64_t offset = entries_[static_cast<size_t>(index)].offset;
+        file_seek(stream_, offset, 0);
         list_node *node = new_list(parent, stream_);
         if (node == nullptr) return;  // cannot happen with 12 bytes known to be there; shown as not entered
-        entry.list_type = node->type;
-        entry.flags |= flag_entered;
-        const int64_t begin = entry.offset + list_header_size;
+        entries_[static_cast<size_t>(index)].list_type = node->type;
+        entries_[static_cast<size_t>(index)].flags |= flag_entered;
+        const int64_t begin = offset + list_header_size;
         const walk_bounds inner = data_end <= bounds.limit
                                       ? walk_bounds{data_end, true, entry_status::past_parent, index}
                                       : walk_bounds{bounds.limit, false, bounds.past, bounds.owner};
@@ -220,7 +224,8 @@ private:
     }
 
     void mark_last_siblings() {
-        // last[d]: the latest entry seen at depth d, while its list is still open.
+        // latest[d]: the latest entry seen at depth d while its list is still
+        // open; a newer one at the same depth means it was not the last.
         std::vector<int64_t> latest(nesting_limit + 1, -1);
         for (size_t i = 0; i < entries_.size(); ++i) {
             riff_entry &entry = entries_[i];
