@@ -15,7 +15,8 @@ extern "C" {
 int read_header_avih(avi_main_header *r, FILE *stream) {
     if (r == nullptr) return 1;
     uint32_t id = 0, size = 0;
-    int status = read_fourCC(&id, stream) | read_val32(&size, stream);
+    int status = read_fourCC(&id, stream);
+    status |= read_val32(&size, stream);
     status |= kelq::read_fields(stream, r->micro_sec_per_frame, r->max_bytes_per_sec, r->padding_granularity,
                                 r->flags, r->total_frames, r->initial_frames, r->streams,
                                 r->suggested_buffer_size, r->width, r->height, r->reserved[0], r->reserved[1],
@@ -30,7 +31,8 @@ int32_t write_header_avih(const avi_main_header *r, FILE *stream) {
     if (r == nullptr) return -1;
     uint32_t ignored = 0;
     const int64_t size_pos = chunk_start(stream, &ignored);
-    int status = write_fourCC(id_avih, stream) | write_val32(kelq::avih_size, stream);
+    int status = write_fourCC(id_avih, stream);
+    status |= write_val32(kelq::avih_size, stream);
     status |= kelq::write_fields(stream, r->micro_sec_per_frame, r->max_bytes_per_sec, r->padding_granularity,
                                  r->flags, r->total_frames, r->initial_frames, r->streams,
                                  r->suggested_buffer_size, r->width, r->height, r->reserved[0],
@@ -41,7 +43,8 @@ int32_t write_header_avih(const avi_main_header *r, FILE *stream) {
 int read_header_strh(avi_stream_header *r, FILE *stream) {
     if (r == nullptr) return 1;
     uint32_t id = 0, size = 0;
-    int status = read_fourCC(&id, stream) | read_val32(&size, stream);
+    int status = read_fourCC(&id, stream);
+    status |= read_val32(&size, stream);
     status |= kelq::read_fields(stream, r->type, r->handler, r->flags, r->priority, r->language,
                                 r->initial_frames, r->scale, r->rate, r->start, r->length,
                                 r->suggested_buffer_size, r->quality, r->sample_size, r->frame_left,
@@ -60,7 +63,8 @@ int read_header_strh(avi_stream_header *r, FILE *stream) {
 
 int write_header_strh(const avi_stream_header *r, FILE *stream) {
     if (r == nullptr) return 1;
-    int status = write_fourCC(id_strh, stream) | write_val32(kelq::strh_size, stream);
+    int status = write_fourCC(id_strh, stream);
+    status |= write_val32(kelq::strh_size, stream);
     status |= kelq::write_fields(stream, r->type, r->handler, r->flags, r->priority, r->language,
                                  r->initial_frames, r->scale, r->rate, r->start, r->length,
                                  r->suggested_buffer_size, r->quality, r->sample_size, r->frame_left,

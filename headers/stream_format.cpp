@@ -22,7 +22,8 @@ extern "C" {
 int read_header_strf_video(video_format *r, FILE *stream) {
     if (r == nullptr) return 1;
     uint32_t id = 0, size = 0;
-    int status = read_fourCC(&id, stream) | read_val32(&size, stream);
+    int status = read_fourCC(&id, stream);
+    status |= read_val32(&size, stream);
     status |= kelq::read_fields(stream, r->size, r->width, r->height, r->planes, r->bit_count, r->compression,
                                 r->size_image, r->x_pels_per_meter, r->y_pels_per_meter, r->clr_used,
                                 r->clr_important);
@@ -33,7 +34,8 @@ int read_header_strf_video(video_format *r, FILE *stream) {
 
 int write_header_strf_video(const video_format *r, FILE *stream) {
     if (r == nullptr) return 1;
-    int status = write_fourCC(id_strf, stream) | write_val32(kelq::strf_video_size, stream);
+    int status = write_fourCC(id_strf, stream);
+    status |= write_val32(kelq::strf_video_size, stream);
     status |= kelq::write_fields(stream, r->size, r->width, r->height, r->planes, r->bit_count, r->compression,
                                  r->size_image, r->x_pels_per_meter, r->y_pels_per_meter, r->clr_used,
                                  r->clr_important);
@@ -43,7 +45,8 @@ int write_header_strf_video(const video_format *r, FILE *stream) {
 int read_header_strf_audio(audio_format *r, FILE *stream) {
     if (r == nullptr) return 1;
     uint32_t id = 0, size = 0;
-    int status = read_fourCC(&id, stream) | read_val32(&size, stream);
+    int status = read_fourCC(&id, stream);
+    status |= read_val32(&size, stream);
     status |= kelq::read_fields(stream, r->format_tag, r->channels, r->samples_per_sec, r->avg_bytes_per_sec,
                                 r->block_align, r->bits_per_sample);
     if (size <= kelq::strf_audio_fixed_size) {
@@ -59,7 +62,8 @@ int read_header_strf_audio(audio_format *r, FILE *stream) {
 
 int write_header_strf_audio(const audio_format *r, FILE *stream) {
     if (r == nullptr || r->cb_size > kelq::strf_audio_extra_capacity) return 1;
-    int status = write_fourCC(id_strf, stream) | write_val32(kelq::strf_audio_base_size + r->cb_size, stream);
+    int status = write_fourCC(id_strf, stream);
+    status |= write_val32(kelq::strf_audio_base_size + r->cb_size, stream);
     status |= kelq::write_fields(stream, r->format_tag, r->channels, r->samples_per_sec, r->avg_bytes_per_sec,
                                  r->block_align, r->bits_per_sample, r->cb_size);
     status |= file_write(stream, r->extra, r->cb_size) == r->cb_size ? 0 : 1;
@@ -71,14 +75,16 @@ int write_header_strf_audio(const audio_format *r, FILE *stream) {
 // On disk the last two values are exchanged: memory order 0, 1, 3, 2.
 int read_header_strf_chapter(caption_format *r, FILE *stream) {
     if (r == nullptr) return 1;
-    int status = read_fourCC(nullptr, stream) | read_val32(nullptr, stream);
+    int status = read_fourCC(nullptr, stream);
+    status |= read_val32(nullptr, stream);
     status |= kelq::read_fields(stream, r->value[0], r->value[1], r->value[3], r->value[2]);
     return status;
 }
 
 int write_header_strf_chapter(const caption_format *r, FILE *stream) {
     if (r == nullptr) return 1;
-    int status = write_fourCC(id_strf, stream) | write_val32(kelq::strf_caption_size, stream);
+    int status = write_fourCC(id_strf, stream);
+    status |= write_val32(kelq::strf_caption_size, stream);
     status |= kelq::write_fields(stream, r->value[0], r->value[1], r->value[3], r->value[2]);
     return status;
 }

@@ -44,7 +44,8 @@ int write_header_strn(const stream_name *r, FILE *stream) {
     if (r == nullptr || r->length < 0 || (r->name == nullptr && r->length > 0)) return 1;
     const uint32_t length = static_cast<uint32_t>(r->length);
     // Unlike a format's pad byte, the name's pad byte is counted in the size.
-    int status = write_fourCC(id_strn, stream) | write_val32(static_cast<uint32_t>(padEven(length)), stream);
+    int status = write_fourCC(id_strn, stream);
+    status |= write_val32(static_cast<uint32_t>(padEven(length)), stream);
     if (length > 0) status |= file_write(stream, r->name, length) == length ? 0 : 1;
     if (length % 2 != 0) status |= write_val8(0, stream);
     return status;
@@ -55,7 +56,9 @@ int read_header_strd_video(stream_data_block *r, FILE *stream) {
     uint32_t id = 0;
     int status = read_fourCC(&id, stream);
     if (!fourCC_equal(id, id_strd)) return 1;
-    status |= read_val32(nullptr, stream) | read_val32(&r->header, stream) | read_val32(&r->size, stream);
+    status |= read_val32(nullptr, stream);
+    status |= read_val32(&r->header, stream);
+    status |= read_val32(&r->size, stream);
     r->data = nullptr;
     const int64_t left = kelq::bytes_left(stream);
     if (left < 0 || r->size > static_cast<uint64_t>(left)) {
@@ -75,8 +78,10 @@ int read_header_strd_video(stream_data_block *r, FILE *stream) {
 int write_header_strd_video(const stream_data_block *r, FILE *stream) {
     if (r == nullptr) return 0;
     if (r->data == nullptr && r->size != 0) return 1;
-    int status = write_fourCC(id_strd, stream) | write_val32(r->size + kelq::strd_prefix_size, stream);
-    status |= write_val32(r->header, stream) | write_val32(r->size, stream);
+    int status = write_fourCC(id_strd, stream);
+    status |= write_val32(r->size + kelq::strd_prefix_size, stream);
+    status |= write_val32(r->header, stream);
+    status |= write_val32(r->size, stream);
     if (r->size > 0) status |= file_write(stream, r->data, r->size) == r->size ? 0 : 1;
     return status;
 }

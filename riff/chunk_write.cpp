@@ -22,7 +22,10 @@ bool failed_before(const uint32_t *status) { return status != nullptr && *status
 
 int64_t write_header_with_placeholder(uint32_t id, uint32_t type, FILE *stream, uint32_t *status) {
     const int64_t size_pos = chunk_start(stream, status);
-    or_status(status, write_fourCC(id, stream) | write_val32(placeholder_size, stream) | write_fourCC(type, stream));
+    int result = write_fourCC(id, stream);
+    result |= write_val32(placeholder_size, stream);
+    result |= write_fourCC(type, stream);
+    or_status(status, result);
     return size_pos;
 }
 
@@ -75,7 +78,8 @@ uint32_t data_chunk(uint32_t id, const void *data, uint32_t size, FILE *stream, 
         *word |= 1;
         return *word;
     }
-    int result = write_fourCC(id, stream) | write_val32(size, stream);
+    int result = write_fourCC(id, stream);
+    result |= write_val32(size, stream);
     if (size != 0) result |= file_write(stream, data, size) == size ? 0 : 1;
     if (size % 2 != 0) result |= write_val8(0, stream);
     *word |= static_cast<uint32_t>(result);

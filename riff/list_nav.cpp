@@ -23,8 +23,10 @@ list_node *new_list(list_node *parent, FILE *stream) {
     node->start = file_tell(stream);
     node->id = 0;
     node->type = 0;
-    node->status = static_cast<uint32_t>(read_fourCC(&node->id, stream) | read_val32(&size, stream) |
-                                         read_fourCC(&node->type, stream));
+    int status = read_fourCC(&node->id, stream);
+    status |= read_val32(&size, stream);
+    status |= read_fourCC(&node->type, stream);
+    node->status = static_cast<uint32_t>(status);
     node->size = size;
     node->next_pos = file_tell(stream);
     node->depth = parent != nullptr ? parent->depth + 1 : 1;
@@ -40,7 +42,8 @@ uint32_t next_chunk_in_list(list_node *node) {
     FILE *stream = node->stream;
     uint32_t id = 0, size = 0;
     int status = file_seek(stream, node->next_pos, 0);
-    status |= read_fourCC(&id, stream) | read_val32(&size, stream);
+    status |= read_fourCC(&id, stream);
+    status |= read_val32(&size, stream);
     status |= file_seek(stream, node->next_pos, 0);
     const int64_t padded = padEven(static_cast<int64_t>(size));
     node->next_pos = file_tell(stream) + padded + chunk_header_size;
@@ -72,7 +75,9 @@ void delete_list_recursive(list_node *node) {
 }
 
 int chunk_look_ahead(FILE *stream, uint32_t *id, uint32_t *size, uint32_t *type, uint32_t *status) {
-    const int reads = read_fourCC(id, stream) | read_val32(size, stream) | read_fourCC(type, stream);
+    int reads = read_fourCC(id, stream);
+    reads |= read_val32(size, stream);
+    reads |= read_fourCC(type, stream);
     if (status != nullptr) *status |= static_cast<uint32_t>(reads);
     return file_seek(stream, -list_header_size, 1);
 }

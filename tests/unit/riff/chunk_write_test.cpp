@@ -37,7 +37,8 @@ TEST(ChunkWrite, SizePatchingReturnsToWhereItWas) {
         uint32_t status = 0;
         const int64_t size_pos = chunk_start(w.s, &status);
         EXPECT_EQ(size_pos, static_cast<int64_t>(at) + 4);
-        EXPECT_EQ(write_fourCC(make_fourCC("strd"), w.s) | write_val32(0xFFFFFFFFu, w.s), 0);
+        EXPECT_EQ(write_fourCC(make_fourCC("strd"), w.s), 0);
+        EXPECT_EQ(write_val32(0xFFFFFFFFu, w.s), 0);
         const uint8_t payload[11] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
         ASSERT_EQ(file_write(w.s, payload, 10), 10u);
         chunk_end(size_pos, w.s, &status);
@@ -45,7 +46,8 @@ TEST(ChunkWrite, SizePatchingReturnsToWhereItWas) {
         EXPECT_EQ(file_tell(w.s), static_cast<int64_t>(at) + 18);
         // Writing goes on where it stopped; no pad byte was added for the odd 11.
         const int64_t second = chunk_start(w.s, &status);
-        EXPECT_EQ(write_fourCC(make_fourCC("odd "), w.s) | write_val32(0, w.s), 0);
+        EXPECT_EQ(write_fourCC(make_fourCC("odd "), w.s), 0);
+        EXPECT_EQ(write_val32(0, w.s), 0);
         ASSERT_EQ(file_write(w.s, payload, 11), 11u);
         chunk_end(second, w.s, &status);
         const bytes b = w.s.contents();

@@ -140,9 +140,11 @@ TEST(FileValues, WritesAreLittleEndianWhateverTheHost) {
     uint16_t v16 = 0;
     uint32_t v32 = 0, cc = 0;
     uint64_t v64 = 0;
-    EXPECT_EQ(read_val8(&v8, s) | read_val16(&v16, s) | read_val32(&v32, s) | read_val64(&v64, s) |
-                  read_fourCC(&cc, s),
-              0);
+    EXPECT_EQ(read_val8(&v8, s), 0);
+    EXPECT_EQ(read_val16(&v16, s), 0);
+    EXPECT_EQ(read_val32(&v32, s), 0);
+    EXPECT_EQ(read_val64(&v64, s), 0);
+    EXPECT_EQ(read_fourCC(&cc, s), 0);
     EXPECT_EQ(v8, 0xFF);
     EXPECT_EQ(v16, 0x2345);
     EXPECT_EQ(v32, 0xA1B2C3D4u);
