@@ -323,6 +323,143 @@ typedef struct caption_stream_format { /* text subtitles and chapters; 16 bytes 
     char *name;
 } caption_stream_format;
 
+/* ------------------------------------------------------------------------
+ * Reader.
+ * Stream numbers are the order of the "strl" lists, from 0. Stream kinds use
+ * the chunk type codes: 1 audio, 3 video, 5 text caption, 6 bitmap caption,
+ * 7 chapter, 0 unclassified.
+ * ------------------------------------------------------------------------ */
+
+typedef struct aviin_handle aviin_handle;          /* opaque to applications */
+
+/* Opens an AVI file read-only, parses its header lists and stands at the
+ * first chunk of the first "movi" list. swapped_ids non-zero also accepts
+ * chunk ids written type first ("dc00"). Null on any failure: no file, not a
+ * RIFF "AVI ", a bad header list, more than 19 streams or 12 of a kind, no
+ * non-empty "movi". Blocks taken from the file (names, strd, menu and
+ * metadata blocks) are never allocated beyond the bytes the file holds. */
+KELQAVI_API aviin_handle *aviin_open(const char *path, uint32_t swapped_ids);
+/* Releases the handle and all it owns; null does nothing. */
+KELQAVI_API void aviin_close(aviin_handle *h);
+
+/* stream_count = streams met; strd_count = video streams carrying a strd block. */
+KELQAVI_API int aviin_get_summary(aviin_handle *h, int32_t *stream_count, int32_t *strd_count);
+/* Kind of a stream (see above). Not checked against the streams met (an
+ * unused slot gives 0); 1 only for a stream number above 19. */
+KELQAVI_API int aviin_get_chunk_type(aviin_handle *h, uint32_t stream, uint32_t *kind);
+/* The strd block of the video entry named by the stream's index within its
+ * kind (ask video streams only); the pointer stays the handle's. 1 only for a
+ * stream number above 19. */
+KELQAVI_API int aviin_get_strd_info(aviin_handle *h, uint32_t stream, uint8_t **data, int32_t *size);
+/* The "MTDA" payload and the whole "MENU" chunk (header included, size + 8
+ * bytes) of the main RIFF; null and 0 when absent; the handle's memory. */
+KELQAVI_API int aviin_get_metadata_info(aviin_handle *h, uint8_t **data, int32_t *size);
+KELQAVI_API int aviin_get_menu_info(aviin_handle *h, uint8_t **data, int32_t *size);
+/* Copies of a stream's format; 1 when the stream is out of range. A copy whose
+ * name_length is positive carries a fresh name block the caller frees; every
+ * other pointer in it stays the handle's. Ask each stream with the getter of
+ * its kind: the stream's entry in that kind's table is what is copied. A
+ * bitmap caption's name block is not NUL-terminated (use name_length). The
+ * video getters also give the stream's length in frames. */
+KELQAVI_API int aviin_get_chapter_format(aviin_handle *h, int32_t stream, caption_stream_format *out);
+KELQAVI_API int aviin_get_text_caption_format(aviin_handle *h, int32_t stream, caption_stream_format *out);
+KELQAVI_API int aviin_get_audio_format(aviin_handle *h, int32_t stream, audio_stream_format *out);
+KELQAVI_API int aviin_get_video_format(aviin_handle *h, int32_t stream, video_stream_format *out,
+                                       uint32_t *length);
+KELQAVI_API int aviin_get_bitmap_caption_format(aviin_handle *h, int32_t stream, video_stream_format *out,
+                                                uint32_t *length);
+
+/* Number of RIFF segments counted at open: every top-level RIFF (the main
+ * form, "AVIX" continuations, menu forms) and every "MRIF" chunk inside a
+ * menu form's list. Never releases the handle. */
+KELQAVI_API int aviin_get_riff_count(aviin_handle *h, int32_t *count);
+/* Position of segment n's header. 1 without releasing the handle when h is
+ * null, has no stream, n > riff_count, or a read fails during the walk. 1
+ * AFTER RELEASING THE HANDLE (h must not be used or closed again) when the
+ * file is empty or the walk reaches the end of the file without meeting
+ * segment n: this happens for n == riff_count, and can happen for a smaller n
+ * because only the menu forms of the first two top-level forms are searched
+ * for "MRIF" here. Segments 0 .. riff_count - 1 that are top-level RIFF forms
+ * are always found. */
+KELQAVI_API int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offset);
+/* Moves the reader into the segment whose header is at offset: re-reads its
+ * header list (if any) and stands at its first "movi" chunk. 0 also for a
+ * segment without "movi". 1 without releasing the handle when h is null or
+ * has no stream, when entering a list inside the segment fails (the handle is
+ * then only good for aviin_close), or when its "hdrl" or "movi" is bad (the
+ * position is restored). 1 AFTER RELEASING THE HANDLE (h must not be used or
+ * closed again) when the chunk at offset cannot be entered as a list a second
+ * time; a first failure to enter it returns 0 and leaves the handle standing
+ * in no list. */
+KELQAVI_API int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset);
+
+/* Sequential reading of the current "movi" list: 0 a chunk, 1 failure, 3 end
+ * of the list. On entry *size is the buffer's capacity; on return the bytes
+ * stored. A chunk larger than the buffer gives 1 and is passed over. An
+ * unrecognised id starts a resync scan that stores the skipped bytes (type 0).
+ * name, when not null, receives the id as 4 characters and a NUL. */
+KELQAVI_API int aviin_get_next_chunk(aviin_handle *h, uint32_t *type, uint32_t *stream, uint8_t *buffer,
+                                     int32_t *size);
+KELQAVI_API int aviin_get_next_chunk2(aviin_handle *h, uint32_t *type, uint32_t *stream, uint8_t *buffer,
+                                      int32_t *size, char *name);
+/* Header only: data offset and size of the next chunk; an unrecognised id
+ * advances the walk by 4 bytes (type 0, data offset = header + 4). */
+KELQAVI_API int aviin_get_next_chunk_type(aviin_handle *h, uint32_t *type, uint32_t *stream,
+                                          uint64_t *data_offset, uint32_t *size);
+/* Reads size bytes at an absolute offset without moving the walk; 1 when
+ * fewer were read or the handle stands in no list. */
+KELQAVI_API int aviin_get_chunk(aviin_handle *h, uint64_t offset, void *buffer, uint32_t size);
+/* Makes offset the next chunk header the walk reads; 1 past the end of the
+ * file or when the handle stands in no list. */
+KELQAVI_API int aviin_seek_by_offset(aviin_handle *h, uint64_t offset);
+
+/* ------------------------------------------------------------------------
+ * OpenDML indexes.
+ * ------------------------------------------------------------------------ */
+
+typedef struct std_index_header {
+    uint16_t longs_per_entry;
+    uint8_t index_sub_type, index_type;
+    uint32_t entries_in_use, chunk_id;
+    uint64_t base_offset;
+    uint32_t reserved;
+} std_index_header;
+
+/* Parses the 24 bytes that follow an ix## chunk's size field; the caller
+ * frees the result. Null when bytes is null or memory is short. */
+KELQAVI_API std_index_header *avi2_parse_standard_index_chunk(const uint8_t *bytes);
+/* Entry entry_number of a stream's OpenDML index: type code, data size (bit
+ * 31 removed), key_flags 16 for a key frame else 0. 1 when the stream has no
+ * index, the entry is out of range or the index type is unknown. The file
+ * position is restored. */
+KELQAVI_API int aviin_get_indx_entry(aviin_handle *h, uint32_t entry_number, uint32_t stream_number,
+                                     uint32_t *type, uint32_t *size, uint32_t *key_flags);
+/* Entry entry_number of the standard index chunk whose id is at ix_position:
+ * size as stored (bit 31 kept), key_flag 0 when bit 24 of its offset is set,
+ * else 1; type from the dwChunkId of the stream's cursor (set with
+ * aviin_set_odml_cursor; 0 when none is set). Returns the seek's status. */
+KELQAVI_API int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint32_t entry_number,
+                                     uint32_t stream_number, uint32_t *type, uint32_t *size, uint32_t *key_flag);
+/* Sets the standard index header that avi2_get_index_entry reads for a
+ * stream (null clears it). The handle keeps the pointer, never frees it: the
+ * application owns the header. 1 for a stream number above 19. */
+KELQAVI_API int aviin_set_odml_cursor(aviin_handle *h, uint32_t stream_number, std_index_header *cursor);
+
+/* ------------------------------------------------------------------------
+ * Menu forms.
+ * ------------------------------------------------------------------------ */
+
+/* Scans the file's top-level forms for menu forms, counting their "MRIF"
+ * chunks and keeping the last "MENU" chunk found. 1 when the scan ran to the
+ * end, 0 when a read failed. */
+KELQAVI_API int aviin_getNextMenu(aviin_handle *h);
+/* Loads the next "MENU" chunk of the current menu form; 0 when one was
+ * loaded, 1 otherwise. */
+KELQAVI_API int aviin_goto_next_menu(aviin_handle *h);
+/* The current menu-form "MENU" chunk, header included (size + 8 bytes), owned
+ * by the handle: 0, or 1 with null and 0 when none has been found. */
+KELQAVI_API int aviin_get_menu_chunk(aviin_handle *h, uint8_t **data, int32_t *size);
+
 #ifdef __cplusplus
 }
 #endif
