@@ -396,14 +396,24 @@ KELQAVI_API int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t o
 /* Sequential reading of the current "movi" list: 0 a chunk, 1 failure, 3 end
  * of the list. On entry *size is the buffer's capacity; on return the bytes
  * stored. A chunk larger than the buffer gives 1 and is passed over. An
- * unrecognised id starts a resync scan that stores the skipped bytes (type 0).
- * name, when not null, receives the id as 4 characters and a NUL. */
+ * unrecognised id starts a resync scan that stores the skipped bytes (type 0):
+ * up to the next id that is a data-chunk id opening with two digits, plus the
+ * first byte of that id, and never more than the capacity; the walk goes on
+ * at the last position examined (3 bytes on when the capacity is 0 or less).
+ * name, when not null, receives the id as 4 characters and a NUL. 1 without
+ * moving the walk when h, type, stream or size is null, or buffer is null
+ * with a positive capacity. The end test follows the header read, so a list
+ * ending at the end of the file gives 1 (and every later call 1) instead of 3. */
 KELQAVI_API int aviin_get_next_chunk(aviin_handle *h, uint32_t *type, uint32_t *stream, uint8_t *buffer,
                                      int32_t *size);
 KELQAVI_API int aviin_get_next_chunk2(aviin_handle *h, uint32_t *type, uint32_t *stream, uint8_t *buffer,
                                       int32_t *size, char *name);
 /* Header only: data offset and size of the next chunk; an unrecognised id
- * advances the walk by 4 bytes (type 0, data offset = header + 4). */
+ * advances the walk by 4 bytes (type 0, data offset = header + 4). The size
+ * plus its pad byte is added to the walk as a signed 32-bit number, so a size
+ * field of 0x80000000 or more moves it backwards, possibly onto the same
+ * header again: a caller stepping in a loop must bound its steps. 1 when an
+ * output pointer is null. */
 KELQAVI_API int aviin_get_next_chunk_type(aviin_handle *h, uint32_t *type, uint32_t *stream,
                                           uint64_t *data_offset, uint32_t *size);
 /* Reads size bytes at an absolute offset without moving the walk; 1 when

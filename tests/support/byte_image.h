@@ -55,9 +55,25 @@ public:
         return *this;
     }
 
+    // Overwrite bytes already built, for back-patched sizes and corruptions.
+    byte_image &set_u8(size_t at, uint32_t v) {
+        bytes_.at(at) = static_cast<uint8_t>(v);
+        return *this;
+    }
+    byte_image &set_u32(size_t at, uint32_t v) {
+        for (size_t i = 0; i < 4; ++i) set_u8(at + i, v >> (8 * i));
+        return *this;
+    }
+
     size_t size() const { return bytes_.size(); }
     const std::vector<uint8_t> &bytes() const { return bytes_; }
     std::vector<uint8_t> prefix(size_t n) const { return {bytes_.begin(), bytes_.begin() + static_cast<long>(n)}; }
+    // The first n bytes as an image of their own, for truncated files.
+    byte_image head(size_t n) const {
+        byte_image b;
+        b.bytes_ = prefix(n < bytes_.size() ? n : bytes_.size());
+        return b;
+    }
 
 private:
     std::vector<uint8_t> bytes_;

@@ -1,0 +1,446 @@
+// Walking the movi list: whole chunks into a buffer, headers only, reading
+// and moving by offset. Expected positions come from the images as built.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "unit/reader/walk_images.h"
+
+using namespace kelqtest;
+
+namespace {
+
+constexpr uint8_t untouched = 0xEE;
+
+std::string as_text(const std::vector<uint8_t> &bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+std::vector<uint8_t> bytes_at(const byte_image &image, int64_t from, size_t count) {
+    const auto begin = image.bytes().begin() + from;
+    return std::vector<uint8_t>(begin, begin + static_cast<long>(count));
+}
+
+// One aviin_get_next_chunk2 call with a buffer of exactly `capacity` bytes,
+// so a write beyond it is caught by the address sanitizer.
+struct chunk_call {
+    int result = -1;
+    uint32_t type = 99, stream = 99;
+    int32_t size = 0;
+    std::string name;
+    std::vector<uint8_t> data;  // the first `size` bytes, or the whole buffer when size is out of range
+};
+
+chunk_call next_chunk(aviin_handle *h, int32_t capacity = 256) {
+    const size_t allocated = capacity > 0 ? static_cast<size_t>(capacity) : 0;
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[allocated]);
+    std::memset(buffer.get(), untouched, allocated);
+    char name[5] = {'?', '?', '?', '?', '?'};
+    chunk_call c;
+    c.size = capacity;
+    c.result = aviin_get_next_chunk2(h, &c.type, &c.stream, buffer.get(), &c.size, name);
+    if (name[4] == '\0') c.name = name;
+    const size_t kept = c.size >= 0 && static_cast<size_t>(c.size) <= allocated ? static_cast<size_t>(c.size) : allocated;
+    c.data.assign(buffer.get(), buffer.get() + kept);
+    return c;
+}
+
+struct header_call {
+    int result = -1;
+    uint32_t type = 99, stream = 99;
+    uint64_t offset = 0;
+    uint32_t size = 0;
+};
+
+header_call next_header(aviin_handle *h) {
+    header_call c;
+    c.result = aviin_get_next_chunk_type(h, &c.type, &c.stream, &c.offset, &c.size);
+    return c;
+}
+
+struct movi_chunk {
+    const char *id;
+    std::string data;
+    uint32_t type, stream;  // as the walks must report them
+};
+
+// The chunks laid out in a movi list, with the data position of each.
+struct laid_out {
+    form_image form;
+    std::vector<int64_t> data_pos;
+};
+
+laid_out lay_out(const std::vector<movi_chunk> &chunks, const byte_image &after_movi) {
+    byte_image body;
+    for (const movi_chunk &c : chunks) body.chunk(c.id, byte_image().text(c.data));
+    laid_out out{main_form(body, after_movi), {}};
+    int64_t pos = out.form.movi_data;
+    for (const movi_chunk &c : chunks) {
+        out.data_pos.push_back(pos + 8);
+        pos += 8 + static_cast<int64_t>(c.data.size() + c.data.size() % 2);
+    }
+    return out;
+}
+
+const std::vector<movi_chunk> plain_chunks = {
+    {"00dc", "abcde", 3, 0},   // odd: a pad byte follows
+    {"01wb", "wxyz", 1, 1},
+    {"JUNK", "------", 10, 0xFFFFFFFF},
+    {"00dc", "", 3, 0},        // empty, but not the last
+    {"01wb", "pq", 1, 1},
+};
+
+}  // namespace
+
+// Both walks over the same list agree with the layout and with each other,
+// and stop at the list's end whether the last chunk is odd or even.
+TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
+    for (const char *last : {"pq", "pqr"}) {
+        SCOPED_TRACE(last);
+        std::vector<movi_chunk> chunks = plain_chunks;
+        chunks.back().data = last;
+        const laid_out l = lay_out(chunks, byte_image().chunk("idx1", byte_image().fill(16)));
+
+        reader whole(l.form.bytes);
+        ASSERT_TRUE(whole);
+        for (const movi_chunk &c : chunks) {
+            SCOPED_TRACE(c.id);
+            const chunk_call got = next_chunk(whole.get());
+            EXPECT_EQ(got.result, 0);
+            EXPECT_EQ(got.type, c.type);
+            EXPECT_EQ(got.stream, c.stream);
+            EXPECT_EQ(got.name, c.id);
+            EXPECT_EQ(as_text(got.data), c.data);
+        }
+        EXPECT_EQ(next_chunk(whole.get()).result, 3);
+        // Past the end each call steps on, so the end of the file turns it into 1;
+        // it never yields a chunk from beyond the list.
+        int result = 3;
+        for (int calls = 0; calls < 8 && result == 3; ++calls) result = next_chunk(whole.get()).result;
+        EXPECT_EQ(result, 1);
+
+        reader headers(l.form.bytes);
+        ASSERT_TRUE(headers);
+        for (size_t i = 0; i < chunks.size(); ++i) {
+            SCOPED_TRACE(chunks[i].id);
+            const header_call got = next_header(headers.get());
+            EXPECT_EQ(got.result, 0);
+            EXPECT_EQ(got.type, chunks[i].type);
+            EXPECT_EQ(got.stream, chunks[i].stream);
+            EXPECT_EQ(got.offset, static_cast<uint64_t>(l.data_pos[i]));
+            EXPECT_EQ(got.size, chunks[i].data.size());
+            std::vector<uint8_t> data(got.size + 1, untouched);
+            EXPECT_EQ(aviin_get_chunk(headers.get(), got.offset, data.data(), got.size), 0);
+            data.pop_back();
+            EXPECT_EQ(as_text(data), chunks[i].data);
+        }
+        EXPECT_EQ(next_header(headers.get()).result, 3);
+        EXPECT_EQ(next_header(headers.get()).result, 3) << "the header walk stays at the end";
+    }
+}
+
+TEST(ChunkWalk, ZeroSizedLastChunkIsNeverReturned) {
+    const laid_out l = lay_out({{"00dc", "ab", 3, 0}, {"01wb", "", 1, 1}}, byte_image().chunk("idx1", byte_image()));
+    reader whole(l.form.bytes), headers(l.form.bytes);
+    ASSERT_TRUE(whole && headers);
+    EXPECT_EQ(next_chunk(whole.get()).result, 0);
+    EXPECT_EQ(next_chunk(whole.get()).result, 3);
+    EXPECT_EQ(next_header(headers.get()).result, 0);
+    EXPECT_EQ(next_header(headers.get()).result, 3);
+}
+
+// LIST "rec " { 00dc, 01wb } then 00dc.
+TEST(ChunkWalk, RecGroupIsEnteredByTheResyncScanAndByFourByteSteps) {
+    const byte_image group = byte_image().chunk("00dc", byte_image().text("abcd")).chunk("01wb", byte_image().text("xy"));
+    const form_image f = main_form(byte_image().list("LIST", "rec ", group).chunk("00dc", byte_image().text("zz")),
+                                   byte_image().chunk("idx1", byte_image()));
+    const int64_t p = f.movi_data;
+
+    reader whole(f.bytes);
+    ASSERT_TRUE(whole);
+    const chunk_call first = next_chunk(whole.get());
+    EXPECT_EQ(first.result, 0);
+    EXPECT_EQ(first.type, 0u);
+    EXPECT_EQ(first.name, "LIST");
+    // The size field, "rec " and the first character of the inner id.
+    EXPECT_EQ(first.data, bytes_at(f.bytes, p + 4, 9));
+    EXPECT_EQ(first.data.back(), '0');
+    for (const char *expected : {"abcd", "xy", "zz"}) EXPECT_EQ(as_text(next_chunk(whole.get()).data), expected);
+    EXPECT_EQ(next_chunk(whole.get()).result, 3);
+
+    reader headers(f.bytes);
+    ASSERT_TRUE(headers);
+    const header_call list_id = next_header(headers.get());
+    EXPECT_EQ(list_id.stream, 0xFFFFFFFFu);
+    EXPECT_EQ(list_id.size, group.size() + 4) << "the size read after the unrecognised id";
+    const header_call size_field = next_header(headers.get());
+    const header_call rec = next_header(headers.get());
+    for (const header_call &c : {list_id, size_field, rec}) {
+        EXPECT_EQ(c.result, 0);
+        EXPECT_EQ(c.type, 0u);
+    }
+    EXPECT_EQ(list_id.offset, static_cast<uint64_t>(p + 4));
+    EXPECT_EQ(size_field.offset, static_cast<uint64_t>(p + 8));
+    EXPECT_EQ(rec.offset, static_cast<uint64_t>(p + 12));
+    const header_call inner = next_header(headers.get());
+    EXPECT_EQ(inner.type, 3u);
+    EXPECT_EQ(inner.offset, static_cast<uint64_t>(p + 20));
+    EXPECT_EQ(next_header(headers.get()).type, 1u);
+    EXPECT_EQ(next_header(headers.get()).type, 3u);
+    EXPECT_EQ(next_header(headers.get()).result, 3);
+}
+
+// An unknown chunk whose data holds ids that must not end the scan ("JUNK",
+// an "ix" id, RES1, a swapped id, an unknown "d?" suffix), then 01wb, 00dc.
+TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {
+    byte_image movi_chunks;
+    movi_chunks.chunk("abcd", byte_image().text("JUNKix00RES1dc0000dx"));
+    movi_chunks.chunk("01wb", byte_image().text("hi")).chunk("00dc", byte_image().text("ok"));
+    const form_image f = main_form(movi_chunks, byte_image().chunk("idx1", byte_image()));
+    const int64_t p = f.movi_data;
+    const int64_t match = p + 8 + 20;  // the 01wb header
+
+    const struct {
+        int32_t capacity;
+        int32_t stored;
+        int64_t next_pos;
+    } cases[] = {
+        {256, 25, match},      // every skipped byte and the first byte of the match
+        {25, 25, match},       // the match takes the last slot
+        {24, 24, match - 1},   // full first: the walk goes on at the last position examined
+        {2, 2, p + 5},
+        {1, 1, p + 4},
+        {0, 0, p + 3},         // nothing examined: three bytes on
+        {-7, 0, p + 3},
+    };
+    for (uint32_t swapped : {0u, 1u}) {
+        for (const auto &c : cases) {
+            SCOPED_TRACE(testing::Message() << "capacity " << c.capacity << " swapped " << swapped);
+            reader r(f.bytes, swapped);
+            ASSERT_TRUE(r);
+            const chunk_call got = next_chunk(r.get(), c.capacity);
+            EXPECT_EQ(got.result, 0);
+            EXPECT_EQ(got.type, 0u);
+            EXPECT_EQ(got.name, "abcd");
+            ASSERT_EQ(got.size, c.stored);
+            EXPECT_EQ(got.data, bytes_at(f.bytes, p + 4, static_cast<size_t>(c.stored)));
+            EXPECT_EQ(r->current_list->next_pos, c.next_pos);
+        }
+    }
+    reader r(f.bytes);
+    ASSERT_TRUE(r);
+    next_chunk(r.get());
+    EXPECT_EQ(as_text(next_chunk(r.get()).data), "hi");
+    EXPECT_EQ(as_text(next_chunk(r.get()).data), "ok");
+}
+
+TEST(ChunkWalk, CapacityZeroCreepsThreeBytesACall) {
+    const form_image f = main_form(byte_image().chunk("zzzz", byte_image().text("qqqqqqqqqqqqqqqqqqqq")),
+                                   byte_image().chunk("idx1", byte_image()));
+    reader r(f.bytes);
+    ASSERT_TRUE(r);
+    for (int64_t call = 1; call <= 6; ++call) {
+        const chunk_call got = next_chunk(r.get(), 0);
+        EXPECT_EQ(got.result, 0);
+        EXPECT_EQ(got.size, 0);
+        EXPECT_EQ(r->current_list->next_pos, f.movi_data + 3 * call);
+    }
+}
+
+TEST(ChunkWalk, ChunkLargerThanTheBufferFailsAndIsPassedOver) {
+    const form_image f = main_form(byte_image()
+                                       .chunk("00dc", byte_image().text("0123456789"))
+                                       .chunk("01wb", byte_image().text("next"))
+                                       .chunk("00dc", byte_image())
+                                       .chunk("01wb", byte_image().text("end")),
+                                   byte_image().chunk("idx1", byte_image()));
+    for (int32_t capacity : {10, 9, 0, -1}) {
+        SCOPED_TRACE(capacity);
+        reader r(f.bytes);
+        ASSERT_TRUE(r);
+        const chunk_call got = next_chunk(r.get(), capacity);
+        if (capacity >= 10) {
+            EXPECT_EQ(got.result, 0);
+            EXPECT_EQ(as_text(got.data), "0123456789");
+        } else {
+            EXPECT_EQ(got.result, 1);
+            EXPECT_EQ(got.size, capacity) << "the capacity is left as it was";
+            EXPECT_EQ(got.data, std::vector<uint8_t>(got.data.size(), untouched));
+        }
+        EXPECT_EQ(as_text(next_chunk(r.get()).data), "next");
+        // An empty chunk fits any capacity but a negative one.
+        EXPECT_EQ(next_chunk(r.get(), capacity).result, capacity < 0 ? 1 : 0);
+    }
+}
+
+TEST(ChunkWalk, MoviEndingAtTheEndOfTheFile) {
+    const form_image f = main_form(byte_image().chunk("00dc", byte_image().text("last")));
+    reader whole(f.bytes);
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(as_text(next_chunk(whole.get()).data), "last");
+    // The header is read before the end test, and there is none.
+    EXPECT_EQ(next_chunk(whole.get()).result, 1);
+    EXPECT_NE(whole->current_list->status, 0u);
+    EXPECT_EQ(next_chunk(whole.get()).result, 1);
+    EXPECT_EQ(next_header(whole.get()).result, 1) << "the failure is sticky";
+    uint8_t byte = 0;
+    EXPECT_EQ(aviin_get_chunk(whole.get(), 0, &byte, 1), 1);
+
+    reader headers(f.bytes);
+    ASSERT_TRUE(headers);
+    EXPECT_EQ(next_header(headers.get()).result, 0);
+    EXPECT_EQ(next_header(headers.get()).result, 3);
+}
+
+TEST(ChunkWalk, SwappedIdsAreReadTypeFirstWhenAskedFor) {
+    const form_image f = main_form(byte_image()
+                                       .chunk("dc00", byte_image().text("v0"))
+                                       .chunk("wb01", byte_image().text("a1"))
+                                       .chunk("01wb", byte_image().text("a2")),
+                                   byte_image().chunk("idx1", byte_image()));
+    reader swapped(f.bytes, 1);
+    ASSERT_TRUE(swapped);
+    const struct {
+        uint32_t type, stream;
+        const char *data;
+    } expected[] = {{3, 0, "v0"}, {1, 1, "a1"}, {1, 1, "a2"}};
+    for (const auto &e : expected) {
+        const chunk_call got = next_chunk(swapped.get());
+        EXPECT_EQ(got.type, e.type);
+        EXPECT_EQ(got.stream, e.stream);
+        EXPECT_EQ(as_text(got.data), e.data);
+    }
+    // Without the flag the swapped ids are no chunk ids: one resync up to 01wb.
+    reader plain(f.bytes, 0);
+    ASSERT_TRUE(plain);
+    const chunk_call skipped = next_chunk(plain.get());
+    EXPECT_EQ(skipped.type, 0u);
+    EXPECT_EQ(skipped.stream, 0xFFFFFFFFu);
+    EXPECT_EQ(skipped.data, bytes_at(f.bytes, f.movi_data + 4, 10 + 10 - 4 + 1));
+    EXPECT_EQ(as_text(next_chunk(plain.get()).data), "a2");
+    EXPECT_EQ(next_header(plain.get()).result, 3);
+}
+
+// Size fields of 0x80000000 and more: the header walk adds them as negative
+// numbers, the whole-chunk walk as sizes. Every loop here is bounded.
+TEST(ChunkWalk, HugeSizeFieldsMoveTheHeaderWalkBackwards) {
+    const auto with_size = [](uint32_t size) {
+        byte_image body;
+        body.chunk("00dc", byte_image().text("before")).id("01wb").u32(size).fill(24, 'x');
+        return main_form(body);
+    };
+    {
+        // -8: the walk comes back to the same header for ever.
+        const form_image f = with_size(0xFFFFFFF8);
+        const uint64_t data = static_cast<uint64_t>(f.movi_data + 14 + 8);
+        reader r(f.bytes);
+        ASSERT_TRUE(r);
+        EXPECT_EQ(next_header(r.get()).type, 3u);
+        for (int i = 0; i < 5; ++i) {
+            const header_call c = next_header(r.get());
+            EXPECT_EQ(c.result, 0);
+            EXPECT_EQ(c.type, 1u);
+            EXPECT_EQ(c.offset, data);
+            EXPECT_EQ(c.size, 0xFFFFFFF8u);
+        }
+    }
+    {
+        // 0xFFFFFFFF is odd; with its pad byte the advance wraps to 0: next at the data.
+        const form_image f = with_size(0xFFFFFFFF);
+        reader r(f.bytes);
+        ASSERT_TRUE(r);
+        next_header(r.get());
+        next_header(r.get());
+        EXPECT_EQ(r->current_list->next_pos, f.movi_data + 14 + 8);
+    }
+    {
+        // -2^31 from a small position: before the start of the file, so the next step fails for good.
+        const form_image f = with_size(0x80000000);
+        reader r(f.bytes);
+        ASSERT_TRUE(r);
+        next_header(r.get());
+        EXPECT_EQ(next_header(r.get()).result, 0);
+        EXPECT_LT(r->current_list->next_pos, 0);
+        EXPECT_EQ(next_header(r.get()).result, 1);
+        EXPECT_EQ(next_header(r.get()).result, 1);
+    }
+    for (uint32_t size : {0xFFFFFFF8u, 0x80000000u}) {
+        // The whole-chunk walk: too big for any buffer, passed over, then the end of the file.
+        const form_image f = with_size(size);
+        reader r(f.bytes);
+        ASSERT_TRUE(r);
+        next_chunk(r.get());
+        EXPECT_EQ(next_chunk(r.get()).result, 1);
+        EXPECT_EQ(next_chunk(r.get()).result, 1);
+    }
+}
+
+TEST(ChunkWalk, SeekByOffsetMovesTheWalkAnywhereUpToTheFileLength) {
+    const laid_out l = lay_out(plain_chunks, byte_image().chunk("idx1", byte_image().fill(16)));
+    const uint64_t length = l.form.bytes.size();
+    reader r(l.form.bytes);
+    ASSERT_TRUE(r);
+    // Back to each header in turn, from the last: the same chunk again.
+    for (size_t i = plain_chunks.size(); i-- > 0;) {
+        SCOPED_TRACE(plain_chunks[i].id);
+        ASSERT_EQ(aviin_seek_by_offset(r.get(), static_cast<uint64_t>(l.data_pos[i] - 8)), 0);
+        EXPECT_EQ(as_text(next_chunk(r.get()).data), plain_chunks[i].data);
+    }
+    const int64_t before = r->current_list->next_pos;
+    EXPECT_EQ(aviin_seek_by_offset(r.get(), length + 1), 1);
+    EXPECT_EQ(r->current_list->next_pos, before) << "a refused offset does not move the walk";
+    EXPECT_EQ(aviin_seek_by_offset(r.get(), length), 0);
+    EXPECT_EQ(next_header(r.get()).result, 3);
+    EXPECT_EQ(aviin_seek_by_offset(r.get(), length), 0);
+    EXPECT_EQ(next_chunk(r.get()).result, 1) << "nothing to read at the end of the file";
+}
+
+TEST(ChunkWalk, GetChunkReadsAtAnOffsetWithoutMovingTheWalk) {
+    const laid_out l = lay_out(plain_chunks, byte_image().chunk("idx1", byte_image().fill(16)));
+    reader r(l.form.bytes);
+    ASSERT_TRUE(r);
+    EXPECT_EQ(as_text(next_chunk(r.get()).data), "abcde");
+    char fourth[3] = {};
+    EXPECT_EQ(aviin_get_chunk(r.get(), static_cast<uint64_t>(l.data_pos[4]), fourth, 2), 0);
+    EXPECT_STREQ(fourth, "pq");
+    EXPECT_EQ(as_text(next_chunk(r.get()).data), "wxyz");
+    // A short read fails without harming the walk; an offset no seek can
+    // reach fails the walk for good.
+    std::vector<uint8_t> tail(32);
+    EXPECT_EQ(aviin_get_chunk(r.get(), l.form.bytes.size() - 4, tail.data(), 32), 1);
+    EXPECT_EQ(next_chunk(r.get()).type, 10u);
+    EXPECT_EQ(aviin_get_chunk(r.get(), 0x8000000000000000ull, tail.data(), 1), 1);
+    EXPECT_EQ(next_chunk(r.get()).result, 1);
+}
+
+TEST(ChunkWalk, NoHandleNoListOrNoDestinationFails) {
+    const laid_out l = lay_out(plain_chunks, byte_image());
+    reader r(l.form.bytes);
+    ASSERT_TRUE(r);
+    uint32_t type = 0, stream = 0, size32 = 0;
+    int32_t size = 4;
+    uint64_t offset = 0;
+    uint8_t buffer[4];
+    for (aviin_handle *h : {static_cast<aviin_handle *>(nullptr), r.get()}) {
+        list_node *kept = h != nullptr ? h->current_list : nullptr;
+        if (h != nullptr) h->current_list = nullptr;
+        EXPECT_EQ(aviin_get_next_chunk(h, &type, &stream, buffer, &size), 1);
+        EXPECT_EQ(aviin_get_next_chunk2(h, &type, &stream, buffer, &size, nullptr), 1);
+        EXPECT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &offset, &size32), 1);
+        EXPECT_EQ(aviin_get_chunk(h, 0, buffer, 1), 1);
+        EXPECT_EQ(aviin_seek_by_offset(h, 0), 1);
+        if (h != nullptr) h->current_list = kept;
+    }
+    EXPECT_EQ(aviin_get_next_chunk(r.get(), nullptr, &stream, buffer, &size), 1);
+    EXPECT_EQ(aviin_get_next_chunk(r.get(), &type, nullptr, buffer, &size), 1);
+    EXPECT_EQ(aviin_get_next_chunk(r.get(), &type, &stream, buffer, nullptr), 1);
+    EXPECT_EQ(aviin_get_next_chunk(r.get(), &type, &stream, nullptr, &size), 1);
+    EXPECT_EQ(aviin_get_next_chunk_type(r.get(), &type, &stream, nullptr, &size32), 1);
+    EXPECT_EQ(aviin_get_next_chunk_type(r.get(), &type, &stream, &offset, nullptr), 1);
+    EXPECT_EQ(r->current_list->next_pos, l.form.movi_data) << "refused calls do not move the walk";
+    // A null buffer with no capacity passes over a chunk that does not fit.
+    size = 0;
+    EXPECT_EQ(aviin_get_next_chunk(r.get(), &type, &stream, nullptr, &size), 1);
+    EXPECT_EQ(as_text(next_chunk(r.get()).data), "wxyz");
+}
