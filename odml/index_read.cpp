@@ -3,6 +3,7 @@
 // points to.
 #include "reader/reader_handle.h"
 
+#include <cstdint>
 #include <cstdlib>
 
 namespace {
@@ -96,7 +97,8 @@ int entry_in_chunk_index(FILE *stream, const kelq::indx_header_copy &indx, uint3
 int entry_in_standard_index(FILE *stream, uint64_t ix_pos, uint32_t n, index_entry &e) {
     uint8_t bytes[kelq::indx_header_size];
     std_index_header ix{};
-    if (file_seek(stream, static_cast<int64_t>(ix_pos + chunk_header_size), 0) != 0) return 1;
+    if (ix_pos > static_cast<uint64_t>(INT64_MAX - chunk_header_size)) return 1;
+    if (file_seek(stream, static_cast<int64_t>(ix_pos) + chunk_header_size, 0) != 0) return 1;
     if (read_header_bytes(stream, bytes) != 0) return 1;
     decode_std_header(bytes, ix);
     if (file_seek(stream, static_cast<int64_t>(n) * ix.longs_per_entry * bytes_per_long, 1) != 0) return 1;

@@ -1,0 +1,142 @@
+// Standard index chunks read directly: their parsed header, and their entries
+// through avi2_get_index_entry with the stream's cursor.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "support/hand_handle.h"
+#include "unit/odml/odml_image.h"
+
+using namespace kelqtest;
+
+TEST(StandardIndexHeader, FieldsDecodeLittleEndian) {
+    const uint8_t bytes[24] = {0x02, 0x01, 0x05, 0x01, 0x0A, 0x00, 0x00, 0x80, '0',  '3',  'd',  'c',
+                               0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81, 0xEF, 0xBE, 0xAD, 0xDE};
+    std_index_header *r = avi2_parse_standard_index_chunk(bytes);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->longs_per_entry, 0x0102);
+    EXPECT_EQ(r->index_sub_type, 5);
+    EXPECT_EQ(r->index_type, 1);
+    EXPECT_EQ(r->entries_in_use, 0x8000000Au);
+    EXPECT_EQ(r->chunk_id, make_fourCC("03dc"));
+    EXPECT_EQ(r->base_offset, 0x8102030405060708ull);
+    EXPECT_EQ(r->reserved, 0xDEADBEEFu);
+    std::free(r);
+    EXPECT_EQ(avi2_parse_standard_index_chunk(nullptr), nullptr);
+}
+
+namespace {
+
+constexpr int64_t ix_at = 10;
+constexpr uint32_t bit24 = 0x01000000u;
+
+// A file holding one standard index chunk at ix_at.
+byte_image ix_file(const char *chunk_id = "00dc") {
+    return byte_image().fill(ix_at, 0x55).append(ix_chunk("ix00", chunk_id, 0x1234, {
+        {8, 100},                  // key
+        {0x208 | bit24, 200},      // offset flag set: no key
+        {0x408, 0x80000400u},      // bit 31 of the size kept
+        {0x808 | bit24, 0x80000001u},
+    }));
+}
+
+struct entry_out {
+    int status;
+    uint32_t type = 0xDEAD, size = 0xDEAD, key = 0xDEAD;
+};
+
+entry_out get(hand_handle &h, uint32_t n, uint32_t stream = 0, int64_t at = ix_at) {
+    entry_out r{};
+    r.status = avi2_get_index_entry(at, h, n, stream, &r.type, &r.size, &r.key);
+    return r;
+}
+
+// The cursor as an application makes it: the 24 bytes after the chunk's size, parsed.
+std_index_header *cursor_from_file(const byte_image &image) {
+    return avi2_parse_standard_index_chunk(image.bytes().data() + ix_at + 8);
+}
+
+}  // namespace
+
+TEST(StandardIndexEntry, SizeKeptWholeAndKeyFromOffsetBit24) {
+    hand_handle h(ix_file());
+    const struct {
+        uint32_t size, key;
+    } expected[] = {{100, 1}, {200, 0}, {0x80000400u, 1}, {0x80000001u, 0}};
+    for (uint32_t n = 0; n < 4; ++n) {
+        const entry_out e = get(h, n);
+        EXPECT_EQ(e.status, 0);
+        EXPECT_EQ(e.size, expected[n].size) << n;
+        EXPECT_EQ(e.key, expected[n].key) << n;
+        EXPECT_EQ(h.tell(), ix_at + 32 + 8 * (n + 1)) << "left after the entry";
+    }
+    // The writer's spare room reads as zero entries.
+    EXPECT_EQ(get(h, 4).size, 0u);
+}
+
+TEST(StandardIndexEntry, TypeComesFromTheStreamsCursor) {
+    const byte_image image = ix_file();
+    hand_handle h(image);
+    EXPECT_EQ(get(h, 0).type, 0u) << "no cursor set";
+    EXPECT_EQ(get(h, 0, 25).type, 0u) << "a stream without a slot has no cursor";
+    std_index_header *cursor = cursor_from_file(image);
+    ASSERT_NE(cursor, nullptr);
+    EXPECT_EQ(aviin_set_odml_cursor(h, 19, cursor), 0);
+    EXPECT_EQ(get(h, 1, 19).type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
+    EXPECT_EQ(get(h, 1, 19).size, 200u);
+    EXPECT_EQ(get(h, 1, 18).type, 0u);
+    EXPECT_EQ(aviin_set_odml_cursor(h, 20, cursor), 1);
+    EXPECT_EQ(aviin_set_odml_cursor(nullptr, 0, cursor), 1);
+    EXPECT_EQ(aviin_set_odml_cursor(h, 19, nullptr), 0);
+    EXPECT_EQ(get(h, 1, 19).type, 0u);
+    // The handle never frees the cursor: the application does.
+    std::free(cursor);
+}
+
+TEST(StandardIndexEntry, SwappedCursorIdNeedsSwappedHandle) {
+    const byte_image image = ix_file("wb04");
+    hand_handle plain(image), swapped(image, -1, 1);
+    std_index_header *cursor = cursor_from_file(image);
+    aviin_set_odml_cursor(plain, 4, cursor);
+    aviin_set_odml_cursor(swapped, 4, cursor);
+    EXPECT_EQ(get(plain, 0, 4).type, 0u);
+    EXPECT_EQ(get(swapped, 0, 4).type, static_cast<uint32_t>(KELQAVI_CHUNK_AUDIO));
+    std::free(cursor);
+}
+
+TEST(StandardIndexEntry, BadPositions) {
+    hand_handle h(ix_file());
+    EXPECT_EQ(get(h, 0, 0, -100).status, 1) << "seek before the file's start";
+    EXPECT_EQ(get(h, 0, 0, INT64_MAX).status, 1);
+    // Past the end the seek succeeds: the status is 0 and nothing is read.
+    const entry_out past = get(h, 1000);
+    EXPECT_EQ(past.status, 0);
+    EXPECT_EQ(past.size, 0xDEADu);
+    EXPECT_EQ(past.key, 0xDEADu);
+    uint32_t type = 7;
+    EXPECT_EQ(avi2_get_index_entry(ix_at, nullptr, 0, 0, &type, nullptr, nullptr), 1);
+    EXPECT_EQ(avi2_get_index_entry(ix_at, h, 0, 0, nullptr, nullptr, nullptr), 0);
+}
+
+TEST(StandardIndexEntry, CrossCheckWithTheSuperIndexWalk) {
+    // The same entries read both ways: the sizes differ in bit 31 only, and
+    // the key flags come from different bits.
+    constexpr int64_t indx_at = 16;
+    const int64_t ix_pos = indx_at + static_cast<int64_t>(written_indx_bytes);
+    const byte_image ix = ix_file();
+    byte_image image;
+    image.fill(indx_at).append(indx_chunk("00dc", 1, {{static_cast<uint64_t>(ix_pos), 0, 4}}));
+    for (size_t i = ix_at; i < ix.size(); ++i) image.u8(ix.bytes()[i]);
+    hand_handle h(image);
+    h.seek(indx_at);
+    kelq::read_indx(h, 0);
+    for (uint32_t n = 0; n < 4; ++n) {
+        uint32_t type = 0, size = 0, key = 0;
+        ASSERT_EQ(aviin_get_indx_entry(h, n, 0, &type, &size, &key), 0);
+        const entry_out direct = get(h, n, 0, ix_pos);
+        EXPECT_EQ(size, direct.size & 0x7FFFFFFFu) << n;
+        EXPECT_EQ(key, (direct.size & 0x80000000u) != 0 ? 0u : 16u) << n;
+        EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
+    }
+}
