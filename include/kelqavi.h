@@ -373,14 +373,15 @@ KELQAVI_API int aviin_get_bitmap_caption_format(aviin_handle *h, int32_t stream,
  * form, "AVIX" continuations, menu forms) and every "MRIF" chunk inside a
  * menu form's list. Never releases the handle. */
 KELQAVI_API int aviin_get_riff_count(aviin_handle *h, int32_t *count);
-/* Position of segment n's header. 1 without releasing the handle when h is
- * null, has no stream, n > riff_count, or a read fails during the walk. 1
- * AFTER RELEASING THE HANDLE (h must not be used or closed again) when the
- * file is empty or the walk reaches the end of the file without meeting
- * segment n: this happens for n == riff_count, and can happen for a smaller n
- * because only the menu forms of the first two top-level forms are searched
- * for "MRIF" here. Segments 0 .. riff_count - 1 that are top-level RIFF forms
- * are always found. */
+/* Position of segment n's header. 1 without releasing the handle when h or
+ * offset is null, h has no stream, n > riff_count, or a read fails during the
+ * walk; *offset is then left as it was. 1 AFTER RELEASING THE HANDLE (h must
+ * not be used or closed again), with *offset set to -1, when the file is
+ * empty or the walk reaches the end of the file without meeting segment n:
+ * this happens for n == riff_count and for a negative n, and can happen for a
+ * smaller n because only the menu forms of the first two top-level forms are
+ * searched for "MRIF" here. Segments 0 .. riff_count - 1 that are top-level
+ * RIFF forms are always found. */
 KELQAVI_API int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offset);
 /* Moves the reader into the segment whose header is at offset: re-reads its
  * header list (if any) and stands at its first "movi" chunk. 0 also for a
@@ -390,7 +391,10 @@ KELQAVI_API int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offse
  * position is restored). 1 AFTER RELEASING THE HANDLE (h must not be used or
  * closed again) when the chunk at offset cannot be entered as a list a second
  * time; a first failure to enter it returns 0 and leaves the handle standing
- * in no list. */
+ * in no list. The chunk is read twice from the same offset, so the release
+ * needs a negative offset (no seek is made and both entries read wherever the
+ * stream stands) or a read error: an offset >= 0 in a file that does not
+ * change never releases the handle. */
 KELQAVI_API int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset);
 
 /* Sequential reading of the current "movi" list: 0 a chunk, 1 failure, 3 end
