@@ -61,7 +61,8 @@ uint8_t *read_whole_chunk(FILE *stream, uint32_t *size) {
 // Calls take for each chunk of the current list, with the stream at the
 // chunk's header, then goes on at the next chunk; the walk stops where fewer
 // than 8 bytes of the list remain or a header cannot be read. Gives
-// end_of_list's result where it stopped.
+// end_of_list's result where it stopped, and leaves the stream just after the
+// list, where the caller's walk goes on, however far a chunk's size reached.
 int walk_current_list(aviin_handle *h, void (*take)(aviin_handle *, FILE *, uint32_t)) {
     list_node *node = h->current_list;
     if (node == nullptr) return end_of_list(node);
@@ -71,7 +72,9 @@ int walk_current_list(aviin_handle *h, void (*take)(aviin_handle *, FILE *, uint
         take(h, node->stream, id);
         if (file_seek(node->stream, node->next_pos, 0) != 0) break;
     }
-    return end_of_list(node);
+    const int ended = end_of_list(node);
+    skip_list(node);
+    return ended;
 }
 
 // "MTDA": its payload only. One whose size runs past the end of the file is
