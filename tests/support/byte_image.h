@@ -2,6 +2,7 @@
 // streams, so hostile and odd files can be written out byte by byte.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -73,6 +74,12 @@ public:
         byte_image b;
         b.bytes_ = prefix(n < bytes_.size() ? n : bytes_.size());
         return b;
+    }
+    // Position of the first four characters equal to fourcc at or after from; -1 when there are none.
+    int64_t find(const char *fourcc, size_t from = 0) const {
+        if (from >= bytes_.size()) return -1;
+        const auto it = std::search(bytes_.begin() + static_cast<long>(from), bytes_.end(), fourcc, fourcc + 4);
+        return it == bytes_.end() ? -1 : static_cast<int64_t>(it - bytes_.begin());
     }
 
 private:

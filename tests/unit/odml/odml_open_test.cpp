@@ -2,7 +2,6 @@
 // the "strl" lists lead to the standard indexes among the data chunks.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -23,12 +22,6 @@ struct data_chunk_spec {
 const std::vector<data_chunk_spec> video_chunks = {{10, true}, {11, false}, {12, false}, {13, true}, {14, false}};
 const std::vector<data_chunk_spec> audio_chunks = {{20, true}, {22, true}, {24, true}};
 
-int64_t find(const byte_image &image, const char *fourcc) {
-    const std::vector<uint8_t> &b = image.bytes();
-    const auto it = std::search(b.begin(), b.end(), fourcc, fourcc + 4);
-    return it == b.end() ? -1 : it - b.begin();
-}
-
 // A file with a video and an audio stream, each with a super index, and the
 // two standard indexes after the data chunks in "movi". Ids are "00dc" or,
 // swapped, "dc00". Standard index offsets count from the first data chunk.
@@ -37,9 +30,9 @@ public:
     explicit odml_file(bool swapped)
         : video_id_(swapped ? "dc00" : "00dc"), audio_id_(swapped ? "wb01" : "01wb") {
         const byte_image draft = build(0, 0, 0);  // to learn where things land
-        ix_pos_[0] = find(draft, "ix00");
-        ix_pos_[1] = find(draft, "ix01");
-        image = build(ix_pos_[0], ix_pos_[1], find(draft, video_id_.c_str()));
+        ix_pos_[0] = draft.find("ix00");
+        ix_pos_[1] = draft.find("ix01");
+        image = build(ix_pos_[0], ix_pos_[1], draft.find(video_id_.c_str()));
     }
     int64_t ix_pos(int s) const { return ix_pos_[s]; }
     byte_image image;

@@ -227,6 +227,17 @@ TEST(IndxEntry, HostileSuperIndexesEndQuickly) {
     hand_handle roomy(byte_image().append(filler()).append(indx_chunk("00dc", 0xFFFFFFFFu, zero)));
     with_indx(roomy);
     EXPECT_EQ(get_entry(roomy, 0, 0).status, 1);
+    // A slot just after the chunk's hundred would lead to a real entry, but
+    // lies outside the chunk's size: it is not read as part of the index.
+    const uint64_t ix_at = indx_at + written_indx_bytes + 16;
+    const byte_image beyond = byte_image()
+                                  .append(filler())
+                                  .append(indx_chunk("00dc", 101, zero))
+                                  .u64(ix_at).u32(0).u32(1)
+                                  .append(ix_chunk("ix00", "00dc", 0, {{8, 10}}));
+    hand_handle outside(beyond);
+    with_indx(outside);
+    EXPECT_EQ(get_entry(outside, 0, 0).status, 1);
     // A size field claiming 4 GiB of entries in a small file: reads at the end fail.
     hand_handle big(byte_image().append(filler()).append(indx_chunk("00dc", 0xFFFFFFFFu, zero, 0, 0xFFFFFFF0u)));
     with_indx(big);
