@@ -61,7 +61,8 @@ inline byte_image strd_chunk(uint32_t header, const std::vector<uint8_t> &data) 
     byte_image b;
     b.u32(header).u32(static_cast<uint32_t>(data.size()));
     for (uint8_t x : data) b.u8(x);
-    return byte_image().chunk("strd", b);
+    // The writer puts no pad byte after an odd block, and the reader reads none.
+    return byte_image().chunk("strd", b, false);
 }
 
 inline byte_image strl(const byte_image &chunks) { return byte_image().list("LIST", "strl", chunks); }
