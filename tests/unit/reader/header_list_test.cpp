@@ -82,7 +82,7 @@ TEST(StreamTable, TwelveOfAKindOpenThirteenDoNot) {
 }
 
 TEST(StreamTable, ChunkOrderInsideStreamList) {
-    const byte_image strd = strd_chunk(0xABCD, {1, 2, 3});
+    const byte_image strd = strd_chunk(0xABCD, {1, 2, 3, 4});
     // strh, strf, strd, strn: both kept.
     handle_ptr a = open_streams({strl(byte_image()
                                           .append(strh_chunk("vids", "MJPG", 1, 25, 7))
@@ -100,8 +100,8 @@ TEST(StreamTable, ChunkOrderInsideStreamList) {
     EXPECT_EQ(std::memcmp(v.compression, "MJPG", 4), 0);
     EXPECT_EQ(v.strd_present, 1u);
     EXPECT_EQ(v.strd_header, 0xABCDu);
-    ASSERT_EQ(v.strd_size, 3);
-    EXPECT_EQ(v.strd_data[2], 3);
+    ASSERT_EQ(v.strd_size, 4);
+    EXPECT_EQ(v.strd_data[3], 4);
     ASSERT_EQ(v.name_length, 6);
     EXPECT_STREQ(v.name, "Camera");
     EXPECT_NE(v.name, a->video_formats[0].name) << "the copy's name is the caller's own block";
@@ -110,7 +110,7 @@ TEST(StreamTable, ChunkOrderInsideStreamList) {
     int32_t size = 0;
     EXPECT_EQ(aviin_get_strd_info(a.get(), 0, &data, &size), 0);
     EXPECT_EQ(data, a->video_formats[0].strd_data);
-    EXPECT_EQ(size, 3);
+    EXPECT_EQ(size, 4);
     int32_t count = 0, with_strd = 0;
     aviin_get_summary(a.get(), &count, &with_strd);
     EXPECT_EQ(with_strd, 1);
@@ -166,7 +166,7 @@ TEST(StreamTable, BitmapCaptionsHaveNoStrdAndAnUnterminatedNameCopy) {
                                           .append(strh_chunk("vids", "KQSB", 1, 1000, 3))
                                           .append(strf_video_chunk(720, 576, "KQSB"))
                                           .append(strn_chunk("Subs 1"))
-                                          .append(strd_chunk(1, {9})))});
+                                          .append(strd_chunk(1, {9, 8})))});
     ASSERT_NE(h, nullptr);
     video_stream_format v{};
     uint32_t length = 0;
