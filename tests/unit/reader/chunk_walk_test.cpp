@@ -2,6 +2,8 @@
 // and moving by offset. Expected positions come from the images as built.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -446,4 +448,52 @@ TEST(ChunkWalk, NoHandleNoListOrNoDestinationFails) {
     size = 0;
     EXPECT_EQ(aviin_get_next_chunk(r.get(), &type, &stream, nullptr, &size), 1);
     EXPECT_EQ(as_text(next_chunk(r.get()).data), "wxyz");
+}
+
+// A file written by ffmpeg, walked both ways, against the packets ffprobe
+// lists (stream, size, data position). Skipped when ffmpeg is not installed.
+TEST(ChunkWalk, AgreesWithFfprobeOnAFileFfmpegWrote) {
+    if (std::system("command -v ffmpeg >/dev/null 2>&1 && command -v ffprobe >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "ffmpeg not installed";
+    const std::string path = testing::TempDir() + "kelqavi_walk_ffmpeg.avi";
+    const std::string make = "ffmpeg -v error -f lavfi -i testsrc=size=32x24:rate=5 -f lavfi -i "
+                             "sine=frequency=440:sample_rate=8000 -t 2 -c:v mjpeg -c:a pcm_u8 -y '" + path + "'";
+    if (std::system(make.c_str()) != 0) GTEST_SKIP() << "ffmpeg could not write the file";
+    const std::string list = "ffprobe -v error -show_entries packet=stream_index,size,pos -of csv=p=0 '" + path + "'";
+    FILE *probe = popen(list.c_str(), "r");
+    ASSERT_NE(probe, nullptr);
+    std::vector<std::string> packets;
+    unsigned stream = 0, size = 0;
+    unsigned long long pos = 0;
+    while (std::fscanf(probe, "%u,%u,%llu", &stream, &size, &pos) == 3)
+        packets.push_back(std::to_string(stream) + " " + std::to_string(size) + " @" + std::to_string(pos));
+    pclose(probe);
+    ASSERT_GT(packets.size(), 10u);
+
+    aviin_handle *h = aviin_open(path.c_str(), 0);
+    ASSERT_NE(h, nullptr);
+    std::vector<std::string> walked;
+    std::vector<std::vector<uint8_t>> by_offset;
+    for (int call = 0; call < 1000; ++call) {
+        const header_call c = next_header(h);
+        if (c.result != 0) {
+            EXPECT_EQ(c.result, 3);
+            break;
+        }
+        if (c.type != KELQAVI_CHUNK_VIDEO && c.type != KELQAVI_CHUNK_AUDIO) continue;
+        walked.push_back(std::to_string(c.stream) + " " + std::to_string(c.size) + " @" + std::to_string(c.offset));
+        std::vector<uint8_t> data(c.size);
+        EXPECT_EQ(aviin_get_chunk(h, c.offset, data.data(), c.size), 0);
+        by_offset.push_back(data);
+    }
+    EXPECT_EQ(walked, packets);
+    ASSERT_EQ(aviin_seek_by_offset(h, static_cast<uint64_t>(h->movi_data_pos)), 0);
+    for (const std::vector<uint8_t> &expected : by_offset) {
+        const chunk_call c = next_chunk(h, 4096);
+        ASSERT_EQ(c.result, 0);
+        EXPECT_EQ(c.data, expected);
+    }
+    EXPECT_EQ(next_chunk(h).result, 3);
+    aviin_close(h);
+    std::remove(path.c_str());
 }
