@@ -166,7 +166,7 @@ int enter_segment_lists(aviin_handle *h, uint32_t swapped_ids, int64_t restore_p
     return result_ok;
 }
 
-// The file holds no segment n: the handle is released, by design. The -1
+// The file holds no segment n: the handle is released, as documented. The -1
 // left in *offset is how a caller tells this result from the other failures.
 int release_for_missing_segment(aviin_handle *h, int64_t restore_pos, int64_t *offset) {
     file_seek(h->file, restore_pos, origin_start);
