@@ -352,7 +352,8 @@ KELQAVI_API int aviin_get_chunk_type(aviin_handle *h, uint32_t stream, uint32_t 
  * stream number above 19. */
 KELQAVI_API int aviin_get_strd_info(aviin_handle *h, uint32_t stream, uint8_t **data, int32_t *size);
 /* The "MTDA" payload and the whole "MENU" chunk (header included, size + 8
- * bytes) of the main RIFF; null and 0 when absent; the handle's memory. */
+ * bytes) of the main RIFF; null and 0 when absent; the handle's memory. A
+ * block whose size runs past the end of the file counts as absent. */
 KELQAVI_API int aviin_get_metadata_info(aviin_handle *h, uint8_t **data, int32_t *size);
 KELQAVI_API int aviin_get_menu_info(aviin_handle *h, uint8_t **data, int32_t *size);
 /* Copies of a stream's format; 1 when the stream is out of range. A copy whose
@@ -444,14 +445,24 @@ typedef struct std_index_header {
 KELQAVI_API std_index_header *avi2_parse_standard_index_chunk(const uint8_t *bytes);
 /* Entry entry_number of a stream's OpenDML index: type code, data size (bit
  * 31 removed), key_flags 16 for a key frame else 0. 1 when the stream has no
- * index, the entry is out of range or the index type is unknown. The file
- * position is restored. */
+ * index, the entry is out of range or the index type is unknown, and also for
+ * a stream number above 19 or a failed read; the outputs (each may be null)
+ * are then left alone. The file position is restored.
+ * An index belongs to the stream named by two digits of its dwChunkId ("01wb",
+ * or "wb01" with swapped ids), not to the strl list holding it; one naming
+ * stream 20 to 99 is ignored. A super index entry's dwDuration is taken as the
+ * number of entries it covers, for audio too (where it counts bytes). The
+ * super index is read no further than nEntriesInUse, the entries its chunk's
+ * size has room for and the end of the file. */
 KELQAVI_API int aviin_get_indx_entry(aviin_handle *h, uint32_t entry_number, uint32_t stream_number,
                                      uint32_t *type, uint32_t *size, uint32_t *key_flags);
 /* Entry entry_number of the standard index chunk whose id is at ix_position:
  * size as stored (bit 31 kept), key_flag 0 when bit 24 of its offset is set,
  * else 1; type from the dwChunkId of the stream's cursor (set with
- * aviin_set_odml_cursor; 0 when none is set). Returns the seek's status. */
+ * aviin_set_odml_cursor; 0 when none is set, or for a stream number above
+ * 19). Returns the seek's status, 1 for a null h. A seek past the end of the
+ * file succeeds: the result is 0 and size and key_flag are left alone. The
+ * stream is left after the entry. Null outputs are allowed. */
 KELQAVI_API int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint32_t entry_number,
                                      uint32_t stream_number, uint32_t *type, uint32_t *size, uint32_t *key_flag);
 /* Sets the standard index header that avi2_get_index_entry reads for a
@@ -465,13 +476,28 @@ KELQAVI_API int aviin_set_odml_cursor(aviin_handle *h, uint32_t stream_number, s
 
 /* Scans the file's top-level forms for menu forms, counting their "MRIF"
  * chunks and keeping the last "MENU" chunk found. 1 when the scan ran to the
- * end, 0 when a read failed. */
+ * end, 0 when a read failed (0 too for a null h); what was found before a
+ * failure is kept.
+ * The scan starts at the menu form found at open or by an earlier scan (at
+ * the start of the file when there is none), and counts every top-level RIFF
+ * it meets as a segment, again. A form's "KMNU" list is looked for after the
+ * form's first chunk and, failing that, as its first list; a first look that
+ * runs off the end of the file, with no "KMNU" first list, is a failed read:
+ * so a scan that reaches a last form holding a single list (an "AVIX" segment,
+ * say) gives 0. A "MENU" chunk larger than the bytes left in the file is not
+ * allocated: the scan stops there with 0. */
 KELQAVI_API int aviin_getNextMenu(aviin_handle *h);
 /* Loads the next "MENU" chunk of the current menu form; 0 when one was
- * loaded, 1 otherwise. */
+ * loaded, 1 otherwise, with the file position restored and the current chunk
+ * kept. The first step after a scan starts after the form's first chunk,
+ * which it takes to be the current one (so it can load a menu the scan has
+ * passed); later steps go on after the chunk last loaded. The form ends where
+ * its size field says, or at the end of the file. A "MENU" chunk larger than
+ * the bytes left in the file ends the steps without being allocated. */
 KELQAVI_API int aviin_goto_next_menu(aviin_handle *h);
 /* The current menu-form "MENU" chunk, header included (size + 8 bytes), owned
- * by the handle: 0, or 1 with null and 0 when none has been found. */
+ * by the handle: 0, or 1 with null and 0 when none has been found. Null
+ * destinations are allowed. */
 KELQAVI_API int aviin_get_menu_chunk(aviin_handle *h, uint8_t **data, int32_t *size);
 
 #ifdef __cplusplus
