@@ -483,8 +483,8 @@ KELQAVI_API int aviin_set_odml_cursor(aviin_handle *h, uint32_t stream_number, s
  * it meets as a segment, again. A form's "KMNU" list is looked for after the
  * form's first chunk and, failing that, as its first list; a first look that
  * runs off the end of the file, with no "KMNU" first list, is a failed read:
- * so a scan that reaches a last form holding a single list (an "AVIX" segment,
- * say) gives 0. A "MENU" chunk larger than the bytes left in the file is not
+ * so the scan of a file that ends with a form holding a single list (an
+ * "AVIX" segment, say) gives 0. A "MENU" chunk larger than the bytes left in the file is not
  * allocated: the scan stops there with 0. */
 KELQAVI_API int aviin_getNextMenu(aviin_handle *h);
 /* Loads the next "MENU" chunk of the current menu form; 0 when one was
