@@ -1,6 +1,8 @@
 // The kelqavi tool: picks the command named by the first argument and hands
 // it the rest.
+#include "chunks_command.h"
 #include "diagnostics.h"
+#include "info_command.h"
 #include "riff_command.h"
 
 #include <clocale>
@@ -25,6 +27,9 @@ struct command {
 // Each command lives in its own pair of files; adding one is one line here.
 constexpr command commands[] = {
     {"riff", "show the RIFF chunk tree of a file (or of a built-in sample)", run_riff_command, print_riff_help},
+    {"info", "show the headers, streams, segments and indexes of an AVI file", run_info_command, print_info_help},
+    {"chunks", "list the chunks of every segment's 'movi' list as the reader walks them", run_chunks_command,
+     print_chunks_help},
 };
 
 const command *find_command(const char *name) {

@@ -1,5 +1,7 @@
 #include "output_format.h"
 
+#include "kelqavi.h"
+
 #include <chrono>
 #include <clocale>
 #include <cstdlib>
@@ -114,6 +116,29 @@ std::string json_bytes(std::string_view bytes) {
             out += c;
     }
     return out + "\"";
+}
+
+std::string fourcc_text(uint32_t code) {
+    char text[5];
+    fourCC_to_str(code, text);
+    std::string out;
+    for (int i = 0; i < 4; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte >= 0x20 && byte < 0x7f) {
+            out += static_cast<char>(byte);
+        } else {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+            out += escaped;
+        }
+    }
+    return out;
+}
+
+std::string fourcc_bytes(uint32_t code) {
+    char text[5];
+    fourCC_to_str(code, text);
+    return std::string(text, 4);
 }
 
 size_t display_width(std::string_view text) {

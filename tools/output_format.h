@@ -24,6 +24,13 @@ std::string json_string(std::string_view text);
 // for binary labels such as chunk ids, whose bytes are not text.
 std::string json_bytes(std::string_view bytes);
 
+// A FourCC as it stands in the file: printable ASCII as it is, any other
+// byte as \xNN ("00dc", "ix0\x00").
+std::string fourcc_text(uint32_t code);
+
+// The four bytes of a FourCC in file order, for json_bytes.
+std::string fourcc_bytes(uint32_t code);
+
 // Columns printed on screen: UTF-8 sequences count as one column each and
 // ANSI colour sequences (ESC [ ... m) count as none.
 size_t display_width(std::string_view text);

@@ -248,30 +248,6 @@ private:
 // Words for what the walk found.
 // ---------------------------------------------------------------------------
 
-// A FourCC as it stands in the file; bytes outside printable ASCII as \xNN.
-std::string fourcc_text(uint32_t code) {
-    char text[5];
-    fourCC_to_str(code, text);
-    std::string out;
-    for (int i = 0; i < 4; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte >= 0x20 && byte < 0x7f) {
-            out += static_cast<char>(byte);
-        } else {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
-            out += escaped;
-        }
-    }
-    return out;
-}
-
-std::string fourcc_bytes(uint32_t code) {
-    char text[5];
-    fourCC_to_str(code, text);
-    return std::string(text, 4);
-}
-
 struct known_id {
     const char *id;
     const char *what;
