@@ -711,9 +711,10 @@ int run_chunks_command(int argc, char **argv) {
                 walks.push_back(w);
                 continue;
             }
-            // The form's header was read by the RIFF layer, so the reader's
-            // two entries into it both succeed: a result of 1 leaves the
-            // handle held, and it is then only good for closing.
+            // The form's 12-byte header lies inside the file (the RIFF layer
+            // read its type there), so the reader can enter it and a result
+            // of 1 does not release the handle: it is then only good for
+            // closing, and a fresh one goes on with the next segment.
             if (aviin_goto_riff(walker.handle(), swapped, w.seg.offset) != 0) {
                 w.end = walk_end::not_entered;
                 walks.push_back(w);

@@ -1,0 +1,248 @@
+#!/bin/bash
+# The info and chunks commands, which read through the library's reader: the
+# built-in sample as the reader sees it, small hand-made files for the walk's
+# rules (resync over a "LIST rec " group, a chunk larger than the first
+# buffer, JUNK, empty and odd-sized chunks, type-first ids), damaged files,
+# files the reader refuses with the reason, and usage errors.
+# Usage: cli_reader.sh [EMULATOR...] TOOL
+set -u
+. "$(dirname "$0")/lib.sh"
+export LC_ALL=C
+
+# Records of the chunks --json output, in segment 0.
+records() { count '"segment": 0, "offset": [0-9]*, "id": "[^"]*", "type"'; }
+
+# --- Building blocks for hand-made files (bash, binary through files) ---------
+zeros() { head -c "$1" /dev/zero; }
+le16() { printf "$(printf '\\%03o\\%03o' $(($1 & 255)) $(($1 >> 8 & 255)))"; }
+# list TYPE FILE: a LIST around the contents of FILE.
+list() {
+    printf 'LIST'
+    le32 $(($(wc -c < "$2") + 4))
+    printf '%s' "$1"
+    cat "$2"
+}
+# riff_avi FILE: a RIFF 'AVI ' form around FILE.
+riff_form() {
+    printf 'RIFF'
+    le32 $(($(wc -c < "$2") + 4))
+    printf '%s' "$1"
+    cat "$2"
+}
+# raw_chunk ID SIZE FILL: a chunk of SIZE bytes of FILL (one character), with its pad byte.
+raw_chunk() {
+    printf '%s' "$1"
+    le32 "$2"
+    head -c "$2" /dev/zero | tr '\0' "$3"
+    if [ $(($2 % 2)) -eq 1 ]; then printf '\0'; fi
+}
+avih() {  # avih STREAMS
+    printf 'avih'; le32 56
+    le32 40000; le32 0; le32 0; le32 16; le32 1; le32 0; le32 "$1"; le32 0; le32 32; le32 24
+    zeros 16
+}
+strh() {  # strh TYPE HANDLER
+    printf 'strh'; le32 56
+    printf '%s%s' "$1" "$2"; le32 0; le16 0; le16 0; le32 0
+    le32 1; le32 25; le32 0; le32 1; le32 0; le32 4294967295; le32 0
+    zeros 8
+}
+strf_video() {  # strf_video CHUNK-SIZE: a 40-byte bitmap header, then CHUNK-SIZE - 40 bytes of palette
+    printf 'strf'; le32 "$1"
+    le32 40; le32 32; le32 24; le16 1; le16 8; printf 'RGB '; le32 768; zeros 16
+    zeros $(($1 - 40))
+}
+# header FILE [STRF-SIZE]: LIST 'hdrl' with one video stream.
+header() {
+    { strh vids 'TEST'; strf_video "${2:-40}"; } > "$work/strl.bin"
+    { avih 1; list strl "$work/strl.bin"; } > "$work/hdrl.bin"
+    list hdrl "$work/hdrl.bin" > "$1"
+}
+# avi_file OUT MOVI-CONTENTS [STRF-SIZE]: a whole file around the given movi contents.
+avi_file() {
+    header "$work/h.bin" "${3:-40}"
+    { cat "$work/h.bin"; list movi "$2"; } > "$work/form.bin"
+    riff_form 'AVI ' "$work/form.bin" > "$1"
+}
+
+# --- The built-in sample, as the reader sees it -------------------------------
+kq riff --save-sample "$work/sample.avi"
+expect_status 0 "saving the sample"
+
+kq info "$work/sample.avi"
+expect_status 0 "info on the sample"
+check "info: the first line" has "^$work/sample.avi: 2152 bytes (2.1 KiB), 2 streams, 1 RIFF segment$"
+check "info: frame period" has '^  frame period  *200000 us (5 fps)$'
+check "info: flags" has '^  flags  *0x00000110: has index, interleaved$'
+check "info: stream 0 is video" has '^Stream 0: video$'
+check "info: its codec" has "^  codec  *handler 'MJPG', compression 'MJPG'$"
+check "info: its frame size" has '^  frame size  *64 x 48$'
+check "info: its name" has '^  name  *"Test card"$'
+check "info: the strd block that follows the name is not the reader's" \
+    has '^  strd block  *none taken by the reader: the list holds one of 6 bytes, but not right after the format'
+check "info: stream 1 is audio" has '^Stream 1: audio$'
+check "info: 8-bit PCM at 8000 Hz" has '^  format tag  *0x0001 (PCM)$'
+check "info: its rate" has '^  rate / scale  *8000 / 1 = 8000 blocks/s$'
+check "info: the segment" has "^  0       0  'AVI '  2144  at 2048, 56 bytes$"
+check "info: idx1" has '^  idx1  *2 entries at 2112 (stream 0: 1, stream 1: 1)$'
+check "info: nothing on stderr" [ ! -s "$work/err" ]
+
+kq info --json "$work/sample.avi"
+expect_status 0 "info --json on the sample"
+check "info --json parses" json_ok
+check "info --json: the video stream" has '"compression": "MJPG",'
+check "info --json: its size" has '"width": 64,'
+check "info --json: the audio format" has '"format_tag": 1,'
+check "info --json: segment 0" has '{"number": 0, "offset": 0, "id": "RIFF", "form_type": "AVI ", "size": 2144, "menu_form": false, "movi_offset": 2048, "movi_size": 56}'
+check "info --json: idx1 per stream" has '"per_stream": \[{"stream": 0, "entries": 1}, {"stream": 1, "entries": 1}\],'
+
+for mode in "" --headers; do
+    # shellcheck disable=SC2086
+    kq chunks --json $mode "$work/sample.avi"
+    expect_status 0 "chunks --json $mode on the sample"
+    check "chunks --json $mode parses" json_ok
+    check "chunks $mode: the frame" has '{"segment": 0, "offset": 2060, "id": "00dc", "type": "video", "type_code": 3, "stream": 0, "size": 24, "data_offset": 2068'
+    check "chunks $mode: the odd audio chunk" has '{"segment": 0, "offset": 2092, "id": "01wb", "type": "audio", "type_code": 1, "stream": 1, "size": 11, "data_offset": 2100'
+    check "chunks $mode: two records" [ "$(records)" -eq 2 ]
+    check "chunks $mode: the segment walked to its end" has '"records": 2, "end": "end_of_list",'
+done
+kq chunks "$work/sample.avi"
+expect_status 0 "chunks on the sample"
+check "chunks: per stream" has '^1            1     11  audio$'
+check "chunks: total" has '^total        2     35  35 B$'
+check "chunks: no problems" has '^No problems found.$'
+
+# --- The walk's rules, on a hand-made file -----------------------------------
+# movi: 00dc (4 bytes), a "LIST rec " group holding 01wb (3 bytes), JUNK (6),
+# 00dc of 70000 bytes (more than the first buffer), an empty 00dc, and 01wb (2).
+{
+    raw_chunk 00dc 4 a
+    raw_chunk 01wb 3 b > "$work/rec.bin"
+    list 'rec ' "$work/rec.bin"
+    raw_chunk JUNK 6 j
+    raw_chunk 00dc 70000 c
+    raw_chunk 00dc 0 x
+    raw_chunk 01wb 2 d
+} > "$work/movi.bin"
+avi_file "$work/rules.avi" "$work/movi.bin"
+# The movi list's data begins at 12 + 12 + 56 + 8 + 12 + 64 + 48 + 12 = 224.
+kq chunks --json "$work/rules.avi"
+expect_status 0 "chunks on the rules file"
+check "rules: 00dc first" has '"offset": 224, "id": "00dc", "type": "video", "type_code": 3, "stream": 0, "size": 4, "data_offset": 232, "read": 4}'
+# The resync scan stores the eight bytes after "LIST" (its size and "rec ")
+# and the first byte of the 01wb id that ends it.
+check "rules: the LIST header is passed by the resync scan, 9 bytes" \
+    has '"offset": 236, "id": "LIST", "type": "unrecognised", "type_code": 0, "stream": null, "size": 9, "data_offset": 240, "read": 9}'
+check "rules: the chunk inside the group" has '"offset": 248, "id": "01wb", "type": "audio", "type_code": 1, "stream": 1, "size": 3, "data_offset": 256, "read": 3}'
+check "rules: JUNK, type 10" has '"offset": 260, "id": "JUNK", "type": "junk", "type_code": 10, "stream": null, "size": 6,'
+check "rules: the large chunk read whole after the buffer grew" has '"offset": 274, "id": "00dc", .*"size": 70000, "data_offset": 282, "read": 70000}'
+check "rules: the empty chunk" has '"offset": 70282, "id": "00dc", .*"size": 0,'
+check "rules: the last chunk" has '"offset": 70290, "id": "01wb", .*"size": 2,'
+check "rules: seven records" [ "$(records)" -eq 7 ]
+kq chunks --json --headers "$work/rules.avi"
+expect_status 0 "chunks --headers on the rules file"
+check "rules --headers: the LIST header passed in three four-byte steps" \
+    has '"offset": 236, "id": "LIST", "type": "unrecognised", "type_code": 0, "stream": null, "size": 12, "data_offset": 240, "steps": 3}'
+check "rules --headers: the large chunk" has '"offset": 274, "id": "00dc", .*"size": 70000, "data_offset": 282}'
+check "rules --headers: seven records" [ "$(records)" -eq 7 ]
+
+# Type-first ids: unrecognised unless --swapped-ids. (The sizes keep the
+# header walk's four-byte steps off "wb" at the third and fourth byte of a
+# step, which would make it an audio id whatever the first two are.)
+{ raw_chunk dc00 8 a; raw_chunk wb01 4 b; } > "$work/movi.bin"
+avi_file "$work/swapped.avi" "$work/movi.bin"
+kq chunks --json --headers "$work/swapped.avi"
+expect_status 0 "chunks --headers on type-first ids"
+# The walk ends where the list's start + size lies, 8 bytes before its true
+# end, so the last five steps are all it takes.
+check "type-first ids are not data-chunk ids by default" \
+    has '"offset": 224, "id": "dc00", "type": "unrecognised", "type_code": 0, "stream": null, "size": 20, "data_offset": 228, "steps": 5}'
+kq chunks --json --swapped-ids "$work/swapped.avi"
+expect_status 0 "chunks --swapped-ids"
+check "--swapped-ids: dc00 is video of stream 0" has '"id": "dc00", "type": "video", "type_code": 3, "stream": 0, "size": 8,'
+check "--swapped-ids: wb01 is audio of stream 1" has '"id": "wb01", "type": "audio", "type_code": 1, "stream": 1, "size": 4,'
+
+# --- Damaged files ---------------------------------------------------------------
+# A chunk whose data the file cuts short.
+{ raw_chunk 00dc 4 a; raw_chunk 01wb 100 b; } > "$work/movi.bin"
+avi_file "$work/full.avi" "$work/movi.bin"
+head -c $((224 + 12 + 8 + 10)) "$work/full.avi" > "$work/cut.avi"
+kq chunks --json "$work/cut.avi"
+expect_status 3 "chunks on a cut chunk"
+check "cut: 10 of 100 bytes read" has '"id": "01wb", .*"size": 100, "data_offset": 244, "read": 10, "cut_short": true}'
+check "cut: the list runs past the end of the file" has '"end": "end_of_file",.*"problem": true}'
+kq chunks --json --headers "$work/cut.avi"
+expect_status 3 "chunks --headers on a cut chunk"
+check "cut --headers: past the end of the file" has '"id": "01wb", .*"size": 100, "data_offset": 244, "past_eof": true}'
+LC_ALL=C kq chunks "$work/cut.avi"
+expect_status 3 "chunks (text) on a cut chunk"
+check "cut: the note" has 'cut short by the end of the file: 10 of 100 bytes'
+
+# A size of 0xFFFFFFF8 steps the header walk eight bytes back, onto itself.
+{ raw_chunk 00dc 4 a; printf '01wb'; le32 4294967288; zeros 16; } > "$work/movi.bin"
+avi_file "$work/back.avi" "$work/movi.bin"
+kq chunks --json --headers "$work/back.avi"
+expect_status 3 "chunks --headers on a size that steps backwards"
+check "backwards: marked, and the walk stops" has '"id": "01wb", .*"backwards": true}'
+check "backwards: the segment ends there" has '"end": "backwards", "end_offset": 236,'
+kq chunks --json "$work/back.avi"
+expect_status 3 "chunks on a size past the end of the file"
+check "the whole-chunk walk passes it over unread" has '"id": "01wb", .*"size": 4294967288, "data_offset": 244, "read": 0, "past_eof": true}'
+
+# --- Files the reader refuses: one line each, exit 1 ---------------------------
+refused() {  # refused FILE REASON
+    local command
+    for command in info chunks; do
+        kq "$command" "$1"
+        expect_status 1 "$command on $(basename "$1")"
+        check "$command: nothing on stdout for $(basename "$1")" out_empty
+        check "$command: '$2'" err_is "kelqavi: cannot open '$1': $2"
+    done
+}
+raw_chunk 00dc 4 a > "$work/movi.bin"
+avi_file "$work/palette.avi" "$work/movi.bin" 1064
+refused "$work/palette.avi" "stream 0's video format has 1024 bytes after its 40-byte header (palette or codec data), which this reader does not accept"
+header "$work/h.bin"
+riff_form 'AVI ' "$work/h.bin" > "$work/nomovi.avi"
+refused "$work/nomovi.avi" "its first RIFF form has no 'movi' list"
+: > "$work/empty.bin"
+{ cat "$work/h.bin"; list movi "$work/empty.bin"; } > "$work/form.bin"
+riff_form 'AVI ' "$work/form.bin" > "$work/emptymovi.avi"
+refused "$work/emptymovi.avi" "its 'movi' list is empty"
+riff_form 'WAVE' "$work/h.bin" > "$work/wave.avi"
+refused "$work/wave.avi" "it is a RIFF 'WAVE' form, not 'AVI '"
+printf 'hello, world\n' > "$work/text.avi"
+refused "$work/text.avi" "it is not a RIFF file (it begins with 'hell')"
+: > "$work/nothing.avi"
+refused "$work/nothing.avi" "the file is empty"
+kq info "$work/no-such-file.avi"
+expect_status 1 "info on a missing file"
+check "a missing file: the system's reason" err_is "kelqavi: cannot open '$work/no-such-file.avi': No such file or directory"
+
+# --- Usage ---------------------------------------------------------------------
+kq --help
+check "--help lists info" has '^  info  '
+check "--help lists chunks" has '^  chunks  '
+for command in info chunks; do
+    kq help "$command"
+    expect_status 0 "help $command"
+    check "help $command: usage line" has "^Usage: kelqavi $command "
+    check "help $command: --json" has '^  --json'
+    check "help $command: exit status" has '^Exit status:'
+    kq "$command" --json --help "$work/sample.avi"
+    expect_status 0 "$command --help with other arguments"
+    kq "$command"
+    expect_status 2 "$command without FILE"
+    check "$command without FILE: one line" err_is "kelqavi: '$command' needs a FILE (see 'kelqavi $command --help')"
+    kq "$command" --depth 2 "$work/sample.avi"
+    expect_status 2 "$command --depth"
+    check "$command: unknown option" err_is "kelqavi: unknown option '--depth' for '$command' (see 'kelqavi $command --help')"
+    kq "$command" a.avi b.avi
+    expect_status 2 "$command with two files"
+    check "$command with two files: one line" err_one_line
+    check "$command with two files: nothing on stdout" out_empty
+done
+kq help chunks
+check "help chunks documents --headers" has '^  --headers'
+
+finish
