@@ -2,8 +2,8 @@
 # Installs the Debian packages a job needs, only those that are missing.
 # Usage: install-deps.sh build|test|bench  (run as root on Debian 12)
 set -eu
-build_packages="cmake ninja-build g++ gcc pkgconf"
-test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user ffmpeg"
+build_packages="cmake ninja-build g++ gcc pkgconf ffmpeg"
+test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user"
 bench_packages="$build_packages libbenchmark-dev libavformat-dev strace"
 
 case "${1:-}" in
