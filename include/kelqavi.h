@@ -387,15 +387,15 @@ KELQAVI_API int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offse
 /* Moves the reader into the segment whose header is at offset: re-reads its
  * header list (if any) and stands at its first "movi" chunk. 0 also for a
  * segment without "movi". 1 without releasing the handle when h is null or
- * has no stream, when entering a list inside the segment fails (the handle is
- * then only good for aviin_close), or when its "hdrl" or "movi" is bad (the
- * position is restored). 1 AFTER RELEASING THE HANDLE (h must not be used or
- * closed again) when the chunk at offset cannot be entered as a list a second
- * time; a first failure to enter it returns 0 and leaves the handle standing
- * in no list. The chunk is read twice from the same offset, so the release
- * needs a negative offset (no seek is made and both entries read wherever the
- * stream stands) or a read error: an offset >= 0 in a file that does not
- * change never releases the handle. */
+ * has no stream; when nothing at offset can be entered as a list (past the
+ * end of the file, say), the position restored and the handle standing in no
+ * list, so that walking calls fail until a move succeeds; when entering a list
+ * inside the segment fails (the handle standing in no list); or when its
+ * "hdrl" or "movi" is bad (the position restored). 1 AFTER RELEASING THE
+ * HANDLE (h must not be used or closed again) only when the segment could be
+ * entered once but not a second time, which takes a read error (or a file
+ * that changes underneath) or a negative offset, which cannot be sought: both
+ * entries then read wherever the stream stands. */
 KELQAVI_API int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset);
 
 /* Sequential reading of the current "movi" list: 0 a chunk, 1 failure, 3 end

@@ -215,9 +215,14 @@ int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset) {
     empty_stream_tables(h);
 
     // First pass: the segment's legacy index.
+    // Nothing that can be entered stands there: stop and report it, keeping
+    // the handle, which stands in no list until a move succeeds.
     list_node *segment = new_list(nullptr, stream);
     h->idx1_pos = 0;
-    if (segment == nullptr) return result_ok;  // standing in no list, as documented
+    if (segment == nullptr) {
+        file_seek(stream, restore_pos, origin_start);
+        return result_failed;
+    }
     find_legacy_index(h, segment);
     delete_list_recursive(segment);
 

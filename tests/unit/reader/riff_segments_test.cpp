@@ -220,13 +220,15 @@ TEST(RiffSegments, GotoSegmentWithoutMovieDataSucceedsInTheSegment) {
     EXPECT_EQ(next_data(r.get()), "jjjj");
 }
 
-TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessTheSegmentCannotBeEnteredTwice) {
+TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessTheSecondEntryFails) {
     const two_segments t;
     {
-        // Nothing to enter past the end of the file: 0, standing in no list; the handle recovers.
+        // Nothing to enter past the end of the file: 1, standing in no list; the handle recovers.
         reader r(t.file);
         ASSERT_TRUE(r);
-        EXPECT_EQ(aviin_goto_riff(r.get(), 0, static_cast<int64_t>(t.file.size()) + 100), 0);
+        const int64_t before = file_tell(r->file);
+        EXPECT_EQ(aviin_goto_riff(r.get(), 0, static_cast<int64_t>(t.file.size()) + 100), 1);
+        EXPECT_EQ(file_tell(r->file), before);
         EXPECT_EQ(r->current_list, nullptr);
         EXPECT_EQ(next_data(r.get()), "#1");
         EXPECT_EQ(offset_of(r.get(), 1), t.avix_at);
