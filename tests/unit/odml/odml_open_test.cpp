@@ -14,13 +14,13 @@ using namespace kelqtest;
 
 namespace {
 
-struct data_chunk_spec {
+struct planned_chunk {
     uint32_t size;
     bool key;
 };
 
-const std::vector<data_chunk_spec> video_chunks = {{10, true}, {11, false}, {12, false}, {13, true}, {14, false}};
-const std::vector<data_chunk_spec> audio_chunks = {{20, true}, {22, true}, {24, true}};
+const std::vector<planned_chunk> video_chunks = {{10, true}, {11, false}, {12, false}, {13, true}, {14, false}};
+const std::vector<planned_chunk> audio_chunks = {{20, true}, {22, true}, {24, true}};
 
 // A file with a video and an audio stream, each with a super index, and the
 // two standard indexes after the data chunks in "movi". Ids are "00dc" or,
@@ -47,7 +47,7 @@ private:
         a.append(strn_chunk("Audio")).append(indx_chunk(aud, 1, {{static_cast<uint64_t>(ix1), 0, 3}}));
         std::vector<std_entry> ve, ae;
         for (size_t i = 0; i < video_chunks.size(); ++i) {
-            const data_chunk_spec &c = video_chunks[i];
+            const planned_chunk &c = video_chunks[i];
             ve.push_back({static_cast<uint32_t>(data.size() + 8), c.size | (c.key ? 0 : 0x80000000u)});
             data.chunk(vid, byte_image().fill(c.size, static_cast<uint8_t>(i)));
             if (i >= audio_chunks.size()) continue;
