@@ -264,10 +264,12 @@ bool scan_layout(const char *path, bool with_idx1, uint32_t swapped_ids, avi_lay
         uint32_t id = 0, size = 0;
         if (!r.seek(cursor) || read_fourCC(&id, f) != 0) break;
         const bool have_size = read_val32(&size, f) == 0;
-        if (fourCC_equal(id, id_riff)) {
+        const bool first_mrif = cursor == 0 && fourCC_equal(id, id_mrif);
+        if (fourCC_equal(id, id_riff) || first_mrif) {
             riff_form form;
             form.offset = cursor;
             form.size = size;
+            form.numbered = !first_mrif;
             layout.forms.push_back(form);
         } else if (!have_size) {
             // One to four bytes left where a chunk header should begin: the
@@ -298,7 +300,7 @@ std::string refusal_reason(const avi_layout &layout) {
         return "it is not a RIFF file (it begins with '" + fourcc_text(layout.first_id) + "')";
     if (layout.file_size < list_header_size)
         return "it is too short for a RIFF header (" + std::to_string(layout.file_size) + " bytes)";
-    if (layout.forms.empty() || layout.forms[0].offset != 0) return "its first RIFF form cannot be read";
+    if (layout.forms.empty() || layout.forms[0].offset != 0) return "its first form cannot be read";
     const riff_form &form = layout.forms[0];
     if (layout.top_level_cut >= 0)
         return "its top-level chunks end " + std::to_string(layout.file_size - layout.top_level_cut) +
@@ -348,7 +350,17 @@ std::string refusal_reason(const avi_layout &layout) {
 
 aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout) {
     aviin_handle *h = aviin_open(path, swapped_ids);
-    if (h == nullptr) print_error("cannot open '%s': %s", path, refusal_reason(layout).c_str());
+    if (h == nullptr) {
+        print_error("cannot open '%s': %s", path, refusal_reason(layout).c_str());
+        return nullptr;
+    }
+    // The reader took a first form that the RIFF layer did not find: the file
+    // changed between the two reads.
+    if (layout.forms.empty() || layout.forms[0].offset != 0) {
+        aviin_close(h);
+        print_error("cannot read '%s': the file changed while it was being read", path);
+        return nullptr;
+    }
     return h;
 }
 
@@ -361,9 +373,10 @@ segment_list list_segments(aviin_handle *h, const avi_layout &layout) {
     // Top-level forms come in the reader's numbering in file order, with the
     // MRIF chunks of menu lists between them, so asking 0, 1, 2... until the
     // last form has been met never asks beyond it.
-    size_t forms_met = 0;
+    size_t numbered = 0, forms_met = 0;
+    for (const riff_form &f : layout.forms) numbered += f.numbered ? 1 : 0;
     int32_t n = 0;
-    for (; n < list.count && forms_met < layout.forms.size(); ++n) {
+    for (; n < list.count && forms_met < numbered; ++n) {
         segment s;
         s.number = n;
         if (aviin_get_riff_offset(h, n, &s.offset) != 0) {
@@ -371,7 +384,7 @@ segment_list list_segments(aviin_handle *h, const avi_layout &layout) {
             break;
         }
         for (size_t i = 0; i < layout.forms.size(); ++i) {
-            if (layout.forms[i].offset == s.offset) {
+            if (layout.forms[i].numbered && layout.forms[i].offset == s.offset) {
                 s.form = static_cast<int>(i);
                 ++forms_met;
                 break;

@@ -54,9 +54,11 @@ struct stream_list {
     super_index indx;
 };
 
-// A top-level chunk whose id is "RIFF".
+// A top-level chunk whose id is "RIFF", or the "MRIF" chunk that the reader
+// also takes as a file's first form.
 struct riff_form {
     int64_t offset = 0;
+    bool numbered = true;  // a RIFF, which the reader's segment numbering counts; false for a first MRIF
     uint32_t size = 0;
     uint32_t type = 0;  // form type; 0 when the form is too short to hold one
     int64_t end = 0;    // offset + 8 + size, or the file's end when that comes first
@@ -89,7 +91,8 @@ struct avi_layout {
     uint32_t first_id = 0;          // the file's first four bytes
     // Every top-level "RIFF", found the way the reader's top-level scan finds
     // them: from offset 0, each chunk advances by its size field + 8, with no
-    // pad byte. Its segment numbering follows this order.
+    // pad byte. Its segment numbering follows this order. A first chunk
+    // "MRIF" comes first too, unnumbered.
     std::vector<riff_form> forms;
     uint64_t other_top_level = 0;   // top-level chunks that are not RIFF forms
     int64_t top_level_cut = -1;     // where the scan met 1 to 4 bytes, too few for a chunk header
@@ -106,7 +109,8 @@ bool scan_layout(const char *path, bool count_idx1, uint32_t swapped_ids, avi_la
 std::string refusal_reason(const avi_layout &layout);
 
 // Opens the file with aviin_open. When the reader refuses it, prints
-// "cannot open 'PATH': REASON" and returns null.
+// "cannot open 'PATH': REASON" and returns null. A handle returned stands on
+// a file whose layout has its first form at layout.forms[0].
 aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout);
 
 // The RIFF segments as the reader numbers them.

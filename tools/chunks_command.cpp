@@ -110,7 +110,7 @@ public:
 
     aviin_handle *handle() const { return h_; }
     void set_handle(aviin_handle *h) { h_ = h; }
-    const std::vector<chunk_record> &records() const { return records_; }
+    std::vector<chunk_record> &records() { return records_; }
 
     // Walks the list the handle stands in. expected_start is where the
     // segment's first chunk lies by the RIFF layer's reading of the file.
@@ -122,7 +122,8 @@ public:
         if (learned == result_end) {
             w.end = walk_end::end_of_list;
         } else if (learned != result_ok) {
-            w.end = walk_end::read_failure;
+            w.end = failure_at(expected_start);
+            w.end_position = expected_start;
         } else if (start != expected_start) {
             w.end = walk_end::not_in_movi;
             w.end_position = start;
@@ -172,16 +173,19 @@ private:
                 c.read = c.size;
                 retried = false;
                 if (type == KELQAVI_CHUNK_UNKNOWN) {
-                    // Unrecognised bytes, passed by the reader's resync scan.
+                    // Unrecognised bytes, passed by the reader's resync scan,
+                    // which goes on at the last position it examined.
                     c.data_offset = position + 4;
                     add(c);
+                    const int64_t scanned_to = position + 3 + static_cast<int64_t>(c.size);
                     const int learned = learn_position(position);
                     if (learned == result_end) {
                         w.end = walk_end::end_of_list;
                         return;
                     }
                     if (learned != result_ok) {
-                        w.end = walk_end::end_of_file;
+                        w.end = failure_at(scanned_to);
+                        w.end_position = scanned_to;
                         return;
                     }
                     continue;
@@ -402,7 +406,8 @@ bool segment_problem(const segment_walk &w, const avi_layout &layout, const std:
 }
 
 std::string segment_words(const segment_walk &w, const avi_layout &layout) {
-    const std::string where = "segment " + std::to_string(w.seg.number) + " at " + std::to_string(w.seg.offset);
+    const std::string where = w.seg.number < 0 ? "the first form (MRIF, not numbered as a segment) at 0"
+                                               : "segment " + std::to_string(w.seg.number) + " at " + std::to_string(w.seg.offset);
     if (w.form == nullptr) return where + " (MRIF): a menu segment, no 'movi' list";
     const riff_form &f = *w.form;
     if (!f.has_movi) return where + " ('" + fourcc_text(f.type) + "'): no 'movi' list";
@@ -578,7 +583,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         j.begin_object(nullptr, true);
         j.field("segment", jw::number(w.seg.number));
         j.field("offset", jw::number(w.seg.offset));
-        j.field("id", jw::text(w.form == nullptr ? "MRIF" : "RIFF"));
+        j.field("id", jw::text(w.form == nullptr || !w.form->numbered ? "MRIF" : "RIFF"));
         j.field("form_type", w.form != nullptr ? jw::fourcc(w.form->type) : jw::null());
         const bool movi = w.form != nullptr && w.form->has_movi;
         j.field("movi_offset", movi ? jw::number(w.form->movi_offset) : jw::null());
@@ -695,15 +700,19 @@ int run_chunks_command(int argc, char **argv) {
                               static_cast<uint64_t>(layout.file_size));
         movi_walker walker(h, layout, swapped, headers_only, progress);
 
-        // The reader stands in the first segment's 'movi' after opening.
+        // The reader stands in the first form's 'movi' after opening.
         segment_walk first;
         first.form = &layout.forms[0];
+        first.seg.number = -1;  // a first "MRIF" form has no segment number
         walker.walk(first, layout.forms[0].movi_offset + list_header_size);
         segments = list_segments(walker.handle(), layout);
-        if (!segments.listed.empty()) first.seg = segments.listed[0];
+        for (const segment &s : segments.listed)
+            if (s.form == 0) first.seg = s;
+        for (chunk_record &c : walker.records()) c.segment = first.seg.number;
         walks.push_back(first);
 
-        for (size_t i = 1; i < segments.listed.size() && !segments.query_failed; ++i) {
+        for (size_t i = 0; i < segments.listed.size() && !segments.query_failed; ++i) {
+            if (segments.listed[i].form == 0) continue;
             segment_walk w;
             w.seg = segments.listed[i];
             w.form = w.seg.form >= 0 ? &layout.forms[static_cast<size_t>(w.seg.form)] : nullptr;

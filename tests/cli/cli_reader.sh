@@ -162,6 +162,17 @@ expect_status 0 "chunks --swapped-ids"
 check "--swapped-ids: dc00 is video of stream 0" has '"id": "dc00", "type": "video", "type_code": 3, "stream": 0, "size": 8,'
 check "--swapped-ids: wb01 is audio of stream 1" has '"id": "wb01", "type": "audio", "type_code": 1, "stream": 1, "size": 4,'
 
+# A first form with the id "MRIF", which the reader takes like "RIFF" but does
+# not number as a segment.
+{ printf 'MRIF'; tail -c +5 "$work/swapped.avi"; } > "$work/mrif.avi"
+kq info --json "$work/mrif.avi"
+expect_status 0 "info on an MRIF first form"
+check "MRIF first form: no segment counted" has '"segment_count": 0,'
+kq chunks --json --headers --swapped-ids "$work/mrif.avi"
+expect_status 0 "chunks on an MRIF first form"
+check "MRIF first form: walked, not numbered" has '{"segment": -1, "offset": 0, "id": "MRIF", "form_type": "AVI ",'
+check "MRIF first form: its chunks" has '"segment": -1, "offset": 224, "id": "dc00", "type": "video",'
+
 # --- Damaged files ---------------------------------------------------------------
 # A chunk whose data the file cuts short.
 { raw_chunk 00dc 4 a; raw_chunk 01wb 100 b; } > "$work/movi.bin"
