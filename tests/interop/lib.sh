@@ -88,6 +88,10 @@ make_avi() {
 #   video_only, audio_only (MPEG audio layer 2)
 #   piped       written to a pipe: no idx1, no super index, and the RIFF and
 #               'movi' sizes left at the placeholder 0xFFFFFFFF
+#   opendml_small  made by the checker, as ffmpeg lays out files above 1 GiB:
+#               'AVI ' and 'AVIX' segments, super indexes, ix00/ix01 at the
+#               end of each 'movi' (ffmpeg writes these only past 1 GiB, and
+#               the corruptions need a small file that has them)
 make_interop_files() {
     local video=(-f lavfi -i testsrc=size=64x48:rate=10)
     make_avi mpeg4_mp3 "${video[@]}" -f lavfi -i sine=frequency=440:sample_rate=22050 \
@@ -105,5 +109,6 @@ make_interop_files() {
             -t 1 -c:v mpeg4 -c:a pcm_s16le -f avi pipe:1 > "$work/piped.avi"; then
         fail "ffmpeg could not write piped.avi"
     fi
+    "$checker" opendml "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
 }
-interop_files="mpeg4_mp3 mjpeg_pcm two_audio pcm_odd video_only audio_only piped"
+interop_files="mpeg4_mp3 mjpeg_pcm two_audio pcm_odd video_only audio_only piped opendml_small"
