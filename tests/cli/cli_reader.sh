@@ -230,6 +230,25 @@ kq info "$work/no-such-file.avi"
 expect_status 1 "info on a missing file"
 check "a missing file: the system's reason" err_is "kelqavi: cannot open '$work/no-such-file.avi': No such file or directory"
 
+# --- A long walk on a terminal (natively, where script(1) can give the tool one)
+if [ "${KELQAVI_CLI_NATIVE:-0}" = 1 ] && command -v script > /dev/null 2>&1; then
+    # 32768 empty chunks, no header list (which the reader does not need);
+    # the last chunk, at the list's end, is never returned.
+    printf '00dc\0\0\0\0' > "$work/one"
+    for _ in $(seq 15); do cat "$work/one" "$work/one" > "$work/two"; mv "$work/two" "$work/one"; done
+    { printf 'LIST'; le32 $((4 + 32768 * 8)); printf 'movi'; cat "$work/one"; } > "$work/form.bin"
+    riff_form 'AVI ' "$work/form.bin" > "$work/long.avi"
+    kq chunks "$work/long.avi"
+    expect_status 0 "chunks on 32768 chunks"
+    check "long walk: 32767 records" has '^0        32767      0  video$'
+    check "long walk: no progress bar when stderr is not a terminal" [ ! -s "$work/err" ]
+    cp "$work/out" "$work/long.txt"
+    cmdline=$(printf '%q ' "${tool[@]}")
+    TERM=xterm script -qec "$cmdline chunks '$work/long.avi' > '$work/long_tty.txt'" /dev/null > "$work/tty.txt" 2>&1
+    check "long walk: a progress bar on a terminal stderr" grep -q 'kelqavi: walking .*long.avi \[#*\.*\] .*chunks' "$work/tty.txt"
+    check "long walk: stdout is the same with the bar on stderr" cmp -s "$work/long.txt" "$work/long_tty.txt"
+fi
+
 # --- Usage ---------------------------------------------------------------------
 kq --help
 check "--help lists info" has '^  info  '
