@@ -69,7 +69,7 @@ check "opendml_small: the reader finds the first index entry of each stream" \
 check "pcm_odd: odd-sized audio chunks were met" \
     grep -q '"type": "audio", "type_code": 1, "stream": 1, "size": 1001,' "$work/pcm_odd.chunks.json"
 
-# --- A palette after the bitmap header: refused by design, with the reason ---
+# --- A palette after the bitmap header: the reader refuses it on purpose; the reason is given ---
 echo "== palette"
 if make_avi palette -f lavfi -i testsrc=size=32x24:rate=5 -t 1 -c:v rawvideo -pix_fmt pal8; then
     ffprobe -v error -show_streams -of json "$work/palette.avi" > "$work/palette.streams.json"
