@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh build
 cmake --preset release > /dev/null
 cmake --build --preset release
-kelqavi=./build/release/tools/kelqavi
+kelqavi=$PWD/build/release/tools/kelqavi
 
 # riff exits 3 for a tree with faults; the reader's view is still worth showing.
 status=0
@@ -28,5 +28,5 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=10 \
 echo
 echo "A small AVI written by ffmpeg, read with the library's reader:"
 echo
-"$kelqavi" info "$work/clip.avi" || status=$?
+(cd "$work" && "$kelqavi" info clip.avi) || status=$?
 exit "$status"
