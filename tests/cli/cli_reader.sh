@@ -112,6 +112,41 @@ check "chunks: per stream" has '^1            1     11  audio$'
 check "chunks: total" has '^total        2     35  35 B$'
 check "chunks: no problems" has '^No problems found.$'
 
+# --- Every stream kind ---------------------------------------------------------
+# A named video stream, two "txts" streams named as a text caption and as a
+# chapter (format values stored in the order 0, 1, 3, 2), and a "mids" stream
+# the reader does not classify.
+text_stream() {  # text_stream NAME
+    { strh txts '    '; printf 'strf'; le32 8; le16 1; le16 2; le16 4; le16 3; chunk strn "$1"; } > "$work/t.bin"
+    list strl "$work/t.bin"
+}
+{ strh vids 'TEST'; strf_video 40; chunk strn "Main"; } > "$work/v.bin"
+strh mids '    ' > "$work/m.bin"
+{
+    avih 4
+    list strl "$work/v.bin"
+    text_stream "Subtitle (English)"
+    text_stream "Chapter list"
+    list strl "$work/m.bin"
+} > "$work/hdrl.bin"
+list hdrl "$work/hdrl.bin" > "$work/h.bin"
+raw_chunk 00dc 4 a > "$work/movi.bin"
+{ cat "$work/h.bin"; list movi "$work/movi.bin"; } > "$work/form.bin"
+riff_form 'AVI ' "$work/form.bin" > "$work/kinds.avi"
+kq info "$work/kinds.avi"
+expect_status 0 "info on every stream kind"
+check "kinds: video, named" has '^  name  *"Main"$'
+check "kinds: stream 1 is a text caption" has '^Stream 1: text caption$'
+check "kinds: stream 2 is a chapter" has '^Stream 2: chapter$'
+check "kinds: format values in memory order" [ "$(count '^  format values  *1, 2, 3, 4$')" -eq 2 ]
+check "kinds: the caption's name, read beside the reader" has '^  name  *"Subtitle (English)"$'
+check "kinds: stream 3 is unclassified" has '^Stream 3: unclassified$'
+check "kinds: its stream type" has "^  stream type  *'mids', handler '    '$"
+kq info --json "$work/kinds.avi"
+check "kinds --json parses" json_ok
+check "kinds --json: the kinds in order" [ "$(grep -o '"kind": "[a-z_]*"' "$work/out" | tr '\n' ' ')" = \
+    '"kind": "video" "kind": "text_caption" "kind": "chapter" "kind": "unclassified" ' ]
+
 # --- The walk's rules, on a hand-made file -----------------------------------
 # movi: 00dc (4 bytes), a "LIST rec " group holding 01wb (3 bytes), JUNK (6),
 # 00dc of 70000 bytes (more than the first buffer), an empty 00dc, and 01wb (2).
