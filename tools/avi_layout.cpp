@@ -158,17 +158,35 @@ void read_stream_list(layout_reader &r, int64_t begin, int64_t end, stream_list 
         } else if (fourCC_equal(id, id_strd) && !s.has_strd) {
             s.has_strd = true;
             if (r.seek(pos + 12)) read_val32(&s.strd_size, f);
+            if (s.seek_past_end.offset < 0 && pos + 16 + static_cast<int64_t>(s.strd_size) > r.size())
+                s.seek_past_end = {pos, id, s.strd_size, 0};
         } else if (fourCC_equal(id, id_indx) && !s.has_indx) {
             s.has_indx = true;
             read_super_index(r, pos, size, s.indx);
+            if (s.seek_past_end.offset < 0 && pos + chunk_header_size + static_cast<int64_t>(size) >= r.size())
+                s.seek_past_end = {pos, id, size, 0};
         }
         return true;
     });
 }
 
+// Notes the chunk when the step past it goes beyond the end of its list
+// (list_end, as the list's size says) and lands at or beyond the end of the
+// file.
+void note_overrun(const layout_reader &r, overrun &o, int64_t list_end, int64_t pos, uint32_t id, uint32_t size,
+                  uint32_t list_type) {
+    const int64_t next = pos + chunk_header_size + padEven(size);
+    if (o.offset >= 0 || next <= list_end || next < r.size()) return;
+    o.offset = pos;
+    o.id = id;
+    o.size = size;
+    o.list_type = list_type;
+}
+
 void read_header_list(layout_reader &r, int64_t begin, int64_t end, riff_form &form) {
     bool first = true;
     r.for_each_chunk(begin, end, [&](int64_t pos, uint32_t id, uint32_t size, uint32_t list_type) {
+        note_overrun(r, form.hdrl_overrun, end, pos, id, size, list_type);
         if (first) {
             first = false;
             if (fourCC_equal(id, id_avih) && size >= avih_size && pos + chunk_header_size + avih_size <= r.size()) {
@@ -199,9 +217,13 @@ void read_form(layout_reader &r, riff_form &form) {
     form.menu_form = fourCC_equal(r.fourcc_at(form.offset + 20), type_kmnu) != 0;
     if (form.size < 4) return;
     r.for_each_chunk(begin, form.end, [&](int64_t pos, uint32_t id, uint32_t size, uint32_t list_type) {
+        const bool movi = fourCC_equal(id, id_list) && fourCC_equal(list_type, type_movi);
+        if (!form.has_movi && !movi)
+            note_overrun(r, form.form_overrun, form.offset + chunk_header_size + static_cast<int64_t>(form.size), pos, id,
+                         size, list_type);
         if (fourCC_equal(id, id_list) && fourCC_equal(list_type, type_hdrl) && !form.has_hdrl) {
             form.has_hdrl = true;
-            read_header_list(r, pos + list_header_size, std::min(r.data_end(pos, size), form.end), form);
+            read_header_list(r, pos + list_header_size, pos + chunk_header_size + static_cast<int64_t>(size), form);
         } else if (fourCC_equal(id, id_list) && fourCC_equal(list_type, type_movi) && !form.has_movi) {
             form.has_movi = true;
             form.movi_offset = pos;
@@ -308,7 +330,16 @@ std::string refusal_reason(const avi_layout &layout) {
                std::to_string(layout.top_level_cut) + ")";
     if (!fourCC_equal(form.type, type_avi)) return "it is a RIFF '" + fourcc_text(form.type) + "' form, not 'AVI '";
 
+    // "chunk 'strl' at 88 claims 3287662418 bytes": where a walk is carried off the file.
+    const auto overrun_words = [&](const overrun &o, const char *where) {
+        std::string chunk = "'" + fourcc_text(o.id) + "'";
+        if (o.list_type != 0) chunk += " '" + fourcc_text(o.list_type) + "'";
+        return std::string("in ") + where + ", " + chunk + " at " + std::to_string(o.offset) + " claims " +
+               std::to_string(o.size) + " bytes, which carries the reader's walk of that list past the end of the file";
+    };
     if (form.has_hdrl) {
+        const overrun &o = form.hdrl_overrun;
+        if (o.offset >= 0 && !form.has_avih) return overrun_words(o, "the header list");
         if (!form.has_avih) return "its header list does not begin with a main header (avih) of 56 bytes or more";
         if (form.streams.size() > reader_stream_limit)
             return "it has " + std::to_string(form.streams.size()) + " streams; the reader takes " +
@@ -316,6 +347,7 @@ std::string refusal_reason(const avi_layout &layout) {
         int video = 0, audio = 0, bitmap = 0;
         for (size_t i = 0; i < form.streams.size(); ++i) {
             const stream_list &s = form.streams[i];
+            if (o.offset >= 0 && o.offset < s.offset) return overrun_words(o, "the header list");
             const std::string which = "stream " + std::to_string(i);
             if (!s.has_strh) return which + " has no stream header (strh)";
             if (!s.strh_ok) return which + "'s stream header (strh) is shorter than 56 bytes or cut short";
@@ -339,10 +371,15 @@ std::string refusal_reason(const avi_layout &layout) {
             if (kind != nullptr)
                 return "it has more than " + std::to_string(reader_kind_limit) + " " + kind + " streams (" + which +
                        " is one too many)";
+            if (s.seek_past_end.offset >= 0) return overrun_words(s.seek_past_end, (which + "'s list").c_str());
         }
+        if (o.offset >= 0) return overrun_words(o, "the header list");
     }
+    if (form.form_overrun.offset >= 0) return overrun_words(form.form_overrun, "its first RIFF form");
     if (!form.has_movi) return "its first RIFF form has no 'movi' list";
-    if (form.movi_size <= 4) return "its 'movi' list is empty";
+    // The reader counts a list as over once its position reaches start + size,
+    // so a 'movi' of size 12 or less (one empty chunk at most) is empty to it.
+    if (form.movi_size <= 12) return "its 'movi' list is empty (size " + std::to_string(form.movi_size) + ")";
     if (form.movi_offset + list_header_size >= layout.file_size)
         return "its 'movi' list is cut off by the end of the file";
     return "the reader does not accept its header lists";

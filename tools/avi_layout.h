@@ -36,6 +36,13 @@ struct super_index {
     std::vector<super_index_entry> entries;  // those of the entries in use that lie inside the chunk
 };
 
+// A chunk whose size carries the walk of its list to the end of the file or
+// beyond: the reader's next step there has nothing to read.
+struct overrun {
+    int64_t offset = -1;  // -1: none
+    uint32_t id = 0, size = 0, list_type = 0;
+};
+
 // One 'strl' list, read chunk by chunk whatever their order.
 struct stream_list {
     int64_t offset = 0;
@@ -52,6 +59,10 @@ struct stream_list {
     uint32_t strd_size = 0;  // data size inside the strd chunk
     bool has_indx = false;
     super_index indx;
+    // An indx or strd that the reader passes by seeking past its data, when
+    // that seek lands at or beyond the end of the file: the reader's walks of
+    // the enclosing lists then end there, before 'movi'.
+    overrun seek_past_end;
 };
 
 // A top-level chunk whose id is "RIFF", or the "MRIF" chunk that the reader
@@ -70,6 +81,8 @@ struct riff_form {
     std::vector<stream_list> streams;
     bool has_dmlh = false;
     uint32_t dmlh_total_frames = 0;
+    overrun hdrl_overrun;  // the first such chunk in the header list
+    overrun form_overrun;  // the first such chunk among the form's own, before 'movi'
 
     bool has_movi = false;  // the first 'movi' list inside the form
     int64_t movi_offset = 0;
