@@ -416,8 +416,10 @@ segment_list list_segments(aviin_handle *h, const avi_layout &layout) {
     for (; n < list.count && forms_met < numbered; ++n) {
         segment s;
         s.number = n;
+        s.offset = 0;
         if (aviin_get_riff_offset(h, n, &s.offset) != 0) {
             list.query_failed = true;
+            list.handle_released = s.offset == -1;
             break;
         }
         for (size_t i = 0; i < layout.forms.size(); ++i) {

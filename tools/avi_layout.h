@@ -138,13 +138,17 @@ struct segment_list {
     std::vector<segment> listed;     // from aviin_get_riff_offset, in order
     int32_t unlisted = 0;            // numbers beyond the last top-level form, not asked for
     bool query_failed = false;       // aviin_get_riff_offset gave 1 for a number it must know
+    bool handle_released = false;    // ... and released the handle (it set the offset to -1)
 };
 
 // Asks the reader for the offsets of its segments, up to and including the
 // last top-level RIFF form. Numbers beyond it are never asked for:
 // aviin_get_riff_offset releases the handle when its walk ends without
 // meeting the number asked, and the "MRIF" chunks counted at open time in
-// menu forms after the second top-level form are not met by that walk.
+// menu forms after the second top-level form are not met by that walk. A
+// read failure during its walk gives 1 without releasing; should the handle
+// ever be released all the same, handle_released says so and h must not be
+// used again.
 segment_list list_segments(aviin_handle *h, const avi_layout &layout);
 
 }  // namespace kelqtool

@@ -711,7 +711,7 @@ int run_chunks_command(int argc, char **argv) {
         for (chunk_record &c : walker.records()) c.segment = first.seg.number;
         walks.push_back(first);
 
-        for (size_t i = 0; i < segments.listed.size() && !segments.query_failed; ++i) {
+        for (size_t i = 0; i < segments.listed.size() && !segments.handle_released; ++i) {
             if (segments.listed[i].form == 0) continue;
             segment_walk w;
             w.seg = segments.listed[i];
@@ -738,8 +738,7 @@ int run_chunks_command(int argc, char **argv) {
         records = walker.records();
         h = walker.handle();
     }
-    // A failed offset query may have released the handle (see list_segments).
-    if (!segments.query_failed) aviin_close(h);
+    if (!segments.handle_released) aviin_close(h);
 
     const walk_summary summary = summarise(records, walks, layout, segments.query_failed);
     if (options.has("--json"))

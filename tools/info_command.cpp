@@ -710,9 +710,7 @@ int run_info_command(int argc, char **argv) {
     aviin_handle *h = open_reader(options.path, swapped, layout);
     if (h == nullptr) return exit_bad_input;
     const info_report report = gather(h, options.path, layout);
-    // A failed offset query may have released the handle (see list_segments):
-    // close it only when every query answered.
-    if (!report.segments.query_failed) aviin_close(h);
+    if (!report.segments.handle_released) aviin_close(h);
 
     if (options.has("--json"))
         print_json(report);
