@@ -2,13 +2,15 @@
 // the entries found through it, and the standard index chunks ("ix##") it
 // points to.
 #include "reader/reader_handle.h"
+#include "riff/riff_layout.h"
 
 #include <cstdint>
 #include <cstdlib>
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;                   // id and size
+using kelq::chunk_header_size;
+
 constexpr int64_t entries_offset = chunk_header_size + kelq::indx_header_size;
 constexpr uint32_t super_entry_size = 16;                  // qwOffset, dwSize, dwDuration
 constexpr int64_t std_entry_size = 8;                      // dwOffset, dwSize

@@ -2,16 +2,17 @@
 // whole into the caller's buffer or header by header, and reading or moving
 // the walk by file offset.
 #include "reader/reader_handle.h"
+#include "riff/riff_layout.h"
 
 namespace {
 
-constexpr int64_t chunk_id_size = 4;
-constexpr int64_t chunk_header_size = 8;  // id and size
-constexpr int result_ok = 0;
-constexpr int result_failed = 1;
-constexpr int result_end_of_list = 3;
-constexpr int origin_start = 0;
-constexpr int origin_end = 2;
+using kelq::chunk_id_size;
+using kelq::chunk_header_size;
+using kelq::origin_start;
+using kelq::origin_end;
+using kelq::result_ok;
+using kelq::result_failed;
+using kelq::result_end_of_list;
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 

@@ -2,12 +2,15 @@
 // RIFF (one for the legacy index, one for the header and extension lists),
 // ending at the first chunk of "movi".
 #include "reader/reader_handle.h"
+#include "riff/riff_layout.h"
 #include "riff/file_extent.h"
 #include "riff/le_bytes.h"
 
 #include <cstdlib>
 
 namespace {
+
+using kelq::chunk_header_size;
 
 constexpr uint32_t id_riff = kelq::fourcc("RIFF");
 constexpr uint32_t id_mrif = kelq::fourcc("MRIF");
@@ -20,7 +23,6 @@ constexpr uint32_t type_kmnu = kelq::fourcc("KMNU");
 constexpr uint32_t type_kqdt = kelq::fourcc("KQDT");
 constexpr uint32_t type_hdrl = kelq::fourcc("hdrl");
 constexpr uint32_t type_movi = kelq::fourcc("movi");
-constexpr int64_t chunk_header_size = 8;
 constexpr int64_t form_type_and_first_header = 12;
 
 aviin_handle *fail_open(aviin_handle *h) {

@@ -2,9 +2,17 @@
 // and moving the reader into a segment, re-reading its header list and
 // standing at its "movi" data.
 #include "reader/reader_handle.h"
+#include "riff/riff_layout.h"
 #include "riff/le_bytes.h"
 
 namespace {
+
+using kelq::chunk_header_size;
+using kelq::origin_start;
+using kelq::origin_current;
+using kelq::origin_end;
+using kelq::result_ok;
+using kelq::result_failed;
 
 constexpr uint32_t id_riff = kelq::fourcc("RIFF");
 constexpr uint32_t id_mrif = kelq::fourcc("MRIF");
@@ -16,14 +24,8 @@ constexpr uint32_t type_hdrl = kelq::fourcc("hdrl");
 constexpr uint32_t type_movi = kelq::fourcc("movi");
 
 constexpr int64_t fourcc_size = 4;
-constexpr int64_t chunk_header_size = 8;  // id and size
 // From a form's size field to its first list's type: form type, list id, list size.
 constexpr int64_t form_size_to_first_list_type = 12;
-constexpr int result_ok = 0;
-constexpr int result_failed = 1;
-constexpr int origin_start = 0;
-constexpr int origin_current = 1;
-constexpr int origin_end = 2;
 constexpr int64_t released_marker = -1;
 
 enum class walk_result { found, read_failed, not_found };

@@ -1,13 +1,14 @@
 // The reader's stack of open RIFF lists: entering, stepping, leaving.
 #include "kelqavi.h"
+#include "riff/riff_layout.h"
 #include "riff/le_bytes.h"
 
 #include <cstdlib>
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;       // id and size
-constexpr int64_t list_header_size = 12;       // id, size and list type
+using kelq::chunk_header_size;
+using kelq::list_header_size;
 
 }  // namespace
 

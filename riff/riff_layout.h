@@ -1,0 +1,21 @@
+// Sizes of RIFF chunk and list headers, and the origins file_seek takes.
+#pragma once
+
+#include <cstdint>
+
+namespace kelq {
+
+constexpr int64_t chunk_id_size = 4;
+constexpr int64_t chunk_header_size = 8;   // id and size
+constexpr int64_t list_header_size = 12;   // id, size and list type
+
+constexpr int origin_start = 0;
+constexpr int origin_current = 1;
+constexpr int origin_end = 2;
+
+// Results of the reader's calls.
+constexpr int result_ok = 0;
+constexpr int result_failed = 1;
+constexpr int result_end_of_list = 3;
+
+}  // namespace kelq
