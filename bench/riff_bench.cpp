@@ -21,6 +21,7 @@ extern "C" {
 #include <utility>
 #include <vector>
 
+#include "bench_files.h"
 #include "kelqavi.h"
 
 namespace {
@@ -302,6 +303,7 @@ int main(int argc, char **argv) {
     benchmark::Shutdown();
     std::remove(value_file().c_str());
     std::remove(movi_file().c_str());
+    remove_reader_bench_file();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     std::printf("peak resident memory: %ld KiB\n", usage.ru_maxrss);

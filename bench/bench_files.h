@@ -1,0 +1,4 @@
+// Temporary files the benchmarks make, removed when the run ends.
+#pragma once
+
+void remove_reader_bench_file();
