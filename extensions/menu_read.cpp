@@ -2,6 +2,7 @@
 // the menu forms that stand beside it at the top level of the file. The
 // blocks are opaque: they are stored and handed over, never interpreted.
 #include "reader/reader_handle.h"
+#include "riff/fourcc_ids.h"
 #include "riff/riff_layout.h"
 #include "riff/file_extent.h"
 #include "riff/le_bytes.h"
@@ -10,13 +11,9 @@
 
 namespace {
 
-using kelq::chunk_header_size;
+using namespace kelq::ids;
 
-constexpr uint32_t id_riff = kelq::fourcc("RIFF");
-constexpr uint32_t id_mtda = kelq::fourcc("MTDA");
-constexpr uint32_t id_menu = kelq::fourcc("MENU");
-constexpr uint32_t id_mrif = kelq::fourcc("MRIF");
-constexpr uint32_t type_kmnu = kelq::fourcc("KMNU");
+using kelq::chunk_header_size;
 
 constexpr int64_t fourcc_size = 4;
 // A menu form starts "RIFF" size type "LIST" size "KMNU": its first chunk

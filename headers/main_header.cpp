@@ -1,12 +1,12 @@
 // The main header (avih) and stream header (strh) chunks.
 #include "kelqavi.h"
+#include "riff/fourcc_ids.h"
 #include "headers/record_layout.h"
 #include "riff/le_bytes.h"
 
 namespace {
 
-constexpr uint32_t id_avih = kelq::fourcc("avih");
-constexpr uint32_t id_strh = kelq::fourcc("strh");
+using namespace kelq::ids;
 
 }  // namespace
 

@@ -1,12 +1,13 @@
 // Stream format (strf) chunks: video, audio, and the shared chapter and
 // text-caption layout; plus the MPEG layer-3 extra bytes.
 #include "kelqavi.h"
+#include "riff/fourcc_ids.h"
 #include "headers/record_layout.h"
 #include "riff/le_bytes.h"
 
 namespace {
 
-constexpr uint32_t id_strf = kelq::fourcc("strf");
+using namespace kelq::ids;
 
 static_assert(sizeof(audio_format) == 40, "audio format record");
 #if UINTPTR_MAX == 0xFFFFFFFFu

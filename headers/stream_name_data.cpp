@@ -1,5 +1,6 @@
 // The stream name (strn) and the opaque per-stream data block (strd).
 #include "kelqavi.h"
+#include "riff/fourcc_ids.h"
 #include "headers/record_layout.h"
 #include "riff/file_extent.h"
 #include "riff/le_bytes.h"
@@ -9,8 +10,7 @@
 
 namespace {
 
-constexpr uint32_t id_strn = kelq::fourcc("strn");
-constexpr uint32_t id_strd = kelq::fourcc("strd");
+using namespace kelq::ids;
 
 // Reads count bytes; 1 when any of them was missing, as a run of single-byte
 // reads would report.

@@ -1,6 +1,7 @@
 // Parsing the "hdrl" list: the main header, one "strl" list per stream and
 // the OpenDML "odml" list, into the reader handle's stream tables.
 #include "reader/reader_handle.h"
+#include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
 
 #include <cstdlib>
@@ -8,17 +9,8 @@
 
 namespace {
 
-constexpr uint32_t id_avih = kelq::fourcc("avih");
-constexpr uint32_t id_list = kelq::fourcc("LIST");
-constexpr uint32_t id_strl = kelq::fourcc("strl");
-constexpr uint32_t id_odml = kelq::fourcc("odml");
-constexpr uint32_t id_strn = kelq::fourcc("strn");
-constexpr uint32_t id_strd = kelq::fourcc("strd");
-constexpr uint32_t id_indx = kelq::fourcc("indx");
-constexpr uint32_t type_auds = kelq::fourcc("auds");
-constexpr uint32_t type_txts = kelq::fourcc("txts");
-constexpr uint32_t type_vids = kelq::fourcc("vids");
-constexpr uint32_t bitmap_caption_code = kelq::fourcc("KQSB");
+using namespace kelq::ids;
+
 constexpr char subtitle_prefix[] = "Subtitle";
 constexpr char chapter_prefix[] = "Chapter";
 

@@ -2,6 +2,7 @@
 // RIFF (one for the legacy index, one for the header and extension lists),
 // ending at the first chunk of "movi".
 #include "reader/reader_handle.h"
+#include "riff/fourcc_ids.h"
 #include "riff/riff_layout.h"
 #include "riff/file_extent.h"
 #include "riff/le_bytes.h"
@@ -10,19 +11,10 @@
 
 namespace {
 
+using namespace kelq::ids;
+
 using kelq::chunk_header_size;
 
-constexpr uint32_t id_riff = kelq::fourcc("RIFF");
-constexpr uint32_t id_mrif = kelq::fourcc("MRIF");
-constexpr uint32_t id_list = kelq::fourcc("LIST");
-constexpr uint32_t id_menu = kelq::fourcc("MENU");
-constexpr uint32_t id_idx1 = kelq::fourcc("idx1");
-constexpr uint32_t id_idx1_swapped = kelq::fourcc("1idx");
-constexpr uint32_t type_avi = kelq::fourcc("AVI ");
-constexpr uint32_t type_kmnu = kelq::fourcc("KMNU");
-constexpr uint32_t type_kqdt = kelq::fourcc("KQDT");
-constexpr uint32_t type_hdrl = kelq::fourcc("hdrl");
-constexpr uint32_t type_movi = kelq::fourcc("movi");
 constexpr int64_t form_type_and_first_header = 12;
 
 aviin_handle *fail_open(aviin_handle *h) {

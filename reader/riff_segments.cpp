@@ -2,10 +2,13 @@
 // and moving the reader into a segment, re-reading its header list and
 // standing at its "movi" data.
 #include "reader/reader_handle.h"
+#include "riff/fourcc_ids.h"
 #include "riff/riff_layout.h"
 #include "riff/le_bytes.h"
 
 namespace {
+
+using namespace kelq::ids;
 
 using kelq::chunk_header_size;
 using kelq::origin_start;
@@ -13,15 +16,6 @@ using kelq::origin_current;
 using kelq::origin_end;
 using kelq::result_ok;
 using kelq::result_failed;
-
-constexpr uint32_t id_riff = kelq::fourcc("RIFF");
-constexpr uint32_t id_mrif = kelq::fourcc("MRIF");
-constexpr uint32_t id_list = kelq::fourcc("LIST");
-constexpr uint32_t id_idx1 = kelq::fourcc("idx1");
-constexpr uint32_t id_idx1_swapped = kelq::fourcc("1idx");
-constexpr uint32_t type_kmnu = kelq::fourcc("KMNU");
-constexpr uint32_t type_hdrl = kelq::fourcc("hdrl");
-constexpr uint32_t type_movi = kelq::fourcc("movi");
 
 constexpr int64_t fourcc_size = 4;
 // From a form's size field to its first list's type: form type, list id, list size.

@@ -1,13 +1,13 @@
 // Writing chunks whose sizes are patched once their contents are known.
 #include "kelqavi.h"
+#include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
 
 namespace {
 
+using namespace kelq::ids;
+
 constexpr uint32_t placeholder_size = 0xFFFFFFFFu;
-constexpr uint32_t id_list = kelq::fourcc("LIST");
-constexpr uint32_t id_riff = kelq::fourcc("RIFF");
-constexpr uint32_t id_junk = kelq::fourcc("JUNK");
 
 // JUNK filler repeats the brand word and a space.
 constexpr char filler_word[] = "Kelq ";
