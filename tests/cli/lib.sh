@@ -5,35 +5,13 @@
 tool=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
-checks=0
+source "$(dirname "${BASH_SOURCE[0]}")/../support/checks.sh"
 
 # Runs the tool with the given arguments: stdout to $work/out, stderr to
 # $work/err, exit status to $status.
 kq() {
     status=0
     "${tool[@]}" "$@" > "$work/out" 2> "$work/err" || status=$?
-}
-
-fail() {
-    failures=$((failures + 1))
-    echo "FAIL: $*"
-}
-
-check() {  # check DESCRIPTION COMMAND... : passes when the command succeeds
-    local what=$1
-    shift
-    checks=$((checks + 1))
-    "$@" || fail "$what"
-}
-
-expect_status() {  # expect_status N DESCRIPTION
-    checks=$((checks + 1))
-    if [ "$status" -ne "$1" ]; then
-        fail "$2: exit status $status, expected $1"
-        sed 's/^/  stdout: /' "$work/out" | head -n 20
-        sed 's/^/  stderr: /' "$work/err" | head -n 20
-    fi
 }
 
 has() { grep -q -e "$1" "$work/out"; }                 # stdout holds a line matching the regex
@@ -103,7 +81,3 @@ tile(tree["chunks"], 0, tree["file_size"], "file")
 EOF
 }
 
-finish() {
-    echo "$checks checks, $failures failed"
-    [ "$failures" -eq 0 ]
-}

@@ -6,8 +6,7 @@ checker=$1
 tool=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
-checks=0
+source "$(dirname "${BASH_SOURCE[0]}")/../support/checks.sh"
 
 # A sanitizer report must not look like one of the tool's own exit statuses.
 export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=99"
@@ -20,40 +19,11 @@ need_ffmpeg() {
     fi
 }
 
-fail() {
-    failures=$((failures + 1))
-    echo "FAIL: $*"
-}
-
-check() {  # check DESCRIPTION COMMAND... : passes when the command succeeds
-    local what=$1
-    shift
-    checks=$((checks + 1))
-    "$@" || fail "$what"
-}
-
-finish() {
-    echo "$checks checks, $failures failed"
-    [ "$failures" -eq 0 ]
-}
-
 # Runs the tool: stdout to $work/out, stderr to $work/err, exit status to
 # $status (124 when it ran out of time).
 kq() {
     status=0
     timeout 60 "$tool" "$@" > "$work/out" 2> "$work/err" || status=$?
-}
-
-expect_status() {  # expect_status "N M..." DESCRIPTION
-    checks=$((checks + 1))
-    case " $1 " in
-    *" $status "*) ;;
-    *)
-        fail "$2: exit status $status, expected $1"
-        sed 's/^/  stdout: /' "$work/out" | head -n 10
-        sed 's/^/  stderr: /' "$work/err" | head -n 10
-        ;;
-    esac
 }
 
 # Runs the checker; its report is shown indented, and a difference fails.
