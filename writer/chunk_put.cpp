@@ -3,6 +3,7 @@
 #include "odml/index_build.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
+#include "riff/riff_layout.h"
 #include "writer/writer_internal.h"
 
 namespace kelq {
@@ -42,8 +43,12 @@ bool index_odml_chunk(aviout_handle *w, int32_t stream, uint32_t size, uint32_t 
     return ok;
 }
 
+// The id and size go out as one 8-byte block: same bytes, one stdio call.
 int write_chunk(aviout_handle *w, uint32_t id, const uint8_t *data, uint32_t size) {
-    if (write_fourCC(id, w->file) != 0 || write_val32(size, w->file) != 0) return 1;
+    uint8_t header[chunk_header_size];
+    store_le<uint32_t>(id, header);
+    store_le<uint32_t>(size, header + chunk_id_size);
+    if (file_write(w->file, header, sizeof header) != sizeof header) return 1;
     if (size > 0 && file_write(w->file, data, size) != size) return 1;
     if (size % 2 != 0 && write_val8(0, w->file) != 0) return 1;
     return 0;
@@ -83,7 +88,7 @@ uint32_t start_segment(aviout_handle *w) {
 using namespace kelq;
 
 extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags, const uint8_t *data, uint32_t size) {
-    if (w == nullptr || stream < 0 || stream >= w->stream_count || stream >= AVIOUT_MAX_STREAMS ||
+    if (w == nullptr || stream < 0 || stream >= w->stream_count || stream >= AVIOUT_MAX_STREAMS - 1 ||
         (data == nullptr && size > 0))
         return 1;
     if (w->index_count == 0 && w->riff_index == -1) {
@@ -104,7 +109,8 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
     }
     bool indexed = true;
     if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags);
-    if (entry_free(w)) w->index_entries[w->index_count++].position = file_tell(w->file);
+    const int64_t chunk_pos = file_tell(w->file);
+    if (entry_free(w)) w->index_entries[w->index_count++].position = chunk_pos;
     ++w->chunk_count;
     if (write_chunk(w, id, data, size) != 0) return 1;
 
@@ -122,7 +128,7 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
     if (w->riff_index == 0) ++w->main_header.total_frames;
     ++w->odml_total_frames;
 
-    const int64_t position = file_tell(w->file);
+    const int64_t position = chunk_pos < 0 ? chunk_pos : chunk_pos + chunk_header_size + padEven(size);
     if (position >= size_guard) return 4;
     const int64_t mark = w->riff_index == 0 ? w->riff_mark : w->avix_mark;
     if (position - mark >= segment_limit) {

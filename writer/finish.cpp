@@ -3,6 +3,7 @@
 #include "extensions/extension_write.h"
 #include "odml/index_build.h"
 #include "riff/fourcc_ids.h"
+#include "riff/le_bytes.h"
 #include "riff/riff_layout.h"
 #include "writer/writer_internal.h"
 
@@ -11,6 +12,8 @@
 namespace kelq {
 
 namespace {
+
+constexpr size_t idx1_record_size = 16;
 
 // The legacy index: one record per data chunk of the first segment, its
 // offset counted from the "movi" list type. ix## chunks are left out.
@@ -24,10 +27,12 @@ uint32_t write_idx1(aviout_handle *w) {
     for (int32_t i = 0; i < count; ++i) {
         const aviout_index_entry &e = w->index_entries[i];
         if (get_chunk_type(e.chunk_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX) continue;
-        status |= static_cast<uint32_t>(write_fourCC(e.chunk_id, w->file));
-        status |= static_cast<uint32_t>(write_val32(e.flags, w->file));
-        status |= static_cast<uint32_t>(write_val32(static_cast<uint32_t>(e.position) - movi_type_pos, w->file));
-        status |= static_cast<uint32_t>(write_val32(e.size, w->file));
+        uint8_t record[idx1_record_size];
+        store_le<uint32_t>(e.chunk_id, record);
+        store_le<uint32_t>(e.flags, record + 4);
+        store_le<uint32_t>(static_cast<uint32_t>(e.position) - movi_type_pos, record + 8);
+        store_le<uint32_t>(e.size, record + 12);
+        status |= file_write(w->file, record, sizeof record) == sizeof record ? 0u : 1u;
     }
     chunk_end(size_pos, w->file, &status);
     w->index_end = file_tell(w->file);
