@@ -83,7 +83,8 @@ using namespace kelq;
 
 extern "C" void aviout_close(aviout_handle *w) {
     if (w == nullptr) return;
-    if (w->odml == 1)
+    // Without a chunk there is no file to finish: it stays as it was opened.
+    if (w->odml == 1 && w->riff_index != -1)
         for (int32_t stream = 0; stream < w->stream_count && stream < AVIOUT_MAX_STREAMS; ++stream)
             if (has_track(w, stream)) update_standard_index(w, stream);
     if (w->index_count != 0 || w->riff_index > 0) finish_segment(w, 0);
