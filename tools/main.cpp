@@ -3,6 +3,7 @@
 #include "chunks_command.h"
 #include "diagnostics.h"
 #include "info_command.h"
+#include "mux_command.h"
 #include "riff_command.h"
 
 #include <clocale>
@@ -30,6 +31,7 @@ constexpr command commands[] = {
     {"info", "show the headers, streams, segments and indexes of an AVI file", run_info_command, print_info_help},
     {"chunks", "list the chunks of every segment's 'movi' list as the reader walks them", run_chunks_command,
      print_chunks_help},
+    {"mux", "write an MJPEG and PCM AVI file from JPEG pictures and a WAV file", run_mux_command, print_mux_help},
 };
 
 const command *find_command(const char *name) {
