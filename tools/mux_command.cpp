@@ -432,7 +432,7 @@ void print_mux_help(FILE *out) {
                  "                        tab, then the text, which becomes one chunk written just\n"
                  "                        before that frame's picture. Empty lines and lines\n"
                  "                        starting with '#' are skipped\n"
-                 "  --metadata FILE       the file's bytes as the metadata block\n"
+                 "  --metadata FILE       the file's bytes as the metadata block (in a LIST 'KQDT')\n"
                  "  --odml                also write OpenDML indexes (ix## chunks, one per minute\n"
                  "                        of each stream, and a super index in each header)\n"
                  "  --swapped-ids         chunk ids type first (\"dc00\"); only readers that know\n"
@@ -524,6 +524,8 @@ int run_mux_command(int argc, char **argv) {
     // The index settings are read by the video and audio setters.
     w->index_chunk_seconds = 60.0;
     w->swapped_ids = o.swapped_ids ? 1 : 0;
+    // The reader finds a metadata block inside a LIST 'KQDT' only.
+    w->extension_list = 1;
 
     int32_t video = -1, audio = -1, caption_stream = -1, chapter_stream = -1;
     bool ok = true;
