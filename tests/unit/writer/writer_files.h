@@ -251,8 +251,10 @@ inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
     return r;
 }
 
-// Every data chunk of the current movi list, ix## chunks left out; stops at
-// the first result that is not 0.
+// Every data chunk of the current movi list; stops at the first result that
+// is not 0. The writer's ix## ids ('i', 'x', a digit, 0) are not taken as
+// index ids by the walk: they start a resync scan that hands the skipped
+// bytes out as type 0, so both type 0 and type 8 results are left out.
 inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
     std::vector<walked> out;
     for (size_t i = 0; i < limit; ++i) {
@@ -261,7 +263,7 @@ inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr
             if (last_status != nullptr) *last_status = c.status;
             return out;
         }
-        if (c.type != KELQAVI_CHUNK_INDEX) out.push_back(c);
+        if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN) out.push_back(c);
     }
     if (last_status != nullptr) *last_status = -1;
     return out;
