@@ -204,6 +204,8 @@ void avi_output::print_summary(FILE *out, bool json) const {
         j.field("data_bytes", json_writer::number(bytes));
         j.field("menu_bytes", json_writer::number(menu_bytes));
         j.field("metadata_bytes", json_writer::number(metadata_bytes));
+        j.field("skipped_streams", json_writer::number(skipped_streams));
+        j.field("skipped_chunks", json_writer::number(skipped_chunks));
         j.begin_array("streams");
         for (const written_stream &s : streams) {
             j.begin_object(nullptr, true);
@@ -238,6 +240,10 @@ void avi_output::print_summary(FILE *out, bool json) const {
     if (metadata_bytes > 0) std::fprintf(out, ", metadata block %s", human_size(metadata_bytes).c_str());
     if (menu_bytes > 0) std::fprintf(out, ", menu block %s", human_size(menu_bytes).c_str());
     std::fprintf(out, ".\n");
+    if (skipped_streams > 0 || skipped_chunks > 0)
+        std::fprintf(out, "Not copied: %llu unclassified stream%s, %llu chunk%s of them or with unknown ids.\n",
+                     static_cast<unsigned long long>(skipped_streams), skipped_streams == 1 ? "" : "s",
+                     static_cast<unsigned long long>(skipped_chunks), skipped_chunks == 1 ? "" : "s");
     if (size_limit_reached)
         std::fprintf(out, "%s\n", paint("Stopped at the writer's size limit (0x7F000000 bytes).", sgr::yellow, style.colour).c_str());
 }

@@ -60,6 +60,7 @@ public:
     int64_t file_size = 0;
     uint64_t menu_bytes = 0, metadata_bytes = 0;
     bool size_limit_reached = false;
+    uint64_t skipped_streams = 0, skipped_chunks = 0;  // input not copied (remux)
 
     // "Wrote PATH: ..." and a table of streams, or the same as JSON.
     void print_summary(FILE *out, bool json) const;

@@ -4,6 +4,7 @@
 #include "diagnostics.h"
 #include "info_command.h"
 #include "mux_command.h"
+#include "remux_command.h"
 #include "riff_command.h"
 #include "sample_command.h"
 
@@ -33,6 +34,8 @@ constexpr command commands[] = {
     {"chunks", "list the chunks of every segment's 'movi' list as the reader walks them", run_chunks_command,
      print_chunks_help},
     {"mux", "write an MJPEG and PCM AVI file from JPEG pictures and a WAV file", run_mux_command, print_mux_help},
+    {"remux", "read an AVI file with the reader and write it again with the writer", run_remux_command,
+     print_remux_help},
     {"sample", "write the built-in sample AVI file (every stream kind, menu, metadata)", run_sample_command,
      print_sample_help},
 };
