@@ -287,6 +287,7 @@ TEST(WriterOdml, ShortIndexesFlushBeforeEveryChunk) {
         EXPECT_EQ(supers[0].duration, 0u);
         EXPECT_EQ(le32(b, movi[0].data() + 4), 0u) << "nEntriesInUse of the flush right after set-up";
         EXPECT_EQ(le64(b, movi[0].data() + 12), 0u);
+        for (size_t at = 24; at < movi[0].size; ++at) ASSERT_EQ(b[movi[0].data() + at], 0u) << at;
         for (size_t k = 1; k < 6; ++k) EXPECT_EQ(supers[k].duration, 1u) << k;
         EXPECT_EQ(supers[6].duration, 0u) << "the caption chunk flushed the track once more";
         // The caption chunk's put flushed the video track too: no record survives.
@@ -411,9 +412,48 @@ TEST(WriterOdmlInternals, SwappedIdsChunkIdAndEntryBounds) {
     EXPECT_EQ(kelq::update_standard_index(w, 0), -1);
     EXPECT_EQ(kelq::write_standard_index_chunks(w, 0), -1);
     EXPECT_EQ(kelq::std_index_entries(w, 0), 4u) << "a refused flush keeps the entries";
+    // Rewriting the super indexes in place leaves the position where it was.
+    const int64_t here = file_tell(w->file);
+    EXPECT_EQ(kelq::update_super_index(w), 1);
+    EXPECT_EQ(file_tell(w->file), here);
     EXPECT_EQ(kelq::avi2_cleanup(w), 1);
     EXPECT_FALSE(kelq::has_track(w, 0));
     EXPECT_EQ(kelq::avi2_cleanup(nullptr), 1);
     EXPECT_EQ(kelq::update_super_index(nullptr), -1);
     aviout_close(w);
+}
+
+// Type-first ids with OpenDML: the super index's dwChunkId is 00 00 digit 00,
+// the ix## ids stay as they are, and idx1 ("1idx") still leaves them out.
+TEST(WriterOdml, SwappedIdsWithIndexes) {
+    scratch_path path;
+    aviout_handle *w = aviout_open(path, 1, 0);
+    ASSERT_NE(w, nullptr);
+    w->swapped_ids = 1;
+    w->index_chunk_seconds = 1.0;
+    w->odml_timing_mode = 1;
+    int32_t s;
+    const video_stream_format v = video_record();
+    const double frame = 0.25;   // N = 4
+    ASSERT_EQ(aviout_set_video_format(w, &s, &v, &frame), 0);
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(put(w, 0, 1, payload(12, i)), 0);
+    aviout_close(w);
+    const std::vector<uint8_t> b = file_bytes(path);
+    const size_t indx = strl_chunk(b, 0, "indx");
+    ASSERT_NE(indx, SIZE_MAX);
+    EXPECT_EQ(text4(b, indx + 8), std::string("\0\0" "0\0", 4));
+    const std::vector<super_entry> supers = super_entries(b, 0);
+    ASSERT_EQ(supers.size(), 3u);
+    EXPECT_EQ(text4(b, static_cast<size_t>(supers[0].offset)), std::string("ix0\0", 4));
+    EXPECT_EQ(stream_chunks(b, "dc00").size(), 10u);
+    const chunk_at idx = find_child(b, 0, "1idx");
+    ASSERT_NE(idx.pos, SIZE_MAX);
+    EXPECT_EQ(idx.size, 8u * 16) << "two flushing puts lost their records";
+    for (size_t r = 0; r < 8; ++r) EXPECT_EQ(text4(b, idx.data() + 16 * r), "dc00") << r;
+    aviin_handle *h = aviin_open(path, 1);
+    ASSERT_NE(h, nullptr);
+    const std::vector<walked> got = walk_data(h);
+    ASSERT_EQ(got.size(), 10u);
+    for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(got[i].data, payload(12, i)) << i;
+    aviin_close(h);
 }
