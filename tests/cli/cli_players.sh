@@ -1,0 +1,126 @@
+#!/bin/bash
+# Files written by mux, remux and sample, checked by independent readers:
+# ffprobe and ffmpeg (streams, packet sizes, frame hashes, a clean copy), and
+# mplayer and GStreamer when they are installed. Skipped (exit 77) without
+# ffmpeg. Usage: cli_players.sh TOOL   (native builds only)
+set -u
+. "$(dirname "$0")/lib.sh"
+
+if ! command -v ffmpeg > /dev/null 2>&1 || ! command -v ffprobe > /dev/null 2>&1; then
+    echo "ffmpeg not installed: skipped"
+    exit 77
+fi
+
+# Packet sizes of a stream as ffprobe reads them, one a line.
+packet_sizes() { ffprobe -v error -select_streams "$2" -show_entries packet=size -of csv=p=0 "$1"; }
+# The hashes of the video packets as ffmpeg copies them.
+video_hashes() { ffmpeg -nostdin -v error -i "$1" -map 0:v:0 -c copy -f framemd5 - | grep -v '^#' | awk -F', *' '{ print $6 }'; }
+# ffmpeg copies every stream it can decode without a word: the file's layout holds no surprise.
+clean_copy() {
+    ffmpeg -nostdin -v error -i "$1" -map 0:v? -map 0:a? -c copy -f null - > "$work/ffmpeg.txt" 2>&1 && [ ! -s "$work/ffmpeg.txt" ]
+}
+# Media chunk sizes per stream as the tool's chunk walk reads them.
+chunk_sizes() {
+    "${tool[@]}" chunks --json "$@" | grep -o '"type_code": [1-7], "stream": [0-9]*, "size": [0-9]*' |
+        sed 's/"type_code": \([0-9]*\), "stream": \([0-9]*\), "size": \([0-9]*\)/\2 \1 \3/'
+}
+
+mkdir -p "$work/frames"
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=10 -frames:v 20 "$work/frames/%03d.jpg"
+ffmpeg -nostdin -v error -f lavfi -i sine -t 2 -ac 2 -ar 22050 "$work/in.wav"
+jpeg_sizes=$(for f in "$work"/frames/*.jpg; do wc -c < "$f"; done)
+jpeg_hashes=$(for f in "$work"/frames/*.jpg; do md5sum < "$f" | cut -d' ' -f1; done)
+
+# --- mux, plain and with OpenDML indexes --------------------------------------------
+for variant in plain odml; do
+    out=$work/mux_$variant.avi
+    extra=()
+    [ "$variant" = odml ] && extra=(--odml)
+    kq mux -o "$out" --fps 10 --video "$work/frames/*.jpg" --audio "$work/in.wav" "${extra[@]}"
+    expect_status 0 "mux ($variant)"
+    streams=$(ffprobe -v error -show_entries stream=codec_type,codec_name,width,height,sample_rate,channels -of compact=p=0 "$out")
+    check "$variant: ffprobe finds MJPEG 160x120 ($streams)" grep -q 'codec_name=mjpeg|codec_type=video|width=160|height=120' <<< "$streams"
+    check "$variant: ffprobe finds 16-bit PCM, 22050 Hz stereo" grep -q 'codec_name=pcm_s16le|codec_type=audio|sample_rate=22050|channels=2' <<< "$streams"
+    check "$variant: ffprobe's video packets are the JPEG files, in order" [ "$(packet_sizes "$out" v)" = "$jpeg_sizes" ]
+    audio_total=$(packet_sizes "$out" a | awk '{ s += $1 } END { print s }')
+    check "$variant: every sample is in the audio packets ($audio_total bytes)" [ "$audio_total" = 176400 ]
+    check "$variant: ffmpeg copies the file without a word ($(head -c 300 "$work/ffmpeg.txt" 2> /dev/null))" clean_copy "$out"
+    check "$variant: framemd5 of the video is the md5 of each JPEG file" [ "$(video_hashes "$out")" = "$jpeg_hashes" ]
+    frames=$(ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames -of csv=p=0 "$out")
+    check "$variant: ffmpeg decodes 20 pictures (got $frames)" [ "$frames" = 20 ]
+done
+
+# --- type-first ids: our reader reads them back; players do not know them ------------------
+kq mux -o "$work/swapped.avi" --fps 10 --video "$work/frames/*.jpg" --audio "$work/in.wav" --swapped-ids
+expect_status 0 "mux --swapped-ids"
+kq chunks --swapped-ids "$work/swapped.avi"
+expect_status 0 "chunks --swapped-ids on a type-first file"
+check "the type-first file holds the same chunks" \
+    [ "$(chunk_sizes --swapped-ids "$work/swapped.avi")" = "$(chunk_sizes "$work/mux_plain.avi")" ]
+
+# --- sample -----------------------------------------------------------------------------
+kq sample "$work/sample.avi"
+expect_status 0 "sample"
+streams=$(ffprobe -v error -show_entries stream=codec_type,codec_name,width,height,sample_rate,channels:stream_tags=title \
+    -of compact=p=0 "$work/sample.avi" 2> /dev/null)
+check "sample: ffprobe finds the MJPEG picture ($streams)" grep -q '^codec_name=mjpeg|codec_type=video|width=160|height=120|.*tag:title=Moving bar$' <<< "$streams"
+check "sample: ffprobe finds the tone" grep -q '^codec_name=pcm_s16le|codec_type=audio|sample_rate=8000|channels=1|.*tag:title=Tone$' <<< "$streams"
+check "sample: ffprobe sees five streams" [ "$(wc -l <<< "$streams")" -eq 5 ]
+check "sample: ffmpeg copies picture and tone without a word ($(head -c 300 "$work/ffmpeg.txt" 2> /dev/null))" clean_copy "$work/sample.avi"
+frames=$(ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 "$work/sample.avi")
+check "sample: ffmpeg decodes 30 pictures (got $frames)" [ "$frames" = 30 ]
+LC_ALL=C kq info "$work/sample.avi"
+expect_status 0 "info on the sample"
+for kind in video audio "text caption" "bitmap caption" chapter; do
+    check "info shows the sample's $kind stream" has "^Stream [0-9]: $kind$"
+done
+check "info shows the menu block" has "^  menu block  *40 bytes"
+check "info shows the metadata block" has "^  metadata block  *76 bytes"
+
+# --- remux: ffmpeg's files and the sample ------------------------------------------------------
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=10 -f lavfi -i sine=sample_rate=22050 -t 2 \
+    -c:v mjpeg -c:a pcm_s16le -y "$work/ff_mjpeg.avi"
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=10 -f lavfi -i sine=sample_rate=22050 -t 2 \
+    -c:v mpeg4 -c:a libmp3lame -b:a 32k -y "$work/ff_mpeg4.avi"
+for name in ff_mjpeg ff_mpeg4 sample mux_odml; do
+    in=$work/$name.avi
+    for flag in "" --odml; do
+        out=$work/remux_$name$flag.avi
+        kq remux $flag "$in" "$out"
+        expect_status 0 "remux $flag $name"
+        check "remux $flag $name: the same chunk sizes per stream" [ "$(chunk_sizes "$out")" = "$(chunk_sizes "$in")" ]
+        check "remux $flag $name: framemd5 of every stream agrees" \
+            [ "$(ffmpeg -nostdin -v error -i "$out" -map 0:v:0 -map 0:a:0 -c copy -f framemd5 - | grep -v '^#')" = \
+              "$(ffmpeg -nostdin -v error -i "$in" -map 0:v:0 -map 0:a:0 -c copy -f framemd5 - | grep -v '^#')" ]
+        check "remux $flag $name: ffmpeg copies it without a word ($(head -c 300 "$work/ffmpeg.txt" 2> /dev/null))" clean_copy "$out"
+    done
+done
+# Key frames: an MPEG-4 file keeps the key-frame flags of its idx1.
+keys_in=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/ff_mpeg4.avi" | tr -d '\n')
+keys_out=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/remux_ff_mpeg4.avi" | tr -d '\n')
+check "remux keeps which MPEG-4 frames are key frames ($keys_in / $keys_out)" [ "$keys_in" = "$keys_out" ]
+
+# --- other players, where installed ----------------------------------------------------------------
+if command -v mplayer > /dev/null 2>&1; then
+    for f in mux_plain mux_odml sample remux_ff_mpeg4; do
+        mplayer -really-quiet -nolirc -noconfig all -vo null -ao null -frames 50 "$work/$f.avi" < /dev/null > "$work/mplayer.txt" 2>&1
+        mstatus=$?
+        check "mplayer plays $f.avi ($(grep -v '^$' "$work/mplayer.txt" | head -c 300))" [ "$mstatus" -eq 0 ]
+        check "mplayer has no error for $f.avi" sh -c "! grep -i -q -e error -e 'cannot' -e 'broken' '$work/mplayer.txt'"
+    done
+else
+    echo "mplayer not installed: its checks skipped"
+fi
+if command -v gst-launch-1.0 > /dev/null 2>&1 && gst-inspect-1.0 avidemux > /dev/null 2>&1; then
+    for f in mux_plain mux_odml sample remux_ff_mpeg4; do
+        timeout 60 gst-launch-1.0 -q filesrc location="$work/$f.avi" ! avidemux name=d d.video_0 ! queue ! jpegdec ! fakesink \
+            > "$work/gst.txt" 2>&1 < /dev/null
+        gstatus=$?
+        [ "$f" = remux_ff_mpeg4 ] && { timeout 60 gst-launch-1.0 -q filesrc location="$work/$f.avi" ! avidemux ! fakesink > "$work/gst.txt" 2>&1 < /dev/null; gstatus=$?; }
+        check "GStreamer demuxes $f.avi ($(head -c 300 "$work/gst.txt"))" [ "$gstatus" -eq 0 ]
+    done
+else
+    echo "GStreamer's avidemux not installed: its checks skipped"
+fi
+
+finish

@@ -1,0 +1,232 @@
+#!/bin/bash
+# The writing commands without outside tools: mux from hand-made JPEG headers
+# and WAV files, sample, remux, read back with the tool's own readers; and the
+# usage errors and bad inputs of each (one line on stderr, the exit status).
+# Usage: cli_write.sh [EMULATOR...] TOOL
+set -u
+. "$(dirname "$0")/lib.sh"
+
+le16() { printf "$(printf '\\%03o\\%03o' $(($1 & 255)) $(($1 >> 8 & 255)))"; }
+
+# jpeg W H FILLER: the least a JPEG must hold for mux: FF D8, a comment, a
+# baseline frame header with the size, then filler and FF D9.
+jpeg() {
+    printf '\377\330\377\376\000\004hi\377\300\000\021\010'
+    printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $(($2 >> 8)) $(($2 & 255)) $(($1 >> 8)) $(($1 & 255)))"
+    printf '\003\001\042\000\002\021\001\003\021\001%s\377\331' "$3"
+}
+
+# wav TAG CHANNELS RATE BITS BLOCKS: a WAVE file whose samples are the bytes 0, 1, 2, ...
+wav() {
+    local align=$(($2 * $4 / 8)) n=$(($5 * $2 * $4 / 8))
+    printf 'RIFF'; le32 $((4 + 24 + 8 + n)); printf 'WAVEfmt '; le32 16
+    le16 "$1"; le16 "$2"; le32 "$3"; le32 $(($3 * align)); le16 $align; le16 "$4"
+    printf 'data'; le32 $n
+    head -c "$n" /dev/zero | tr '\0' 'a'
+}
+
+# Media chunk sizes per stream as 'chunks' reads them: "STREAM TYPE SIZE" lines.
+chunk_sizes() {
+    "${tool[@]}" chunks --json "$@" | grep -o '"type_code": [1-7], "stream": [0-9]*, "size": [0-9]*' |
+        sed 's/"type_code": \([0-9]*\), "stream": \([0-9]*\), "size": \([0-9]*\)/\2 \1 \3/'
+}
+
+# json_is EXPRESSION: true when the Python expression holds for the JSON in
+# $work/out, loaded as d (passes when python3 is missing).
+json_is() {
+    command -v python3 > /dev/null 2>&1 || return 0
+    python3 -c 'import json, sys; d = json.load(open(sys.argv[1])); sys.exit(0 if eval(sys.argv[2]) else 1)' "$work/out" "$1"
+}
+
+mkdir -p "$work/frames" "$work/mixed"
+for i in 0 1 2 3 4; do jpeg 160 120 "$(printf 'frame%*s' "$i" '')" > "$work/frames/f$i.jpg"; done
+wav 1 2 8000 16 4000 > "$work/tone.wav"   # half a second, 2000 bytes a frame at 4 fps
+
+# --- mux: what goes in comes out -------------------------------------------------
+kq mux -o "$work/a.avi" --fps 4 --video "$work/frames/*.jpg" --audio "$work/tone.wav" --json
+expect_status 0 "mux video and sound"
+check "mux --json parses" json_ok
+check "mux --json: two streams" has '"stream": 1, "kind": "audio", "codec": "PCM"'
+check "mux --json: five video chunks" has '"stream": 0, "kind": "video", "codec": "MJPG", "name": "Video", "chunks": 5,'
+check "mux --json: 16000 bytes of sound" has '"kind": "audio", .*"bytes": 16000}'
+expected=""
+for i in 0 1 2 3 4; do
+    expected+="0 3 $(wc -c < "$work/frames/f$i.jpg")"$'\n'
+    # 8000 blocks a second at 4 fps: 2000 blocks of 4 bytes per frame, two frames' worth in all.
+    [ "$i" -lt 2 ] && expected+="1 1 8000"$'\n'
+done
+check "chunks reads the pictures' sizes, each followed by its sound" \
+    [ "$(chunk_sizes "$work/a.avi")" = "$(printf '%s' "$expected")" ]
+kq info --json "$work/a.avi"
+check "info: 160x120 MJPEG at 4 fps" \
+    json_is '[d["streams"][0][k] for k in ("kind", "compression", "width", "height", "rate", "scale", "length")] == ["video", "MJPG", 160, 120, 4, 1, 5]'
+check "info: PCM, scale = block align, rate = bytes a second, sample size = block align" \
+    json_is '[d["streams"][1][k] for k in ("format_tag", "channels", "samples_per_sec", "block_align", "scale", "rate", "sample_size", "length")] == [1, 2, 8000, 4, 4, 32000, 4, 4000]'
+
+# Remainders carried: 22050 Hz at 3 fps gives 7350 blocks a frame; at 7 fps,
+# 3150; at 29.97 the shares differ by one and still add up.
+wav 1 1 22050 8 22050 > "$work/one.wav"
+for fps in 7 29.97 30000/1001; do
+    kq mux -o "$work/r.avi" --fps "$fps" --audio "$work/one.wav"
+    expect_status 0 "mux sound alone at $fps fps"
+    total=$(chunk_sizes "$work/r.avi" | awk '{ s += $3 } END { print s }')
+    check "every sample written at $fps fps (got $total)" [ "$total" = 22050 ]
+    # All but the last, which holds what is left.
+    spread=$(chunk_sizes "$work/r.avi" | sed '$d' | awk 'NR == 1 { lo = hi = $3 } { if ($3 < lo) lo = $3; if ($3 > hi) hi = $3 } END { print hi - lo }')
+    check "chunks differ by at most one block at $fps fps (spread $spread)" [ "$spread" -le 1 ]
+done
+
+# Captions, chapters and metadata.
+printf '# frame, tab, text\n0\tHello\n\n3\tLater line\r\n1\tSecond\n' > "$work/captions.txt"
+printf '0\tStart\n4\tEnd\n' > "$work/chapters.txt"
+printf 'title=muxed' > "$work/meta.txt"
+kq mux -o "$work/c.avi" --fps=4 --video="$work/frames/f*.jpg" --text-caption "$work/captions.txt" \
+    --chapters "$work/chapters.txt" --metadata "$work/meta.txt"
+expect_status 0 "mux with captions, chapters and metadata"
+check "the summary names the caption stream" has '^ *1  text caption  *-  *3  *21  Subtitle$'
+check "the summary names the chapter stream" has '^ *2  chapter  *-  *2  *8  Chapter$'
+order=$(chunk_sizes "$work/c.avi" | awk '{ print $1 }' | tr -d '\n')
+check "captions and chapters go before their frame's picture (got $order)" [ "$order" = 1201001020 ]
+kq info --json "$work/c.avi"
+check "info: a text caption named Subtitle, a chapter stream, the metadata block padded to even" \
+    json_is '[(s["kind"], s.get("name")) for s in d["streams"]] == [("video", "Video"), ("text_caption", "Subtitle"), ("chapter", "Chapter")] and d["metadata_size"] == 12'
+
+# --odml and --swapped-ids.
+kq mux -o "$work/o.avi" --fps 4 --video "$work/frames/*.jpg" --audio "$work/tone.wav" --odml
+expect_status 0 "mux --odml"
+kq info "$work/o.avi"
+check "--odml: a super index per stream" has "stream 0 indx .*5 chunks indexed"
+check "--odml: the audio's super index" has "stream 1 indx .*16000 bytes"
+kq mux -o "$work/s.avi" --fps 4 --video "$work/frames/*.jpg" --audio "$work/tone.wav" --swapped-ids --json
+expect_status 0 "mux --swapped-ids"
+check "--swapped-ids in the summary" has '"swapped_ids": true,'
+kq chunks --swapped-ids "$work/s.avi"
+expect_status 0 "chunks --swapped-ids reads it"
+check "type-first ids" has ' dc00 '
+check "the same chunk sizes read back" [ "$(chunk_sizes --swapped-ids "$work/s.avi")" = "$(chunk_sizes "$work/a.avi")" ]
+
+# --- mux: usage errors (2) and inputs it cannot use (1) -------------------------------
+mux_error() {  # mux_error STATUS REGEX ARGS...: one line on stderr matching REGEX, nothing on stdout
+    local want=$1 pattern=$2
+    shift 2
+    kq mux "$@"
+    expect_status "$want" "mux $*"
+    check "mux $*: one line" err_one_line
+    check "mux $*: says /$pattern/ (got: $(cat "$work/err"))" grep -q -e "$pattern" "$work/err"
+    check "mux $*: nothing on stdout" out_empty
+}
+mux_error 2 "needs an output file" --fps 4 --video "$work/frames/*.jpg"
+mux_error 2 "needs the frame rate" -o "$work/x.avi" --video "$work/frames/*.jpg"
+mux_error 2 "needs pictures" -o "$work/x.avi" --fps 4
+mux_error 2 "needs a value" -o "$work/x.avi" --fps
+mux_error 2 "unknown option '--bogus'" -o "$work/x.avi" --fps 4 --bogus
+mux_error 2 "takes no FILE" -o "$work/x.avi" --fps 4 extra.avi
+for bad in 0 -5 abc 10/0 1.2.3; do
+    mux_error 2 "--fps needs a rate above 0" -o "$work/x.avi" --fps "$bad" --video "$work/frames/*.jpg"
+done
+mux_error 1 "no file matches" -o "$work/x.avi" --fps 4 --video "$work/none/*.jpg"
+printf 'GIF89a' > "$work/mixed/a.jpg"
+mux_error 1 "does not begin with FF D8" -o "$work/x.avi" --fps 4 --video "$work/mixed/*.jpg"
+printf '\377\330\377\376\000\004hi\377\331' > "$work/mixed/a.jpg"
+mux_error 1 "no frame header" -o "$work/x.avi" --fps 4 --video "$work/mixed/*.jpg"
+jpeg 160 120 x > "$work/mixed/a.jpg"
+jpeg 320 240 x > "$work/mixed/b.jpg"
+mux_error 1 "is 320x240 but .* is 160x120" -o "$work/x.avi" --fps 4 --video "$work/mixed/*.jpg"
+mux_error 1 "cannot open" -o "$work/x.avi" --fps 4 --audio "$work/none.wav"
+printf 'RIFF\004\000\000\000AVI ' > "$work/bad.wav"
+mux_error 1 "not a WAV file" -o "$work/x.avi" --fps 4 --audio "$work/bad.wav"
+wav 85 2 8000 16 10 > "$work/mp3.wav"
+mux_error 1 "not PCM sound (format tag 0x0055)" -o "$work/x.avi" --fps 4 --audio "$work/mp3.wav"
+wav 1 2 8000 16 1000 | head -c 1000 > "$work/cut.wav"
+mux_error 1 "is cut off" -o "$work/x.avi" --fps 4 --audio "$work/cut.wav"
+printf 'RIFF\014\000\000\000WAVEdata\000\000\000\000' > "$work/nofmt.wav"
+mux_error 1 "before the 'fmt ' chunk" -o "$work/x.avi" --fps 4 --audio "$work/nofmt.wav"
+printf '0 no tab\n' > "$work/badcap.txt"
+mux_error 1 "line 1: expected FRAME<TAB>TEXT" -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --text-caption "$work/badcap.txt"
+printf '9\tlate\n' > "$work/late.txt"
+mux_error 1 "names frame 9, but the file has frames 0 to 4" -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --chapters "$work/late.txt"
+mux_error 1 "cannot create" -o "$work/no/such/dir/x.avi" --fps 4 --video "$work/frames/*.jpg"
+check "no output file left by failed runs" [ ! -e "$work/x.avi" ]
+
+# --- sample ----------------------------------------------------------------------------
+(cd "$work" && "${tool[@]}" sample > "$work/out" 2> "$work/err")
+check "sample without a name writes kelqavi-sample.avi" [ -s "$work/kelqavi-sample.avi" ]
+check "sample: nothing on stderr" [ ! -s "$work/err" ]
+kq sample --json "$work/sample.avi"
+expect_status 0 "sample --json"
+check "sample --json parses" json_ok
+check "sample --json: five streams, every kind" \
+    [ "$(grep -c -e '"kind": "video"' -e '"kind": "audio"' -e '"kind": "text caption"' -e '"kind": "bitmap caption"' -e '"kind": "chapter"' "$work/out")" -eq 5 ]
+check "sample --json: OpenDML" has '"odml": true,'
+check "sample is the same file each time" cmp -s "$work/sample.avi" "$work/kelqavi-sample.avi"
+kq info --json "$work/sample.avi"
+expect_status 0 "info on the sample"
+check "info finds every stream kind, named" \
+    json_is '[(s["kind"], s.get("name")) for s in d["streams"]] == [("video", "Moving bar"), ("audio", "Tone"), ("text_caption", "Subtitle (English)"), ("bitmap_caption", "Subtitle bitmap"), ("chapter", "Chapter list")]'
+check "info: the menu, metadata and strd blocks" \
+    json_is 'd["menu_size"] == 40 and d["metadata_size"] == 76 and d["streams"][0]["strd_size"] == 8'
+cp "$work/out" "$work/sample_info.json"
+# Each bitmap subtitle chunk begins with its time span and a NUL.
+kq chunks --json "$work/sample.avi"
+sb_offset=$(grep -o '"id": "03sb", [^}]*"data_offset": [0-9]*' "$work/out" | head -n 1 | sed 's/.*: //')
+check "the first subtitle chunk's time span" \
+    [ "$(dd if="$work/sample.avi" bs=1 skip="$sb_offset" count=26 2> /dev/null | tr '\0' '|')" = "00:00:00.000-00:00:01.400|" ]
+kq sample "$work/a" "$work/b"
+expect_status 2 "sample with two names"
+check "sample with two names: one line" err_one_line
+kq sample --bogus
+expect_status 2 "sample --bogus"
+kq sample "$work/no/such/dir/s.avi"
+expect_status 1 "sample into a missing folder"
+check "sample into a missing folder: one line" err_one_line
+
+# --- remux -----------------------------------------------------------------------------
+kq remux "$work/sample.avi" "$work/rs.avi" --json
+expect_status 0 "remux of the sample"
+check "remux --json parses" json_ok
+check "remux keeps every chunk of every stream" [ "$(chunk_sizes "$work/rs.avi")" = "$(chunk_sizes "$work/sample.avi")" ]
+kq info --json "$work/rs.avi"
+python3 - "$work/sample_info.json" "$work/out" > "$work/diff.txt" 2>&1 <<'PY' || true
+import json, sys
+a, b = (json.load(open(p)) for p in sys.argv[1:])
+for key in ("stream_count", "strd_count", "menu_size", "metadata_size"):
+    if a[key] != b[key]: print(key, a[key], b[key])
+for sa, sb in zip(a["streams"], b["streams"]):
+    for key in ("kind", "name", "handler", "compression", "width", "height", "rate", "scale", "length", "strd_size",
+                "format_tag", "channels", "samples_per_sec", "block_align"):
+        if sa.get(key) != sb.get(key): print("stream", sa["number"], key, sa.get(key), sb.get(key))
+PY
+if command -v python3 > /dev/null 2>&1; then
+    check "remux keeps formats, names, strd, menu and metadata ($(tr '\n' ';' < "$work/diff.txt"))" [ ! -s "$work/diff.txt" ]
+fi
+kq remux --odml --swapped-ids "$work/a.avi" "$work/ra.avi"
+expect_status 0 "remux --odml --swapped-ids"
+check "remux --swapped-ids: same chunks, type first" [ "$(chunk_sizes --swapped-ids "$work/ra.avi")" = "$(chunk_sizes "$work/a.avi")" ]
+kq remux "$work/ra.avi" "$work/rb.avi"
+expect_status 0 "remux of a type-first file"
+check "a type-first input is read without an option" [ "$(chunk_sizes "$work/rb.avi")" = "$(chunk_sizes "$work/a.avi")" ]
+check "remux back gives the same bytes as the first mux" cmp -s "$work/rb.avi" "$work/a.avi"
+
+remux_error() {  # remux_error STATUS REGEX ARGS...
+    local want=$1 pattern=$2
+    shift 2
+    kq remux "$@"
+    expect_status "$want" "remux $*"
+    check "remux $*: one line" err_one_line
+    check "remux $*: says /$pattern/ (got: $(cat "$work/err"))" grep -q -e "$pattern" "$work/err"
+}
+remux_error 2 "needs IN.avi and OUT.avi" "$work/a.avi"
+remux_error 2 "needs IN.avi and OUT.avi"
+remux_error 2 "follows them" "$work/a.avi" "$work/x.avi" "$work/y.avi"
+remux_error 2 "unknown option" --bogus "$work/a.avi" "$work/x.avi"
+remux_error 1 "cannot open" "$work/none.avi" "$work/x.avi"
+remux_error 1 "" "$work/tone.wav" "$work/x.avi"
+remux_error 1 "cannot create" "$work/a.avi" "$work/no/such/dir/x.avi"
+# A chunk whose size runs past the end of the file.
+head -c 3000 "$work/a.avi" > "$work/cut.avi"
+kq remux "$work/cut.avi" "$work/x.avi"
+expect_status "1 3" "remux of a cut file"
+check "remux of a cut file: one line" err_one_line
+check "remux of a damaged file leaves no output" [ ! -e "$work/x.avi" ]
+
+finish
