@@ -62,6 +62,8 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
         // first thing past the 2048 boundary: offset 4 in idx1.
         const chunk_at junk = find_child(b, 0, "JUNK");
         EXPECT_EQ(junk.pos, hdrl.pos + 8 + hdrl.size);
+        const char filler[] = "Kelq ";
+        for (size_t i = 0; i < junk.size; ++i) ASSERT_EQ(b[junk.data() + i], filler[i % 5]) << i;
         // Two super indexes of 1632 bytes push the header area past 2048.
         const size_t boundary = odml != 0 ? 4096u : 2048u;
         EXPECT_EQ(junk.data() + junk.size, boundary);
@@ -77,10 +79,19 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
     }
 }
 
-// A header area that already reaches a boundary gets a whole 2048 of JUNK.
+// The JUNK chunk always ends on a boundary and is never empty: with the
+// hdrl end moved across 2038..2050 by the name length, a header area too
+// close to 2048 for the JUNK header and some filler goes on to 4096.
 TEST(WriterLayout, JunkFillsToTheNextBoundary) {
-    // Vary the name length so the hdrl end moves across a 2-byte grid.
-    for (int len = 1; len < 12; ++len) {
+    // hdrl ends at 484 + the even name size with one video stream and no OpenDML.
+    const struct {
+        int len;
+        uint32_t movi;
+    } cases[] = {{1, 2048}, {2, 2048}, {11, 2048}, {1553, 2048}, {1554, 2048},
+                 // hdrl ends at 2040: the filler would be empty, so it takes a whole 2048.
+                 {1555, 4096}, {1556, 4096}, {1558, 4096}, {1564, 4096}, {1566, 4096}};
+    for (const auto &c : cases) {
+        const int len = c.len;
         scratch_path path;
         aviout_handle *w = aviout_open(path, 0, 0);
         ASSERT_NE(w, nullptr);
@@ -93,8 +104,10 @@ TEST(WriterLayout, JunkFillsToTheNextBoundary) {
         const std::vector<uint8_t> b = file_bytes(path);
         const chunk_at junk = find_child(b, 0, "JUNK");
         ASSERT_NE(junk.pos, SIZE_MAX);
-        EXPECT_EQ((junk.data() + junk.size) % 2048, 0u) << len;
-        EXPECT_LE(junk.size, 2048u - 8);
+        EXPECT_EQ(junk.pos, 484u + static_cast<uint32_t>(len + (len & 1))) << len;
+        EXPECT_EQ(junk.data() + junk.size, c.movi) << len;
+        EXPECT_EQ(find_child(b, 0, "LIST", "movi").pos, c.movi) << len;
+        EXPECT_LE(junk.size, 2048u) << len;
     }
 }
 

@@ -465,6 +465,14 @@ TEST(WriterMenuFiles, ShortAndMissingFiles) {
     const size_t at = junk.data() + junk.size;
     EXPECT_EQ(std::vector<uint8_t>(b.begin() + at, b.begin() + at + 27), small) << "too short to patch";
 
+    // 28 bytes hold the position field: patched.
+    const std::vector<uint8_t> just = payload(28, 4);
+    put_file(short_file, just);
+    const std::vector<uint8_t> b28 = with_extensions(0, {}, {}, short_file);
+    EXPECT_EQ(le64(b28, at + 20), at);
+    EXPECT_EQ(std::vector<uint8_t>(b28.begin() + at, b28.begin() + at + 20),
+              std::vector<uint8_t>(just.begin(), just.begin() + 20));
+
     const std::vector<uint8_t> plain = with_extensions(0, {}, {});
     const std::vector<uint8_t> missing =
         with_extensions(0, {}, {}, "/nonexistent/kelqavi/head", "/nonexistent/kelqavi/tail");

@@ -54,6 +54,8 @@ TEST(WriterSetters, NineteenStreamsMixingKinds) {
 
     const std::vector<uint8_t> b = file_bytes(path);
     EXPECT_EQ(strl_lists(b).size(), 19u);
+    // avih takes stream_count as it stands, the refused calls included.
+    EXPECT_EQ(avih_value(b, 6), 21u);
     aviin_handle *h = aviin_open(path, 0);
     ASSERT_NE(h, nullptr);
     int32_t streams = 0;
