@@ -726,8 +726,8 @@ void print_riff_help(FILE *out) {
                  "file is marked with how far it overruns and is not trusted: a list is only\n"
                  "walked within the bytes that are really there.\n"
                  "\n"
-                 "Without FILE, writes a small built-in AVI sample with the library's chunk\n"
-                 "writers to a temporary file and shows its tree.\n"
+                 "Without FILE, writes the built-in sample AVI (the one 'kelqavi sample' writes)\n"
+                 "with the library's writer to a temporary file and shows its tree.\n"
                  "\n"
                  "Options:\n"
                  "  --json        print the tree as JSON: nested objects with offset, kind,\n"
@@ -800,7 +800,7 @@ int run_riff_command(int argc, char **argv) {
         if (options.path != nullptr)
             std::printf("%s: %s\n\n", paint(options.path, sgr::bold, style.colour).c_str(), size.c_str());
         else
-            std::printf("%s: a small AVI written with the library's chunk writers, %s\n\n",
+            std::printf("%s: a small AVI written with the library's writer, %s\n\n",
                         paint("Built-in sample (no FILE given)", sgr::bold, style.colour).c_str(), size.c_str());
         table_printer(entries, style, options.levels).print(stdout);
         std::printf("\n");

@@ -50,11 +50,11 @@ kq riff --save-sample "$work/sample.avi"
 expect_status 0 "saving the sample"
 streams=$(ffprobe -v error -show_entries stream=codec_type,codec_name,width,height,sample_rate,channels:stream_tags=title \
     -of compact=p=0:nk=0 "$work/sample.avi" 2> /dev/null)
-check "ffprobe: MJPEG video 64x48 named 'Test card' (got: $streams)" \
-    sh -c "printf '%s\n' \"\$1\" | grep -q '^codec_name=mjpeg|codec_type=video|width=64|height=48|.*tag:title=Test card\$'" - "$streams"
-check "ffprobe: 8-bit PCM audio, 8000 Hz mono, named 'Tone'" \
-    sh -c "printf '%s\n' \"\$1\" | grep -q '^codec_name=pcm_u8|codec_type=audio|sample_rate=8000|channels=1|.*tag:title=Tone\$'" - "$streams"
+check "ffprobe: MJPEG video 160x120 named 'Moving bar' (got: $streams)" \
+    sh -c "printf '%s\n' \"\$1\" | grep -q '^codec_name=mjpeg|codec_type=video|width=160|height=120|.*tag:title=Moving bar\$'" - "$streams"
+check "ffprobe: 16-bit PCM audio, 8000 Hz mono, named 'Tone'" \
+    sh -c "printf '%s\n' \"\$1\" | grep -q '^codec_name=pcm_s16le|codec_type=audio|sample_rate=8000|channels=1|.*tag:title=Tone\$'" - "$streams"
 packets=$(ffprobe -v error -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$work/sample.avi" 2> /dev/null | tr '\n' ' ')
-check "ffprobe: one packet in each stream (got: $packets)" [ "$packets" = "1 1 " ]
+check "ffprobe: the chunks of each stream as packets (got: $packets)" [ "$packets" = "30 30 3 2 2 " ]
 
 finish

@@ -65,9 +65,10 @@ avi_file() {
     riff_form 'AVI ' "$work/form.bin" > "$1"
 }
 
-# --- The built-in sample, as the reader sees it -------------------------------
-kq riff --save-sample "$work/sample.avi"
-expect_status 0 "saving the sample"
+# --- A small hand-laid AVI, as the reader sees it -----------------------------
+# A small AVI laid out chunk by chunk: a video and an audio stream, one
+# chunk each, the second of odd size.
+cp "$(dirname "$0")/data/small.avi" "$work/sample.avi"
 
 kq info "$work/sample.avi"
 expect_status 0 "info on the sample"
