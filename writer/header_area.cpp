@@ -40,6 +40,13 @@ uint32_t video_image_size(uint32_t compression, int32_t width, int32_t height) {
     return static_cast<uint32_t>(pixels * 3);   // "    ", "DIB ", "RGB" and the rest
 }
 
+// The strh values a stream kind decides; length, suggested buffer size and
+// sample size are the counted ones and stay as they are.
+struct strh_values {
+    uint32_t type, handler, flags, initial_frames, scale, rate, start, quality;
+    int32_t width, height;   // the frame rectangle's right and bottom
+};
+
 void set_frame(avi_stream_header &h, int32_t width, int32_t height) {
     h.frame_left = 0;
     h.frame_top = 0;
@@ -47,7 +54,19 @@ void set_frame(avi_stream_header &h, int32_t width, int32_t height) {
     h.frame_bottom = static_cast<int16_t>(height);
 }
 
-void clear_frame(avi_stream_header &h) { set_frame(h, 0, 0); }
+void fill_strh(avi_stream_header &h, const strh_values &v) {
+    h.type = v.type;
+    h.handler = v.handler;
+    h.flags = v.flags;
+    h.priority = 0;
+    h.language = 0;
+    h.initial_frames = v.initial_frames;
+    h.scale = v.scale;
+    h.rate = v.rate;
+    h.start = v.start;
+    h.quality = v.quality;
+    set_frame(h, v.width, v.height);
+}
 
 video_format bitmap_info(int32_t width, int32_t height, uint16_t bit_count, uint32_t compression,
                          uint32_t size_image) {
@@ -83,18 +102,9 @@ void write_strd(aviout_handle *w, const video_stream_format &r) {
 }
 
 void write_video_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const video_stream_format &r) {
-    h.type = type_vids;
-    h.handler = code_of(r.handler);
-    if (is_xvid(h.handler)) h.handler = handler_replaced;
-    h.flags = 0;
-    h.priority = 0;
-    h.language = 0;
-    h.initial_frames = 0;
-    h.scale = r.scale;
-    h.rate = r.rate;
-    h.start = 0;
-    h.quality = r.quality;
-    set_frame(h, r.width, r.height);
+    const uint32_t handler = code_of(r.handler);
+    fill_strh(h, {type_vids, is_xvid(handler) ? handler_replaced : handler, 0, 0, r.scale, r.rate, 0, r.quality,
+                  r.width, r.height});
     // A rate of 0 would divide by zero: the field stays as it was.
     const int32_t rate = static_cast<int32_t>(r.rate);
     if (rate != 0)
@@ -116,17 +126,7 @@ void write_video_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, 
 }
 
 void write_audio_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const audio_stream_format &r) {
-    h.type = type_auds;
-    h.handler = 0;
-    h.flags = 0;
-    h.priority = 0;
-    h.language = 0;
-    h.initial_frames = r.initial_frames;
-    h.scale = r.scale;
-    h.rate = r.rate;
-    h.start = r.start;
-    h.quality = no_quality;
-    clear_frame(h);
+    fill_strh(h, {type_auds, 0, 0, r.initial_frames, r.scale, r.rate, r.start, no_quality, 0, 0});
     int status = write_header_strh(&h, w->file);
     status |= write_header_strf_audio(&r.wave_format, w->file);
     status |= write_name(r.name_length, r.name, w->file);
@@ -135,18 +135,8 @@ void write_audio_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, 
 }
 
 void write_caption_stream(aviout_handle *w, avi_stream_header &h, const caption_stream_format &r, bool chapter) {
-    h.type = type_txts;
-    h.handler = 0;
-    h.flags = 0;
-    h.priority = 0;
-    h.language = 0;
-    h.initial_frames = 0;
-    h.scale = 0;
-    h.rate = 0;
-    h.start = 0;
+    fill_strh(h, {type_txts, 0, 0, 0, 0, 0, 0, no_quality, 0, 0});
     h.length = 0;   // caption chunks are counted but never reported
-    h.quality = no_quality;
-    clear_frame(h);
     int status = write_header_strh(&h, w->file);
     status |= chapter ? write_header_strf_chapter(&r.format, w->file)
                       : write_header_strf_text_caption(&r.format, w->file);
@@ -155,17 +145,8 @@ void write_caption_stream(aviout_handle *w, avi_stream_header &h, const caption_
 }
 
 void write_bitmap_caption_stream(aviout_handle *w, avi_stream_header &h, const video_stream_format &r) {
-    h.type = type_vids;
-    h.handler = code_of(r.handler);
-    h.flags = bitmap_caption_flags;
-    h.priority = 0;
-    h.language = 0;
-    h.initial_frames = 0;
-    h.scale = r.scale;
-    h.rate = r.rate;
-    h.start = 0;
-    h.quality = r.quality;
-    set_frame(h, r.width, r.height);
+    fill_strh(h, {type_vids, code_of(r.handler), bitmap_caption_flags, 0, r.scale, r.rate, 0, r.quality, r.width,
+                  r.height});
     const int64_t half_image = static_cast<int64_t>(r.width) * r.height / 2;
     const video_format f = bitmap_info(r.width, r.height, bitmap_caption_bit_count, code_of(r.compression),
                                        static_cast<uint32_t>(half_image));
