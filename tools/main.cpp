@@ -2,8 +2,11 @@
 // it the rest.
 #include "chunks_command.h"
 #include "diagnostics.h"
+#include "frame_command.h"
 #include "info_command.h"
+#include "keys_command.h"
 #include "riff_command.h"
+#include "subs_command.h"
 
 #include <clocale>
 #include <cstdio>
@@ -30,6 +33,10 @@ constexpr command commands[] = {
     {"info", "show the headers, streams, segments and indexes of an AVI file", run_info_command, print_info_help},
     {"chunks", "list the chunks of every segment's 'movi' list as the reader walks them", run_chunks_command,
      print_chunks_help},
+    {"keys", "show the key-frame table the library builds from the legacy index", run_keys_command, print_keys_help},
+    {"frame", "find frame N (and the audio playing with it) through the key-frame table", run_frame_command,
+     print_frame_help},
+    {"subs", "list the bitmap subtitles and the one shown at a frame", run_subs_command, print_subs_help},
 };
 
 const command *find_command(const char *name) {
