@@ -2,3 +2,5 @@
 #pragma once
 
 void remove_reader_bench_file();
+void remove_writer_bench_file();
+void print_writer_memory();

@@ -300,10 +300,12 @@ int main(int argc, char **argv) {
     ratio_reporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.print_ratios();
+    print_writer_memory();
     benchmark::Shutdown();
     std::remove(value_file().c_str());
     std::remove(movi_file().c_str());
     remove_reader_bench_file();
+    remove_writer_bench_file();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     std::printf("peak resident memory: %ld KiB\n", usage.ru_maxrss);

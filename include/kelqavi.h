@@ -718,6 +718,201 @@ KELQAVI_API int aviin_goto_next_menu(aviin_handle *h);
  * destinations are allowed. */
 KELQAVI_API int aviin_get_menu_chunk(aviin_handle *h, uint8_t **data, int32_t *size);
 
+/* ------------------------------------------------------------------------
+ * Writer.
+ * Calling order: aviout_open; set the caller-set fields that the stream
+ * setters read (index_chunk_seconds, odml_timing_mode); the stream setters,
+ * whose order gives the stream numbers 0..18; the block setters; the other
+ * caller-set fields; then aviout_put_chunk once per chunk; then aviout_close.
+ * The header area is written at the first chunk and rewritten in place with
+ * the final counts when the file is finished, so nothing that changes its
+ * size may be set after the first chunk: every setter then fails (1)
+ * without changing anything.
+ * ------------------------------------------------------------------------ */
+
+#define AVIOUT_MAX_STREAMS 20            /* slots; 19 streams are accepted */
+#define AVIOUT_MAX_VIDEO 2               /* only the first is dependable */
+#define AVIOUT_MAX_AUDIO 12
+#define AVIOUT_MAX_TEXT_CAPTIONS 12
+#define AVIOUT_MAX_BITMAP_CAPTIONS 12
+#define AVIOUT_MAX_CHAPTERS 2
+#define AVIOUT_INDEX_CAPACITY 1872000    /* legacy index entries */
+#define AVIOUT_SUPER_INDEX_ENTRIES 100   /* standard index chunks per track */
+
+/* aviout_put_chunk flags. */
+#define AVIOUT_KEY_FRAME 1u
+#define AVIOUT_FRAME_DATA 2u             /* opaque per-frame data: "dd" */
+#define AVIOUT_UNCOMPRESSED 4u           /* uncompressed frame: "db" */
+
+/* OpenDML index state of one audio or video track. */
+typedef struct odml_track_state {
+    double elapsed_time;         /* seconds covered by the current standard index */
+    uint32_t index_bytes;        /* data bytes added to it */
+    double frame_duration;       /* seconds per chunk, given at set-up */
+    uint32_t chunk_count;        /* chunks added to it */
+    int32_t stream_type;         /* 3 video, 1 audio */
+    uint32_t entries_per_chunk;  /* N = index_chunk_seconds / frame_duration */
+    int64_t spare;
+    uint32_t std_index_buf_size; /* N x 8 + 48: the ix## chunk's length on disk */
+    int64_t std_index_pos;       /* position of the current ix## chunk; 0 = none yet */
+} odml_track_state;
+
+/* One legacy index entry: the chunk's id, its idx1 flags, the position of
+ * its id in the file and its data size. */
+typedef struct aviout_index_entry {
+    uint32_t chunk_id;
+    uint32_t flags;
+    int64_t position;
+    uint32_t size;
+} aviout_index_entry;
+
+/* One stream: its "strh" values and where its format record lives. */
+typedef struct aviout_stream_entry {
+    avi_stream_header header;    /* owner word unused */
+    uint32_t stream_kind;        /* 1 audio, 3 video, 5 text caption, 6 bitmap caption, 7 chapter */
+    uint32_t sub_index;          /* position of the record in its kind's table */
+} aviout_stream_entry;
+
+/* The writer handle: one plain record, zero-filled at open. Applications
+ * read it freely and may assign the fields marked CALLER-SET; every other
+ * field is the library's.
+ * It is large (the legacy index table is inline, about 45 MB of address
+ * space) but comes from calloc in one block, so the pages of the table that
+ * no chunk has reached are never touched and cost no resident memory: a
+ * writer that has written 1,000 chunks holds a few hundred KB. */
+typedef struct aviout_handle {
+    FILE *file;
+    uint32_t error;                     /* sticky: a header record failed to write */
+    avi_main_header main_header;
+    int64_t file_start;                 /* where the header area begins */
+    int64_t riff_mark, avix_mark, movi_mark;  /* size-field positions to patch */
+    int64_t index_end;                  /* just after the idx1 written; 0 until then */
+    video_stream_format video_formats[AVIOUT_MAX_VIDEO];
+    int32_t video_count;
+    audio_stream_format audio_formats[AVIOUT_MAX_AUDIO];
+    int32_t audio_count;
+    caption_stream_format text_captions[AVIOUT_MAX_TEXT_CAPTIONS];
+    int32_t text_caption_count;
+    video_stream_format bitmap_captions[AVIOUT_MAX_BITMAP_CAPTIONS];
+    int32_t bitmap_caption_count;
+    caption_stream_format chapters[AVIOUT_MAX_CHAPTERS];
+    int32_t chapter_count;
+    aviout_stream_entry stream_table[AVIOUT_MAX_STREAMS];
+    int32_t stream_count;
+    aviout_index_entry index_entries[AVIOUT_INDEX_CAPACITY];
+    int32_t index_count;                /* entries in use in the current segment */
+    uint32_t segment_chunk_counts[AVIOUT_MAX_STREAMS];
+    uint32_t segment_byte_counts[AVIOUT_MAX_STREAMS];
+    uint32_t chunk_count;               /* data chunks in the current segment */
+    uint32_t odml;                      /* 1: OpenDML indexes are written */
+    /* OpenDML state per track (track number = stream number); null for
+     * streams without a track. */
+    int64_t *super_index_pos[AVIOUT_MAX_STREAMS];
+    uint8_t *super_index_buf[AVIOUT_MAX_STREAMS];
+    odml_track_state *odml_track[AVIOUT_MAX_STREAMS];
+    uint8_t *std_index_buf[AVIOUT_MAX_STREAMS];
+    int32_t track_count;                /* highest track number + 1 */
+    /* CALLER-SET, default 0. Seconds of media each OpenDML standard index
+     * (ix##) should cover. Read by the video and audio setters (each track's
+     * capacity N = index_chunk_seconds / its frame_duration) and before every
+     * chunk (a track's index is written out once it covers
+     * index_chunk_seconds - 1.0 seconds), so set it right after aviout_open.
+     * At 1.0 or below every chunk gets an ix## chunk of its own, and a track
+     * holds at most 100 of them: a recorder should set it to cover its
+     * longest recording in 100 pieces (60.0 covers about 98 minutes). */
+    double index_chunk_seconds;
+    /* CALLER-SET, default 0. 1: write a track's standard index out when it
+     * holds N entries, instead of by time. Set with index_chunk_seconds. */
+    uint32_t odml_timing_mode;
+    /* CALLER-SET, default 0. Non-zero: chunk ids type first ("dc00") and the
+     * legacy index as "1idx". Set before the first chunk. */
+    uint32_t swapped_ids;
+    int32_t riff_index;                 /* -1 before the first chunk, 0 in "AVI ", n in the n-th "AVIX" */
+    uint32_t odml_total_frames;         /* video frames of every segment ("dmlh") */
+    uint32_t has_menu, menu_given;
+    int32_t menu_size;
+    uint8_t *menu_data;
+    uint32_t has_metadata, metadata_given;
+    int32_t metadata_size;
+    uint8_t *metadata_data;
+    /* CALLER-SET, default 0. Non-zero wraps the metadata and menu chunks in a
+     * LIST "KQDT". Set before the first chunk. */
+    uint32_t extension_list;
+    /* CALLER-SET, default null. Paths (not copied: keep them valid until
+     * aviout_close) of prepared menu-form files copied in whole: the head
+     * file after the extension data in the header area, the tail file at the
+     * end of each "movi" list. Bytes 20..27 of the copy receive the absolute
+     * position where it begins. A path that cannot be opened writes nothing. */
+    const char *menu_file_head;
+    const char *menu_file_tail;
+    uint8_t *io_buffer;                 /* the stream's 64 KiB buffer */
+} aviout_handle;
+
+/* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the
+ * new AVI after what it holds. odml 1 writes OpenDML indexes. Null when the
+ * handle cannot be allocated or the file cannot be opened. */
+KELQAVI_API aviout_handle *aviout_open(const char *path, uint32_t odml, uint32_t append);
+
+/* Stream setters: *out_stream receives the new stream number, or -1. The
+ * record is copied; its name (and a video stream's strd block) are copied
+ * into blocks the writer owns. 0 on success, 1 on failure. A refused stream
+ * still counts: its kind's count (and from the 20th call stream_count) stay
+ * incremented, so later calls of the same kind see the larger count.
+ * Limits: 2 video (only the first is dependable), 12 audio, 12 text caption,
+ * 12 bitmap caption and 2 chapter streams, 19 in all.
+ * A stream given without a name (name_length below 1) clears the name of the
+ * record of its kind at the position of the last video stream, which for a
+ * video stream is its own record (nothing when no video stream is given or
+ * that position is beyond the kind's table); a name cleared so is freed.
+ * The video and audio setters take frame_duration, the seconds one chunk of
+ * the stream lasts, for the OpenDML index; with odml 1 a null frame_duration
+ * or one that gives a capacity outside 0..536,870,900 entries fails.
+ * Also 1, changing nothing: a null w, out_stream or record; a call after the
+ * first chunk; an audio cb_size above 22 or a negative strd_size. */
+KELQAVI_API int aviout_set_video_format(aviout_handle *w, int32_t *out_stream, const video_stream_format *record,
+                                        const double *frame_duration);
+KELQAVI_API int aviout_set_audio_format(aviout_handle *w, int32_t *out_stream, const audio_stream_format *record,
+                                        const double *frame_duration);
+KELQAVI_API int aviout_set_text_caption_format(aviout_handle *w, int32_t *out_stream,
+                                               const caption_stream_format *record);
+KELQAVI_API int aviout_set_bitmap_caption_format(aviout_handle *w, int32_t *out_stream,
+                                                 const video_stream_format *record);
+KELQAVI_API int aviout_set_chapter_format(aviout_handle *w, int32_t *out_stream, const caption_stream_format *record);
+/* The strd block of the FIRST video record (whatever video_count is):
+ * present flag 1, version 2, the block copied. 1 when it cannot be
+ * allocated (the flag stays set), and, changing nothing, for a null w, a
+ * negative size, null data with a positive size, or a call after the first
+ * chunk. A block given earlier is freed. */
+KELQAVI_API int aviout_set_strd_info(aviout_handle *w, const uint8_t *data, int32_t size);
+/* Drops the strd block of the LAST video record given; 0 (also when it has
+ * none). 1 for a null w or after the first chunk, changing nothing. */
+KELQAVI_API int aviout_clear_strd_info(aviout_handle *w);
+/* The menu ("MENU") and metadata ("MTDA") blocks, stored at size rounded up
+ * to even. Only size bytes are read from data; the pad byte of an odd size
+ * is 0. 1 when the copy cannot be allocated, and, changing nothing, for a
+ * null w, a negative size, null data with a positive size, or a call after
+ * the first chunk. A block given earlier is freed. */
+KELQAVI_API int aviout_set_menu_info(aviout_handle *w, const uint8_t *data, int32_t size);
+KELQAVI_API int aviout_set_metadata_info(aviout_handle *w, const uint8_t *data, int32_t size);
+
+/* Appends one data chunk to stream's "movi" list (the first call writes the
+ * header area first). flags: AVIOUT_KEY_FRAME, AVIOUT_FRAME_DATA,
+ * AVIOUT_UNCOMPRESSED. 0 written; 1 a write failed (or the header area did);
+ * 4 written, and the file has reached 0x7F000000 bytes: close it.
+ * Chunks past the legacy index's 1,872,000 entries are written but not
+ * indexed in idx1. With OpenDML on, 1 also when the chunk was written but its
+ * track's index is full (a 101st standard index chunk, or more chunks than a
+ * standard index holds): the index stops growing, the chunk is in idx1.
+ * 1, writing nothing, for a null w, a stream number outside 0..stream_count-1,
+ * or null data with a positive size. Chunks of text caption, bitmap caption
+ * and chapter streams take no part in the OpenDML indexes. */
+KELQAVI_API int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags, const uint8_t *data,
+                                 uint32_t size);
+/* Writes the last indexes, finishes the file, closes it and frees the handle
+ * and everything it owns. A writer that got no chunk leaves the file as it
+ * was opened. Null does nothing. */
+KELQAVI_API void aviout_close(aviout_handle *w);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,7 +5,10 @@
 #include "frame_command.h"
 #include "info_command.h"
 #include "keys_command.h"
+#include "mux_command.h"
+#include "remux_command.h"
 #include "riff_command.h"
+#include "sample_command.h"
 #include "subs_command.h"
 
 #include <clocale>
@@ -37,6 +40,11 @@ constexpr command commands[] = {
     {"frame", "find frame N (and the audio playing with it) through the key-frame table", run_frame_command,
      print_frame_help},
     {"subs", "list the bitmap subtitles and the one shown at a frame", run_subs_command, print_subs_help},
+    {"mux", "write an MJPEG and PCM AVI file from JPEG pictures and a WAV file", run_mux_command, print_mux_help},
+    {"remux", "read an AVI file with the reader and write it again with the writer", run_remux_command,
+     print_remux_help},
+    {"sample", "write the built-in sample AVI file (every stream kind, menu, metadata)", run_sample_command,
+     print_sample_help},
 };
 
 const command *find_command(const char *name) {

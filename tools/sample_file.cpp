@@ -1,167 +1,264 @@
 #include "sample_file.h"
 
+#include "jpeg_encoder.h"
 #include "kelqavi.h"
 
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <unistd.h>
+#include <vector>
 
 namespace kelqtool {
 
 namespace {
 
-constexpr uint32_t frames_per_second = 5;
-constexpr int32_t width = 64;
-constexpr int32_t height = 48;
-constexpr uint32_t audio_rate = 8000;
+constexpr uint32_t frames_per_second = 10;
+constexpr int frame_count = 30;
+constexpr int width = 160;
+constexpr int height = 120;
+constexpr uint32_t sample_rate = 8000;
+constexpr uint32_t samples_per_frame = sample_rate / frames_per_second;
+constexpr int subtitle_width = 32;
+constexpr int subtitle_height = 8;
 
-// What the frame and audio chunks hold: a token JPEG frame (start and end
-// markers around a text) and eleven samples of 8-bit PCM, one period of a
-// sine. Eleven bytes is an odd size, so the chunk gets a pad byte.
-constexpr uint8_t frame_bytes[] = {0xFF, 0xD8, 'k', 'e', 'l', 'q', 'a', 'v', 'i', ' ', 's', 'a',
-                                   'm',  'p',  'l', 'e', ' ', 'f', 'r', 'a', 'm', 'e', 0xFF, 0xD9};
-constexpr uint8_t audio_bytes[] = {128, 199, 245, 250, 212, 147, 80, 23, 6, 40, 109};
-constexpr uint8_t opaque_block[] = {'K', 'Q', 0x01, 0x00, 0x2A, 0x00};
-
-// Legacy index flags.
-constexpr uint32_t index_key_frame = 0x10;
-constexpr uint32_t main_has_index = 0x10;
-constexpr uint32_t main_is_interleaved = 0x100;
-
-void write_main_header(FILE *out, uint32_t *status) {
-    avi_main_header avih{};
-    avih.micro_sec_per_frame = 1000000 / frames_per_second;
-    avih.max_bytes_per_sec = sizeof frame_bytes * frames_per_second + audio_rate;
-    avih.flags = main_has_index | main_is_interleaved;
-    avih.total_frames = 1;
-    avih.streams = 2;
-    avih.suggested_buffer_size = sizeof frame_bytes;
-    avih.width = width;
-    avih.height = height;
-    if (write_header_avih(&avih, out) < 0) *status |= 1;
+// A horizontal colour ramp with a white bar that crosses it once.
+std::vector<uint8_t> frame_picture(int frame) {
+    rgb_image image(width, height);
+    const int bar = frame * (width - 16) / (frame_count - 1);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            if (x >= bar && x < bar + 16)
+                image.set(x, y, 240, 240, 240);
+            else
+                image.set(x, y, static_cast<uint8_t>(x * 255 / (width - 1)), static_cast<uint8_t>(60 + y),
+                          static_cast<uint8_t>(200 - x));
+        }
+    }
+    return encode_jpeg(image, 75);
 }
 
-void write_video_stream(FILE *out, uint32_t *status) {
-    const int64_t strl = write_list_header(make_fourCC("strl"), out, status);
-
-    avi_stream_header strh{};
-    strh.type = make_fourCC("vids");
-    strh.handler = make_fourCC("MJPG");
-    strh.scale = 1;
-    strh.rate = frames_per_second;
-    strh.length = 1;
-    strh.suggested_buffer_size = sizeof frame_bytes;
-    strh.quality = 0xFFFFFFFFu;
-    strh.frame_right = static_cast<int16_t>(width);
-    strh.frame_bottom = static_cast<int16_t>(height);
-    *status |= static_cast<uint32_t>(write_header_strh(&strh, out));
-
-    video_format strf{};
-    strf.size = 40;
-    strf.width = width;
-    strf.height = height;
-    strf.planes = 1;
-    strf.bit_count = 24;
-    strf.compression = make_fourCC("MJPG");
-    strf.size_image = static_cast<uint32_t>(width * height * 3);
-    *status |= static_cast<uint32_t>(write_header_strf_video(&strf, out));
-
-    // Nine characters: the writer adds a zero byte to make the size even.
-    char name_text[] = "Test card";
-    const stream_name strn{static_cast<int16_t>(std::strlen(name_text)), name_text};
-    *status |= static_cast<uint32_t>(write_header_strn(&strn, out));
-
-    uint8_t block[sizeof opaque_block];
-    std::memcpy(block, opaque_block, sizeof block);
-    const stream_data_block strd{0, sizeof block, block, 0};
-    *status |= static_cast<uint32_t>(write_header_strd_video(&strd, out));
-
-    chunk_end(strl, out, status);
+// One frame's share of the tone, 16-bit little-endian samples.
+std::vector<uint8_t> tone(int frame) {
+    std::vector<uint8_t> bytes(samples_per_frame * 2);
+    const double pi = std::acos(-1.0);
+    for (uint32_t i = 0; i < samples_per_frame; ++i) {
+        const double t = static_cast<double>(frame * samples_per_frame + i) / sample_rate;
+        const auto v = static_cast<int16_t>(std::lround(8000 * std::sin(2 * pi * 440 * t)));
+        short2str(static_cast<uint16_t>(v), &bytes[i * 2]);
+    }
+    return bytes;
 }
 
-void write_audio_stream(FILE *out, uint32_t *status) {
-    const int64_t strl = write_list_header(make_fourCC("strl"), out, status);
-
-    avi_stream_header strh{};
-    strh.type = make_fourCC("auds");
-    strh.scale = 1;
-    strh.rate = audio_rate;
-    strh.length = sizeof audio_bytes;
-    strh.suggested_buffer_size = sizeof audio_bytes;
-    strh.quality = 0xFFFFFFFFu;
-    strh.sample_size = 1;
-    *status |= static_cast<uint32_t>(write_header_strh(&strh, out));
-
-    audio_format strf{};
-    strf.format_tag = 1;  // PCM
-    strf.channels = 1;
-    strf.samples_per_sec = audio_rate;
-    strf.avg_bytes_per_sec = audio_rate;
-    strf.block_align = 1;
-    strf.bits_per_sample = 8;
-    *status |= static_cast<uint32_t>(write_header_strf_audio(&strf, out));
-
-    char name_text[] = "Tone";
-    const stream_name strn{static_cast<int16_t>(std::strlen(name_text)), name_text};
-    *status |= static_cast<uint32_t>(write_header_strn(&strn, out));
-
-    chunk_end(strl, out, status);
+// "HH:MM:SS.mmm-HH:MM:SS.mmm", a NUL, then rows of 4-bit pixels: a frame
+// around a filled box whose shade is the subtitle's number.
+std::vector<uint8_t> subtitle(int first_frame, int last_frame, int shade) {
+    auto time_text = [](int frame, char *text) {
+        const int ms = frame * 1000 / static_cast<int>(frames_per_second);
+        std::snprintf(text, 13, "%02d:%02d:%02d.%03d", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
+    };
+    char start[13], end[13];
+    time_text(first_frame, start);
+    time_text(last_frame, end);
+    std::string span = std::string(start) + "-" + end;
+    std::vector<uint8_t> bytes(span.begin(), span.end());
+    bytes.push_back(0);
+    for (int y = 0; y < subtitle_height; ++y) {
+        for (int x = 0; x < subtitle_width; x += 2) {
+            auto pixel = [&](int px) -> uint8_t {
+                if (y == 0 || y == subtitle_height - 1 || px == 0 || px == subtitle_width - 1) return 15;
+                return static_cast<uint8_t>(shade & 15);
+            };
+            bytes.push_back(static_cast<uint8_t>(pixel(x) << 4 | pixel(x + 1)));
+        }
+    }
+    return bytes;
 }
 
-// One legacy index entry: chunk id, flags, offset from the 'movi' list type,
-// size.
-void put_index_entry(uint8_t *entry, uint32_t id, uint32_t flags, uint32_t offset, uint32_t size) {
-    long2str(id, entry);
-    long2str(flags, entry + 4);
-    long2str(offset, entry + 8);
-    long2str(size, entry + 12);
+struct timed_chunk {
+    int frame;
+    std::vector<uint8_t> data;
+};
+
+std::vector<uint8_t> text_bytes(const char *text) { return std::vector<uint8_t>(text, text + std::strlen(text)); }
+
+// A prepared menu list for the header area: LIST 'KMNU' holding one "MENU"
+// chunk, whose first 8 bytes the writer fills with the position where the
+// copy begins. The reader takes the menu block from such a list.
+bool write_menu_list(const std::string &path) {
+    static const char entries[] = "1 Play;2 Chapters;3 Tone";  // 24 bytes after the position field
+    std::vector<uint8_t> bytes;
+    auto add32 = [&](uint32_t v) {
+        uint8_t b[4];
+        long2str(v, b);
+        bytes.insert(bytes.end(), b, b + 4);
+    };
+    const uint32_t menu_size = 8 + sizeof entries - 1;
+    bytes.insert(bytes.end(), {'L', 'I', 'S', 'T'});
+    add32(4 + 8 + menu_size);
+    bytes.insert(bytes.end(), {'K', 'M', 'N', 'U', 'M', 'E', 'N', 'U'});
+    add32(menu_size);
+    bytes.insert(bytes.end(), 8, 0);
+    bytes.insert(bytes.end(), entries, entries + sizeof entries - 1);
+    FILE *f = file_open(path.c_str(), 1);
+    if (f == nullptr) return false;
+    const bool written = file_write(f, bytes.data(), bytes.size()) == bytes.size();
+    return file_close(f) == 0 && written;
 }
 
-void write_movie_and_index(FILE *out, uint32_t *status) {
-    const int64_t movi = write_list_header(make_fourCC("movi"), out, status);
-    // Index offsets count from the list type, which sits just after the size field.
-    const int64_t movi_type = movi + 4;
-
-    const uint32_t video_id = create_fourCC(0, KELQAVI_CHUNK_VIDEO, 0);
-    const uint32_t audio_id = create_fourCC(1, KELQAVI_CHUNK_AUDIO, 0);
-    const int64_t video_at = file_tell(out);
-    data_chunk(video_id, frame_bytes, sizeof frame_bytes, out, status);
-    const int64_t audio_at = file_tell(out);
-    data_chunk(audio_id, audio_bytes, sizeof audio_bytes, out, status);
-    chunk_end(movi, out, status);
-
-    uint8_t index[2 * 16];
-    put_index_entry(index, video_id, index_key_frame, static_cast<uint32_t>(video_at - movi_type), sizeof frame_bytes);
-    put_index_entry(index + 16, audio_id, index_key_frame, static_cast<uint32_t>(audio_at - movi_type),
-                    sizeof audio_bytes);
-    data_chunk(make_fourCC("idx1"), index, sizeof index, out, status);
+std::string temporary_path(const char *stem, std::string &error) {
+    const char *dir = std::getenv("TMPDIR");
+    std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/" + stem + "-XXXXXX";
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back('\0');
+    const int fd = mkstemp(name.data());
+    if (fd < 0) {
+        error = std::string("cannot create a temporary file: ") + std::strerror(errno);
+        return {};
+    }
+    close(fd);
+    return name.data();
 }
 
 }  // namespace
 
+bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
+    const std::string menu_path = temporary_path("kelqavi-menu", error);
+    if (menu_path.empty()) return false;
+    struct remove_at_end {
+        const std::string &p;
+        ~remove_at_end() { unlink(p.c_str()); }
+    } menu_file{menu_path};
+    if (!write_menu_list(menu_path)) {
+        error = "cannot write the sample's menu list to '" + menu_path + "'";
+        return false;
+    }
+    if (!out.open(path, true, error)) return false;
+    aviout_handle *w = out.handle();
+    // Two-second standard indexes: a three-second file gets a few of them.
+    w->index_chunk_seconds = 2.0;
+    // The reader finds metadata and menu blocks inside a LIST 'KQDT' only.
+    w->extension_list = 1;
+    w->menu_file_head = menu_path.c_str();
+
+    const double frame_seconds = 1.0 / frames_per_second;
+    int32_t video = -1, audio = -1, captions = -1, subtitles = -1, chapters = -1;
+
+    video_stream_format v{};
+    v.rate = frames_per_second;
+    v.scale = 1;
+    v.width = width;
+    v.height = height;
+    std::memcpy(v.handler, "MJPG", 4);
+    std::memcpy(v.compression, "MJPG", 4);
+    v.quality = 0xFFFFFFFFu;
+    char video_name[] = "Moving bar";
+    v.name = video_name;
+    v.name_length = static_cast<int32_t>(std::strlen(video_name));
+    bool ok = out.add_video(v, frame_seconds, video, error);
+    // An opaque per-stream block, carried as it is.
+    static const uint8_t strd_block[] = {'K', 'Q', 0x01, 0x00, 0x2A, 0x00, 0x10, 0x00};
+    if (ok && aviout_set_strd_info(w, strd_block, sizeof strd_block) != 0) {
+        error = "the writer refused the strd block";
+        ok = false;
+    }
+
+    audio_stream_format a{};
+    a.scale = 2;
+    a.rate = sample_rate * 2;
+    a.sample_size = 2;
+    a.wave_format.format_tag = 1;
+    a.wave_format.channels = 1;
+    a.wave_format.samples_per_sec = sample_rate;
+    a.wave_format.avg_bytes_per_sec = sample_rate * 2;
+    a.wave_format.block_align = 2;
+    a.wave_format.bits_per_sample = 16;
+    char audio_name[] = "Tone";
+    a.name = audio_name;
+    a.name_length = 4;
+    ok = ok && out.add_audio(a, frame_seconds, audio, error);
+
+    caption_stream_format c{};
+    char caption_name[] = "Subtitle (English)";
+    c.name = caption_name;
+    c.name_length = static_cast<int32_t>(std::strlen(caption_name));
+    ok = ok && out.add_text_caption(c, captions, error);
+
+    video_stream_format b{};
+    b.rate = frames_per_second;
+    b.scale = 1;
+    b.width = subtitle_width;
+    b.height = subtitle_height;
+    std::memcpy(b.compression, "KQSB", 4);
+    b.quality = 0xFFFFFFFFu;
+    char subtitle_name[] = "Subtitle bitmap";
+    b.name = subtitle_name;
+    b.name_length = static_cast<int32_t>(std::strlen(subtitle_name));
+    ok = ok && out.add_bitmap_caption(b, subtitles, error);
+
+    caption_stream_format ch{};
+    char chapter_name[] = "Chapter list";
+    ch.name = chapter_name;
+    ch.name_length = static_cast<int32_t>(std::strlen(chapter_name));
+    ok = ok && out.add_chapter(ch, chapters, error);
+
+    static const char metadata[] = "title=kelqavi sample\nartist=kelqavi\ncomment=written by the library's writer\n";
+    // Odd-sized on purpose: the writer stores it with a pad byte.
+    static const char menu[] = "KQMENU 1 Play;2 Chapters";
+    if (ok && (aviout_set_metadata_info(w, reinterpret_cast<const uint8_t *>(metadata), sizeof metadata - 1) != 0 ||
+               aviout_set_menu_info(w, reinterpret_cast<const uint8_t *>(menu), sizeof menu - 1) != 0)) {
+        error = "the writer refused the metadata or menu block";
+        ok = false;
+    }
+    if (!ok) return false;
+
+    const std::vector<timed_chunk> caption_chunks = {
+        {0, text_bytes("A bar crosses the picture")}, {10, text_bytes("A 440 Hz tone plays")},
+        {20, text_bytes("Written by kelqavi")}};
+    const std::vector<timed_chunk> subtitle_chunks = {{0, subtitle(0, 14, 3)}, {15, subtitle(15, 29, 9)}};
+    const std::vector<timed_chunk> chapter_chunks = {{0, text_bytes("Start")}, {15, text_bytes("Second half")}};
+
+    auto put_due = [&](const std::vector<timed_chunk> &list, int32_t stream, int frame) {
+        for (const timed_chunk &t : list)
+            if (t.frame == frame && out.put(stream, AVIOUT_KEY_FRAME, t.data.data(), static_cast<uint32_t>(t.data.size())) != 0)
+                return false;
+        return true;
+    };
+    for (int f = 0; f < frame_count && ok; ++f) {
+        const std::vector<uint8_t> picture = frame_picture(f);
+        const std::vector<uint8_t> sound = tone(f);
+        ok = put_due(caption_chunks, captions, f) && put_due(subtitle_chunks, subtitles, f) &&
+             put_due(chapter_chunks, chapters, f) &&
+             out.put(video, AVIOUT_KEY_FRAME, picture.data(), static_cast<uint32_t>(picture.size())) == 0 &&
+             out.put(audio, AVIOUT_KEY_FRAME, sound.data(), static_cast<uint32_t>(sound.size())) == 0;
+    }
+    const int write_errno = errno;
+    std::string close_error;
+    const bool closed = out.close(close_error);
+    if (!ok) {
+        error = std::string("cannot write '") + path + "': " + (write_errno != 0 ? std::strerror(write_errno) : "the writer failed");
+        return false;
+    }
+    if (!closed) error = close_error;
+    return closed;
+}
+
 FILE *write_sample_file(std::string &error) {
-    FILE *out = std::tmpfile();
-    if (out == nullptr) {
-        error = std::string("cannot create a temporary file: ") + std::strerror(errno);
-        return nullptr;
+    const std::string path = temporary_path("kelqavi-sample", error);
+    if (path.empty()) return nullptr;
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back('\0');
+    FILE *stream = nullptr;
+    {
+        avi_output out;
+        if (write_sample_avi(name.data(), out, error)) {
+            stream = file_open(name.data(), 0);
+            if (stream == nullptr) error = std::string("cannot read the sample back: ") + std::strerror(errno);
+        }
     }
-    uint32_t status = 0;
-    const int64_t riff = write_RIFF_form_header(make_fourCC("AVI "), out, &status);
-    const int64_t hdrl = write_list_header(make_fourCC("hdrl"), out, &status);
-    write_main_header(out, &status);
-    write_video_stream(out, &status);
-    write_audio_stream(out, &status);
-    chunk_end(hdrl, out, &status);
-    // The data starts on a 2048-byte boundary, as a recorder's would.
-    junk_pad(2048, out, &status);
-    write_movie_and_index(out, &status);
-    chunk_end(riff, out, &status);
-    status |= static_cast<uint32_t>(std::fflush(out) != 0) | static_cast<uint32_t>(file_seek(out, 0, 0));
-    if (status != 0) {
-        error = "cannot write the built-in sample to a temporary file";
-        file_close(out);
-        return nullptr;
-    }
-    return out;
+    unlink(name.data());  // the open stream keeps the file until it is closed
+    return stream;
 }
 
 }  // namespace kelqtool

@@ -1,0 +1,374 @@
+// The bytes of written files: the header area's order and alignment, the
+// per-kind stream headers and formats, dmlh, the legacy index and the final
+// counts and sizes patched in at close.
+#include <gtest/gtest.h>
+
+#include "unit/writer/writer_files.h"
+
+using namespace kelqtest;
+
+namespace {
+
+std::vector<std::string> ids_of(const std::vector<chunk_at> &chunks) {
+    std::vector<std::string> out;
+    for (const chunk_at &c : chunks) out.push_back(c.type.empty() ? c.id : c.id + ":" + c.type);
+    return out;
+}
+
+// A file with one video and one audio stream and a few chunks.
+std::vector<uint8_t> small_file(uint32_t odml, const char *path) {
+    aviout_handle *w = aviout_open(path, odml, 0);
+    if (w == nullptr) return {};
+    w->index_chunk_seconds = 10.0;
+    int32_t s = -1;
+    const video_stream_format v = video_record("MJPG", "cam");
+    const audio_stream_format a = audio_record(16000, "mic");
+    const double vf = 0.04, af = 0.25;
+    aviout_set_video_format(w, &s, &v, &vf);
+    aviout_set_audio_format(w, &s, &a, &af);
+    put(w, 0, 1, payload(100, 1));
+    put(w, 1, 0, payload(4000, 2));
+    put(w, 0, 0, payload(33, 3));
+    aviout_close(w);
+    return file_bytes(path);
+}
+
+}  // namespace
+
+TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
+    for (uint32_t odml = 0; odml < 2; ++odml) {
+        SCOPED_TRACE(odml);
+        scratch_path path;
+        const std::vector<uint8_t> b = small_file(odml, path);
+        ASSERT_FALSE(b.empty());
+        EXPECT_EQ(text4(b, 0), "RIFF");
+        EXPECT_EQ(text4(b, 8), "AVI ");
+        EXPECT_EQ(le32(b, 4), b.size() - 8) << "RIFF size patched to the end of idx1";
+        EXPECT_EQ(ids_of(children(b, 0)),
+                  (std::vector<std::string>{"LIST:hdrl", "JUNK", "LIST:movi", "idx1"}));
+        const chunk_at hdrl = find_child(b, 0, "LIST", "hdrl");
+        EXPECT_EQ(hdrl.pos, 12u);
+        EXPECT_EQ(ids_of(children(b, hdrl.pos)),
+                  (std::vector<std::string>{"avih", "LIST:strl", "LIST:strl", "LIST:odml"}));
+        EXPECT_EQ(find_child(b, hdrl.pos, "avih").size, 56u);
+        const std::vector<chunk_at> strls = strl_lists(b);
+        ASSERT_EQ(strls.size(), 2u);
+        const std::vector<std::string> strl = odml != 0 ? std::vector<std::string>{"strh", "strf", "strn", "indx"}
+                                                        : std::vector<std::string>{"strh", "strf", "strn"};
+        EXPECT_EQ(ids_of(children(b, strls[0].pos)), strl);
+        EXPECT_EQ(ids_of(children(b, strls[1].pos)), strl);
+
+        // The JUNK chunk fills up to 2048, so movi's first chunk is the
+        // first thing past the 2048 boundary: offset 4 in idx1.
+        const chunk_at junk = find_child(b, 0, "JUNK");
+        EXPECT_EQ(junk.pos, hdrl.pos + 8 + hdrl.size);
+        // Two super indexes of 1632 bytes push the header area past 2048.
+        const size_t boundary = odml != 0 ? 4096u : 2048u;
+        EXPECT_EQ(junk.data() + junk.size, boundary);
+        const chunk_at movi = find_child(b, 0, "LIST", "movi");
+        EXPECT_EQ(movi.pos, boundary);
+        const chunk_at idx1 = find_child(b, 0, "idx1");
+        EXPECT_EQ(movi.pos + 8 + movi.size, idx1.pos) << "movi size patched";
+        EXPECT_EQ(idx1.pos + 8 + idx1.size, b.size());
+        const std::vector<chunk_at> data = movi_chunks(b);
+        ASSERT_GE(data.size(), 3u);
+        EXPECT_EQ(data[0].pos, boundary + 12);
+        EXPECT_EQ(le32(b, idx1.data() + 8), 4u);
+    }
+}
+
+// A header area that already reaches a boundary gets a whole 2048 of JUNK.
+TEST(WriterLayout, JunkFillsToTheNextBoundary) {
+    // Vary the name length so the hdrl end moves across a 2-byte grid.
+    for (int len = 1; len < 12; ++len) {
+        scratch_path path;
+        aviout_handle *w = aviout_open(path, 0, 0);
+        ASSERT_NE(w, nullptr);
+        std::string name(static_cast<size_t>(len), 'n');
+        const video_stream_format v = video_record("MJPG", name.c_str());
+        int32_t s;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
+        put(w, 0, 1, payload(2, 0));
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
+        const chunk_at junk = find_child(b, 0, "JUNK");
+        ASSERT_NE(junk.pos, SIZE_MAX);
+        EXPECT_EQ((junk.data() + junk.size) % 2048, 0u) << len;
+        EXPECT_LE(junk.size, 2048u - 8);
+    }
+}
+
+TEST(WriterLayout, VideoHeadersAndCodecRewriting) {
+    struct clip {
+        const char *handler, *compression;
+        int32_t width, height;
+        const char *handler_out, *compression_out;
+        uint32_t image;
+    } const clips[] = {
+        {"XVID", "XVID", 64, 48, "kelq", "KQ50", 64 * 48 * 3},
+        {"xvid", "xvid", 64, 48, "kelq", "KQ50", 64 * 48 * 3},
+        {"Xvid", "Xvid", 64, 48, "Xvid", "Xvid", 64 * 48 * 3},
+        {"DIVX", "IYUV", 64, 48, "DIVX", "IYUV", 64 * 48 * 3 / 2},
+        {"DIVX", "YV12", 30, 10, "DIVX", "YV12", 30 * 10 * 3 / 2},
+        {"DIVX", "I420", 16, 16, "DIVX", "I420", 16 * 16 * 3 / 2},
+        {"DIVX", "UYVY", 64, 48, "DIVX", "UYVY", 64 * 48 * 2},
+        {"DIVX", "YUY2", 64, 48, "DIVX", "YUY2", 64 * 48 * 2},
+        {"DIVX", "YUYV", 64, 48, "DIVX", "YUYV", 64 * 48 * 2},
+        {"DIVX", "V422", 64, 48, "DIVX", "V422", 64 * 48 * 2},
+        {"\0\0\0\0", "DIB ", 10, 10, "\0\0\0\0", "DIB ", 300},
+        {"H264", "H264", 1920, 1080, "H264", "H264", 1920 * 1080 * 3},
+    };
+    for (const clip &c : clips) {
+        SCOPED_TRACE(c.compression);
+        scratch_path path;
+        aviout_handle *w = aviout_open(path, 0, 0);
+        ASSERT_NE(w, nullptr);
+        const video_stream_format v = video_record(c.compression, nullptr, c.width, c.height, 1001, 30000, c.handler);
+        int32_t s;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
+        put(w, 0, 1, payload(8, 0));
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
+        const size_t strh = strl_chunk(b, 0, "strh"), strf = strl_chunk(b, 0, "strf");
+        ASSERT_NE(strh, SIZE_MAX);
+        ASSERT_NE(strf, SIZE_MAX);
+        EXPECT_EQ(le32(b, strh - 4), 56u);
+        EXPECT_EQ(text4(b, strh + strh_type), "vids");
+        EXPECT_EQ(text4(b, strh + strh_handler), id4(c.handler_out));
+        EXPECT_EQ(le32(b, strh + strh_flags), 0u);
+        EXPECT_EQ(le32(b, strh + strh_scale), 1001u);
+        EXPECT_EQ(le32(b, strh + strh_rate), 30000u);
+        EXPECT_EQ(le32(b, strh + strh_start), 0u);
+        EXPECT_EQ(le32(b, strh + strh_quality), 7500u);
+        EXPECT_EQ(le16(b, strh + strh_rect), 0u);
+        EXPECT_EQ(le16(b, strh + strh_rect + 2), 0u);
+        EXPECT_EQ(le16(b, strh + strh_rect + 4), static_cast<uint32_t>(c.width));
+        EXPECT_EQ(le16(b, strh + strh_rect + 6), static_cast<uint32_t>(c.height));
+        EXPECT_EQ(le32(b, strf - 4), 40u);
+        EXPECT_EQ(le32(b, strf), 40u);
+        EXPECT_EQ(le32(b, strf + 4), static_cast<uint32_t>(c.width));
+        EXPECT_EQ(le32(b, strf + 8), static_cast<uint32_t>(c.height));
+        EXPECT_EQ(le16(b, strf + 12), 1u);
+        EXPECT_EQ(le16(b, strf + 14), 24u);
+        EXPECT_EQ(text4(b, strf + 16), id4(c.compression_out));
+        EXPECT_EQ(le32(b, strf + 20), c.image);
+        for (size_t at = 24; at < 40; at += 4) EXPECT_EQ(le32(b, strf + at), 0u) << at;
+        // avih: rounded micro-seconds per frame of 1001/30000 s, flags, picture size.
+        EXPECT_EQ(avih_value(b, 0), 33367u);
+        EXPECT_EQ(avih_value(b, 3), 0x110u);
+        EXPECT_EQ(avih_value(b, 6), 1u);
+        EXPECT_EQ(avih_value(b, 8), static_cast<uint32_t>(c.width));
+        EXPECT_EQ(avih_value(b, 9), static_cast<uint32_t>(c.height));
+    }
+}
+
+TEST(WriterLayout, AudioCaptionAndBitmapCaptionHeaders) {
+    scratch_path path;
+    aviout_handle *w = aviout_open(path, 0, 0);
+    ASSERT_NE(w, nullptr);
+    int32_t s;
+    const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
+    const caption_stream_format text = caption_record("Subtitle", 0x1111);
+    const caption_stream_format chapter = caption_record("Chapter", 0x2222);
+    const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
+    ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
+    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &text), 0);
+    ASSERT_EQ(aviout_set_chapter_format(w, &s, &chapter), 0);
+    ASSERT_EQ(aviout_set_bitmap_caption_format(w, &s, &bitmap), 0);
+    put(w, 0, 0, payload(1001, 1));
+    put(w, 1, 0, payload(17, 2));
+    put(w, 1, 0, payload(40, 3));
+    put(w, 2, 0, payload(5, 4));
+    put(w, 3, 0, payload(300, 5));
+    aviout_close(w);
+    const std::vector<uint8_t> b = file_bytes(path);
+    EXPECT_EQ(avih_value(b, 6), 4u);
+
+    size_t h = strl_chunk(b, 0, "strh");
+    EXPECT_EQ(text4(b, h + strh_type), "auds");
+    EXPECT_EQ(le32(b, h + strh_handler), 0u);
+    EXPECT_EQ(le32(b, h + strh_initial), 3u);
+    EXPECT_EQ(le32(b, h + strh_scale), 1u);
+    EXPECT_EQ(le32(b, h + strh_rate), 44100u);
+    EXPECT_EQ(le32(b, h + strh_start), 5u);
+    EXPECT_EQ(le32(b, h + strh_length), 251u) << "1001 bytes in samples of 4, rounded up";
+    EXPECT_EQ(le32(b, h + strh_buffer), 1001u);
+    EXPECT_EQ(le32(b, h + strh_quality), 0xFFFFFFFFu);
+    EXPECT_EQ(le32(b, h + strh_sample), 4u);
+    EXPECT_EQ(le64(b, h + strh_rect), 0u);
+    size_t f = strl_chunk(b, 0, "strf");
+    EXPECT_EQ(le32(b, f - 4), 20u);
+    EXPECT_EQ(le16(b, f), 1u);
+    EXPECT_EQ(le32(b, f + 4), 44100u);
+    EXPECT_EQ(le16(b, f + 16), 2u);
+    EXPECT_EQ(b[f + 18], 0xA0);
+    EXPECT_EQ(b[f + 19], 0xA1);
+    EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
+
+    // Text caption and chapter: "txts", no timing, length 0 whatever was
+    // written; the format's values stored in the order 0, 1, 3, 2.
+    for (int stream = 1; stream <= 2; ++stream) {
+        SCOPED_TRACE(stream);
+        const uint16_t base = stream == 1 ? 0x1111 : 0x2222;
+        h = strl_chunk(b, stream, "strh");
+        EXPECT_EQ(text4(b, h + strh_type), "txts");
+        EXPECT_EQ(le32(b, h + strh_handler), 0u);
+        EXPECT_EQ(le32(b, h + strh_scale), 0u);
+        EXPECT_EQ(le32(b, h + strh_rate), 0u);
+        EXPECT_EQ(le32(b, h + strh_length), 0u);
+        EXPECT_EQ(le32(b, h + strh_quality), 0xFFFFFFFFu);
+        EXPECT_EQ(le64(b, h + strh_rect), 0u);
+        f = strl_chunk(b, stream, "strf");
+        EXPECT_EQ(le32(b, f - 4), 8u);
+        EXPECT_EQ(le16(b, f), base * 1u);
+        EXPECT_EQ(le16(b, f + 2), base * 2u);
+        EXPECT_EQ(le16(b, f + 4), base * 4u);
+        EXPECT_EQ(le16(b, f + 6), base * 3u);
+    }
+    EXPECT_EQ(le32(b, strl_chunk(b, 1, "strh") + strh_buffer), 40u);
+
+    h = strl_chunk(b, 3, "strh");
+    EXPECT_EQ(text4(b, h + strh_type), "vids");
+    EXPECT_EQ(text4(b, h + strh_handler), "SUBP");
+    EXPECT_EQ(le32(b, h + strh_flags), 1u);
+    EXPECT_EQ(le32(b, h + strh_rate), 25u);
+    EXPECT_EQ(le32(b, h + strh_length), 1u);
+    EXPECT_EQ(le16(b, h + strh_rect + 4), 720u);
+    EXPECT_EQ(le16(b, h + strh_rect + 6), 575u);
+    f = strl_chunk(b, 3, "strf");
+    EXPECT_EQ(le16(b, f + 14), 4u);
+    EXPECT_EQ(text4(b, f + 16), "KQSB");
+    EXPECT_EQ(le32(b, f + 20), 720u * 575 / 2);
+    // No video stream: the avih timing fields stay 0; no super indexes.
+    EXPECT_EQ(avih_value(b, 0), 0u);
+    EXPECT_EQ(avih_value(b, 4), 0u);
+    EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
+}
+
+// dmlh: a 244-byte chunk whose first word is the total frame count; "dd"
+// chunks do not count as frames.
+TEST(WriterLayout, DmlhAndTotalFrames) {
+    for (uint32_t odml = 0; odml < 2; ++odml) {
+        scratch_path path;
+        aviout_handle *w = open_video_writer(path, odml, 100.0);
+        ASSERT_NE(w, nullptr);
+        for (int i = 0; i < 7; ++i) put(w, 0, i == 0 ? 1 : 0, payload(10, 0));
+        put(w, 0, AVIOUT_FRAME_DATA, payload(3, 0));
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
+        const chunk_at odml_list = find_child(b, find_child(b, 0, "LIST", "hdrl").pos, "LIST", "odml");
+        ASSERT_NE(odml_list.pos, SIZE_MAX);
+        EXPECT_EQ(odml_list.size, 4u + 8 + 244);
+        const chunk_at dmlh = find_child(b, odml_list.pos, "dmlh");
+        EXPECT_EQ(dmlh.size, 244u);
+        EXPECT_EQ(le32(b, dmlh.data()), 7u);
+        for (size_t at = 4; at < 244; ++at) ASSERT_EQ(b[dmlh.data() + at], 0u) << at;
+        EXPECT_EQ(avih_value(b, 4), 7u);
+        EXPECT_EQ(le32(b, strl_chunk(b, 0, "strh") + strh_length), 7u);
+    }
+}
+
+// The legacy index: one record per data chunk, flags by kind, offsets from
+// the movi list type; ids for "dd" and "db" chunks; pad bytes.
+TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
+    scratch_path path;
+    aviout_handle *w = aviout_open(path, 0, 0);
+    ASSERT_NE(w, nullptr);
+    int32_t s;
+    const video_stream_format v = video_record();
+    const audio_stream_format a = audio_record(8000);
+    const caption_stream_format t = caption_record("Subtitle");
+    ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
+    ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
+    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &t), 0);
+    struct step {
+        int32_t stream;
+        uint32_t flags, size;
+        const char *id;
+        uint32_t idx1_flags;
+    } const steps[] = {
+        {0, AVIOUT_KEY_FRAME, 101, "00dc", 0x10},
+        {1, 0, 0, "01wb", 0},
+        {0, 0, 50, "00dc", 0},
+        {0, AVIOUT_FRAME_DATA, 7, "00dd", 0x100},
+        {0, AVIOUT_FRAME_DATA | AVIOUT_KEY_FRAME, 8, "00dd", 0x110},
+        {0, AVIOUT_UNCOMPRESSED | AVIOUT_KEY_FRAME, 9, "00db", 0x10},
+        {1, AVIOUT_KEY_FRAME, 3, "01wb", 0x10},
+        {2, 0, 11, "02st", 0},
+    };
+    for (const step &st : steps) EXPECT_EQ(put(w, st.stream, st.flags, payload(st.size, st.size)), 0);
+    aviout_close(w);
+
+    const std::vector<uint8_t> b = file_bytes(path);
+    const chunk_at movi = find_child(b, 0, "LIST", "movi");
+    const std::vector<chunk_at> data = movi_chunks(b);
+    const chunk_at idx1 = find_child(b, 0, "idx1");
+    const size_t n = sizeof steps / sizeof steps[0];
+    ASSERT_EQ(data.size(), n);
+    ASSERT_EQ(idx1.size, n * 16);
+    for (size_t i = 0; i < n; ++i) {
+        SCOPED_TRACE(i);
+        const chunk_at &c = data[i];
+        EXPECT_EQ(c.id, id4(steps[i].id));
+        EXPECT_EQ(c.size, steps[i].size);
+        EXPECT_EQ(std::vector<uint8_t>(b.begin() + c.data(), b.begin() + c.data() + c.size),
+                  payload(steps[i].size, steps[i].size));
+        if (c.size % 2 != 0) {
+            EXPECT_EQ(b[c.data() + c.size], 0u) << "pad byte";
+        }
+        const size_t r = idx1.data() + 16 * i;
+        EXPECT_EQ(text4(b, r), id4(steps[i].id));
+        EXPECT_EQ(le32(b, r + 4), steps[i].idx1_flags);
+        EXPECT_EQ(le32(b, r + 8), c.pos - (movi.pos + 8));
+        EXPECT_EQ(le32(b, r + 12), steps[i].size);
+    }
+    // Final counts: "dd" chunks add nothing to the length, the largest
+    // chunk is the suggested buffer; avih counts video chunks only.
+    const size_t vh = strl_chunk(b, 0, "strh"), ah = strl_chunk(b, 1, "strh"), th = strl_chunk(b, 2, "strh");
+    EXPECT_EQ(le32(b, vh + strh_length), 3u);
+    EXPECT_EQ(le32(b, vh + strh_buffer), 101u);
+    EXPECT_EQ(le32(b, ah + strh_length), 2u);
+    EXPECT_EQ(le32(b, ah + strh_buffer), 3u);
+    EXPECT_EQ(le32(b, th + strh_length), 0u);
+    EXPECT_EQ(le32(b, th + strh_buffer), 11u);
+    EXPECT_EQ(avih_value(b, 4), 3u);
+    EXPECT_EQ(avih_value(b, 6), 3u);
+
+    // The reader takes the same chunks back, in order.
+    aviin_handle *h = aviin_open(path, 0);
+    ASSERT_NE(h, nullptr);
+    const uint32_t types[] = {3, 1, 3, 4, 4, 2, 1, 5};
+    const std::vector<walked> got = walk_data(h);
+    ASSERT_EQ(got.size(), n);
+    for (size_t i = 0; i < n; ++i) {
+        EXPECT_EQ(got[i].type, types[i]) << i;
+        EXPECT_EQ(got[i].data, payload(steps[i].size, steps[i].size)) << i;
+    }
+    aviin_close(h);
+}
+
+// The header area is written at the first chunk, and its size-relevant bytes
+// survive until close: a zero-byte chunk and a chunk of the largest size seen.
+TEST(WriterLayout, HeaderRewrittenInPlaceWithFinalCounts) {
+    scratch_path path;
+    aviout_handle *w = open_video_writer(path);
+    ASSERT_NE(w, nullptr);
+    ASSERT_EQ(aviout_put_chunk(w, 0, 1, nullptr, 0), 0);
+    fflush(w->file);
+    const std::vector<uint8_t> early = file_bytes(path);
+    ASSERT_GE(early.size(), 2060u);
+    EXPECT_EQ(le32(early, 4), 0xFFFFFFFFu) << "RIFF size a placeholder until close";
+    for (uint32_t i = 1; i < 20; ++i) put(w, 0, 0, payload(i * 3, i));
+    aviout_close(w);
+    const std::vector<uint8_t> b = file_bytes(path);
+    // Everything from hdrl to the movi header keeps its layout; only counts change.
+    EXPECT_EQ(find_child(b, 0, "LIST", "movi").pos, 2048u);
+    const size_t vh = strl_chunk(b, 0, "strh");
+    EXPECT_EQ(le32(b, vh + strh_length), 20u);
+    EXPECT_EQ(le32(b, vh + strh_buffer), 57u);
+    EXPECT_EQ(le32(early, vh + strh_length), 0u);
+    const std::vector<chunk_at> data = movi_chunks(b);
+    ASSERT_EQ(data.size(), 20u);
+    EXPECT_EQ(data[0].size, 0u);
+    EXPECT_EQ(data[1].pos, data[0].pos + 8);
+}

@@ -1,0 +1,272 @@
+// Helpers for the writer's tests: scratch paths, stream records, reading a
+// written file back as bytes and walking its chunk tree by hand, so that
+// layouts are checked against the bytes on disk rather than the writer's
+// own bookkeeping.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kelqavi.h"
+
+namespace kelqtest {
+
+// A unique path in /tmp, removed on scope exit. The file exists (empty)
+// until the writer truncates it.
+class scratch_path {
+public:
+    scratch_path() {
+        char name[] = "/tmp/kelqavi-writer-XXXXXX";
+        const int fd = mkstemp(name);
+        if (fd >= 0) ::close(fd);
+        path_ = name;
+    }
+    ~scratch_path() { std::remove(path_.c_str()); }
+    scratch_path(const scratch_path &) = delete;
+    scratch_path &operator=(const scratch_path &) = delete;
+    const char *c_str() const { return path_.c_str(); }
+    operator const char *() const { return path_.c_str(); }
+
+private:
+    std::string path_;
+};
+
+inline std::vector<uint8_t> file_bytes(const char *path) {
+    std::vector<uint8_t> out;
+    FILE *f = std::fopen(path, "rb");
+    if (f == nullptr) return out;
+    uint8_t block[65536];
+    size_t n;
+    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.insert(out.end(), block, block + n);
+    std::fclose(f);
+    return out;
+}
+
+inline void put_file(const char *path, const std::vector<uint8_t> &bytes) {
+    FILE *f = std::fopen(path, "wb");
+    ASSERT_NE(f, nullptr);
+    if (!bytes.empty()) {
+        ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
+    }
+    std::fclose(f);
+}
+
+inline uint16_t le16(const std::vector<uint8_t> &b, size_t at) {
+    return static_cast<uint16_t>(b.at(at) | b.at(at + 1) << 8);
+}
+inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
+    return static_cast<uint32_t>(le16(b, at)) | static_cast<uint32_t>(le16(b, at + 2)) << 16;
+}
+inline uint64_t le64(const std::vector<uint8_t> &b, size_t at) {
+    return static_cast<uint64_t>(le32(b, at)) | static_cast<uint64_t>(le32(b, at + 4)) << 32;
+}
+inline std::string text4(const std::vector<uint8_t> &b, size_t at) {
+    return std::string(reinterpret_cast<const char *>(b.data() + at), 4);
+}
+inline std::string id4(const char *s) { return std::string(s, 4); }
+
+// One chunk of a list: where its id is, the id and size as stored, and the
+// list type for LIST and RIFF chunks.
+struct chunk_at {
+    size_t pos;
+    std::string id;
+    uint32_t size;
+    std::string type;
+    size_t data() const { return pos + 8; }
+};
+
+// The chunks of the list (or form) whose header is at list_pos, as a reader
+// following sizes and pad bytes sees them; stops at the list's end or at
+// the end of the bytes.
+inline std::vector<chunk_at> children(const std::vector<uint8_t> &b, size_t list_pos) {
+    std::vector<chunk_at> out;
+    const uint64_t end = static_cast<uint64_t>(list_pos) + 8 + le32(b, list_pos + 4);
+    uint64_t at = list_pos + 12;
+    while (at + 8 <= end && at + 8 <= b.size()) {
+        chunk_at c{static_cast<size_t>(at), text4(b, static_cast<size_t>(at)), le32(b, static_cast<size_t>(at) + 4), ""};
+        if ((c.id == "LIST" || c.id == "RIFF") && at + 12 <= b.size()) c.type = text4(b, c.pos + 8);
+        out.push_back(c);
+        at += 8 + static_cast<uint64_t>(c.size) + (c.size & 1);
+    }
+    return out;
+}
+
+// The first chunk of a list with the given id (and list type); pos SIZE_MAX when none.
+inline chunk_at find_child(const std::vector<uint8_t> &b, size_t list_pos, const char *id, const char *type = nullptr) {
+    for (const chunk_at &c : children(b, list_pos))
+        if (c.id == id4(id) && (type == nullptr || c.type == id4(type))) return c;
+    return chunk_at{SIZE_MAX, "", 0, ""};
+}
+
+// The strl lists of a form's hdrl, in order.
+inline std::vector<chunk_at> strl_lists(const std::vector<uint8_t> &b, size_t form_pos = 0) {
+    std::vector<chunk_at> out;
+    const chunk_at hdrl = find_child(b, form_pos, "LIST", "hdrl");
+    if (hdrl.pos == SIZE_MAX) return out;
+    for (const chunk_at &c : children(b, hdrl.pos))
+        if (c.id == "LIST" && c.type == "strl") out.push_back(c);
+    return out;
+}
+
+// The avih payload of a form.
+inline size_t avih_data(const std::vector<uint8_t> &b, size_t form_pos = 0) {
+    const chunk_at hdrl = find_child(b, form_pos, "LIST", "hdrl");
+    return find_child(b, hdrl.pos, "avih").data();
+}
+// avih values by index in file order (0 micro-seconds per frame, 4 total frames, 6 streams, ...).
+inline uint32_t avih_value(const std::vector<uint8_t> &b, int index, size_t form_pos = 0) {
+    return le32(b, avih_data(b, form_pos) + 4 * static_cast<size_t>(index));
+}
+
+// strh payload offsets.
+enum strh_field : size_t {
+    strh_type = 0, strh_handler = 4, strh_flags = 8, strh_initial = 16, strh_scale = 20, strh_rate = 24,
+    strh_start = 28, strh_length = 32, strh_buffer = 36, strh_quality = 40, strh_sample = 44, strh_rect = 48
+};
+
+// The payload position of a stream's chunk with the given id inside its strl; SIZE_MAX when absent.
+inline size_t strl_chunk(const std::vector<uint8_t> &b, int stream, const char *id, size_t form_pos = 0) {
+    const std::vector<chunk_at> lists = strl_lists(b, form_pos);
+    if (stream < 0 || static_cast<size_t>(stream) >= lists.size()) return SIZE_MAX;
+    const chunk_at c = find_child(b, lists[static_cast<size_t>(stream)].pos, id);
+    return c.pos == SIZE_MAX ? SIZE_MAX : c.data();
+}
+
+// The data chunks and ix## chunks of a movi list, in order.
+inline std::vector<chunk_at> movi_chunks(const std::vector<uint8_t> &b, size_t form_pos = 0) {
+    const chunk_at movi = find_child(b, form_pos, "LIST", "movi");
+    if (movi.pos == SIZE_MAX) return {};
+    return children(b, movi.pos);
+}
+
+// Stream records as an application fills them. Names are not copied: keep
+// the string alive until the setter returns.
+inline video_stream_format video_record(const char *compression = "MJPG", const char *name = nullptr,
+                                        int32_t width = 64, int32_t height = 48, uint32_t scale = 1,
+                                        uint32_t rate = 25, const char *handler = nullptr) {
+    video_stream_format r{};
+    r.rate = rate;
+    r.scale = scale;
+    r.width = width;
+    r.height = height;
+    std::memcpy(r.compression, compression, 4);
+    std::memcpy(r.handler, handler != nullptr ? handler : compression, 4);
+    r.quality = 7500;
+    if (name != nullptr) {
+        r.name_length = static_cast<int32_t>(std::strlen(name));
+        r.name = const_cast<char *>(name);
+    }
+    return r;
+}
+
+inline audio_stream_format audio_record(uint32_t rate = 16000, const char *name = nullptr, uint32_t sample_size = 0,
+                                        uint16_t cb_size = 0) {
+    audio_stream_format r{};
+    r.scale = 1;
+    r.rate = rate;
+    r.initial_frames = 3;
+    r.start = 5;
+    r.sample_size = sample_size;
+    r.wave_format.format_tag = 1;
+    r.wave_format.channels = 1;
+    r.wave_format.samples_per_sec = rate;
+    r.wave_format.avg_bytes_per_sec = rate * 2;
+    r.wave_format.block_align = 2;
+    r.wave_format.bits_per_sample = 16;
+    r.wave_format.cb_size = cb_size;
+    for (uint16_t i = 0; i < cb_size && i < sizeof r.wave_format.extra; ++i)
+        r.wave_format.extra[i] = static_cast<uint8_t>(0xA0 + i);
+    if (name != nullptr) {
+        r.name_length = static_cast<int32_t>(std::strlen(name));
+        r.name = const_cast<char *>(name);
+    }
+    return r;
+}
+
+inline caption_stream_format caption_record(const char *name = nullptr, uint16_t base = 0x0101) {
+    caption_stream_format r{};
+    for (int i = 0; i < 4; ++i) r.format.value[i] = static_cast<uint16_t>(base * (i + 1));
+    if (name != nullptr) {
+        r.name_length = static_cast<int32_t>(std::strlen(name));
+        r.name = const_cast<char *>(name);
+    }
+    return r;
+}
+
+// Chunk payloads that tell chunks apart: byte i is (seed + i * 7) & 0xFF.
+inline std::vector<uint8_t> payload(uint32_t size, uint32_t seed) {
+    std::vector<uint8_t> p(size);
+    for (uint32_t i = 0; i < size; ++i) p[i] = static_cast<uint8_t>(seed + i * 7u);
+    return p;
+}
+
+inline int put(aviout_handle *w, int32_t stream, uint32_t flags, const std::vector<uint8_t> &data) {
+    return aviout_put_chunk(w, stream, flags, data.empty() ? nullptr : data.data(),
+                            static_cast<uint32_t>(data.size()));
+}
+
+// A writer with one video stream of 25 frames per second (0.04 s a frame).
+inline aviout_handle *open_video_writer(const char *path, uint32_t odml = 0, double index_seconds = 0.0,
+                                        uint32_t timing_mode = 0, int32_t *stream = nullptr) {
+    aviout_handle *w = aviout_open(path, odml, 0);
+    if (w == nullptr) return nullptr;
+    w->index_chunk_seconds = index_seconds;
+    w->odml_timing_mode = timing_mode;
+    const video_stream_format v = video_record();
+    const double frame = 0.04;
+    int32_t s = -1;
+    if (aviout_set_video_format(w, &s, &v, &frame) != 0) {
+        aviout_close(w);
+        return nullptr;
+    }
+    if (stream != nullptr) *stream = s;
+    return w;
+}
+
+// One chunk as the reader's sequential walk gives it.
+struct walked {
+    int status;
+    uint32_t type, stream;
+    std::vector<uint8_t> data;
+    std::string name;
+};
+
+inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
+    walked r{};
+    r.data.resize(static_cast<size_t>(capacity));
+    int32_t size = capacity;
+    char name[5] = {};
+    r.status = aviin_get_next_chunk2(h, &r.type, &r.stream, r.data.data(), &size, name);
+    r.data.resize(r.status == 0 && size >= 0 ? static_cast<size_t>(size) : 0);
+    r.name = name;
+    return r;
+}
+
+// Every data chunk of the current movi list; stops at the first result that
+// is not 0. The writer's ix## ids ('i', 'x', a digit, 0) are not taken as
+// index ids by the walk: they start a resync scan that hands the skipped
+// bytes out as type 0, so both type 0 and type 8 results are left out.
+inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
+    std::vector<walked> out;
+    for (size_t i = 0; i < limit; ++i) {
+        walked c = next_chunk(h);
+        if (c.status != 0) {
+            if (last_status != nullptr) *last_status = c.status;
+            return out;
+        }
+        if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN) out.push_back(c);
+    }
+    if (last_status != nullptr) *last_status = -1;
+    return out;
+}
+
+}  // namespace kelqtest

@@ -1,0 +1,655 @@
+// "kelqavi mux -o OUT.avi --fps N [--video GLOB] [--audio WAV] ...": puts
+// JPEG files and the PCM samples of a WAV file into an AVI file as they are,
+// with no codec work: one key-frame chunk per picture, and per frame one
+// chunk holding that frame's share of the samples.
+#include "mux_command.h"
+
+#include "avi_output.h"
+#include "diagnostics.h"
+#include "output_format.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <glob.h>
+#include <string>
+#include <vector>
+
+namespace kelqtool {
+
+namespace {
+
+struct mux_options {
+    const char *output = nullptr;
+    const char *fps = nullptr;
+    const char *video = nullptr;
+    const char *audio = nullptr;
+    const char *text_caption = nullptr;
+    const char *chapters = nullptr;
+    const char *metadata = nullptr;
+    bool odml = false;
+    bool swapped_ids = false;
+    bool json = false;
+};
+
+// 0 when the arguments were understood, else the exit status to leave with.
+int parse_options(int argc, char **argv, mux_options &o, bool &stop) {
+    stop = true;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
+            print_mux_help(stdout);
+            return exit_ok;
+        }
+    }
+    struct valued {
+        const char *name;
+        const char **target;
+    };
+    const valued with_value[] = {{"--output", &o.output},
+                                 {"-o", &o.output},
+                                 {"--fps", &o.fps},
+                                 {"--video", &o.video},
+                                 {"--audio", &o.audio},
+                                 {"--text-caption", &o.text_caption},
+                                 {"--chapters", &o.chapters},
+                                 {"--metadata", &o.metadata}};
+    for (int i = 1; i < argc; ++i) {
+        const char *arg = argv[i];
+        if (std::strcmp(arg, "--odml") == 0) {
+            o.odml = true;
+            continue;
+        }
+        if (std::strcmp(arg, "--swapped-ids") == 0) {
+            o.swapped_ids = true;
+            continue;
+        }
+        if (std::strcmp(arg, "--json") == 0) {
+            o.json = true;
+            continue;
+        }
+        bool matched = false;
+        for (const valued &v : with_value) {
+            const int r = option_value("mux", argc, argv, i, v.name, *v.target);
+            if (r < 0) return exit_usage;
+            if (r > 0) {
+                matched = true;
+                break;
+            }
+        }
+        if (matched) continue;
+        if (arg[0] == '-') {
+            print_error("unknown option '%s' for 'mux' (see 'kelqavi mux --help')", arg);
+        } else {
+            print_error("'mux' takes no FILE operand, but got '%s' (inputs follow --video, --audio, ...; "
+                        "the output follows -o)", arg);
+        }
+        return exit_usage;
+    }
+    if (o.output == nullptr) {
+        print_error("'mux' needs an output file: -o OUT.avi (see 'kelqavi mux --help')");
+        return exit_usage;
+    }
+    if (o.fps == nullptr) {
+        print_error("'mux' needs the frame rate: --fps N (see 'kelqavi mux --help')");
+        return exit_usage;
+    }
+    if (o.video == nullptr && o.audio == nullptr) {
+        print_error("'mux' needs pictures (--video 'GLOB') or sound (--audio WAV), or both");
+        return exit_usage;
+    }
+    stop = false;
+    return exit_ok;
+}
+
+uint64_t gcd(uint64_t a, uint64_t b) {
+    while (b != 0) {
+        const uint64_t t = a % b;
+        a = b;
+        b = t;
+    }
+    return a;
+}
+
+// "25", "29.97" or "30000/1001" as rate / scale, both above 0 and below 2^31.
+bool parse_rate(const char *text, uint32_t &rate, uint32_t &scale) {
+    uint64_t num = 0, den = 1;
+    const char *p = text;
+    bool digits = false;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        num = num * 10 + static_cast<uint64_t>(*p - '0');
+        digits = true;
+        if (num > 0x7FFFFFFF) return false;
+    }
+    if (*p == '.') {
+        for (++p; *p >= '0' && *p <= '9'; ++p) {
+            if (den >= 1000000) continue;  // further digits change nothing a player can see
+            num = num * 10 + static_cast<uint64_t>(*p - '0');
+            den *= 10;
+            digits = true;
+            if (num > 0x7FFFFFFF) return false;
+        }
+    } else if (*p == '/') {
+        den = 0;
+        bool den_digits = false;
+        for (++p; *p >= '0' && *p <= '9'; ++p) {
+            den = den * 10 + static_cast<uint64_t>(*p - '0');
+            den_digits = true;
+            if (den > 0x7FFFFFFF) return false;
+        }
+        digits = digits && den_digits;
+    }
+    if (!digits || *p != '\0' || num == 0 || den == 0) return false;
+    const uint64_t g = gcd(num, den);
+    rate = static_cast<uint32_t>(num / g);
+    scale = static_cast<uint32_t>(den / g);
+    return true;
+}
+
+bool read_whole_file(const char *path, std::vector<uint8_t> &bytes, std::string &error) {
+    errno = 0;
+    FILE *f = file_open(path, 0);
+    if (f == nullptr) {
+        error = std::string("cannot open '") + path + "': " + std::strerror(errno);
+        return false;
+    }
+    bytes.clear();
+    uint8_t block[65536];
+    size_t n;
+    while ((n = file_read(f, block, sizeof block)) > 0) {
+        bytes.insert(bytes.end(), block, block + n);
+        if (bytes.size() > 0x7F000000u) {
+            file_close(f);
+            error = std::string("'") + path + "' is too large for one chunk";
+            return false;
+        }
+    }
+    const bool failed = std::ferror(f) != 0;
+    const int read_errno = errno;
+    file_close(f);
+    if (failed) {
+        error = std::string("cannot read '") + path + "': " + std::strerror(read_errno);
+        return false;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// JPEG pictures.
+// ---------------------------------------------------------------------------
+
+struct picture {
+    std::string path;
+    uint32_t size = 0;
+    int width = 0, height = 0;
+};
+
+// Finds the frame header (SOF0..SOF15 but for the table markers DHT, JPG and
+// DAC) and reads the picture's size from it. A reason in error otherwise.
+bool jpeg_size(const std::vector<uint8_t> &b, int &width, int &height, std::string &error) {
+    if (b.size() < 4 || b[0] != 0xFF || b[1] != 0xD8) {
+        error = "not a JPEG file (it does not begin with FF D8)";
+        return false;
+    }
+    size_t pos = 2;
+    for (;;) {
+        if (pos >= b.size() || b[pos] != 0xFF) {
+            error = "not a JPEG file (no marker where one must be, at byte " + std::to_string(pos) + ")";
+            return false;
+        }
+        while (pos < b.size() && b[pos] == 0xFF) ++pos;  // fill bytes
+        if (pos >= b.size()) break;
+        const uint8_t marker = b[pos++];
+        if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8)) continue;  // markers without a length
+        if (marker == 0xD9 || marker == 0xDA) break;  // image end or scan data before a frame header
+        if (pos + 2 > b.size()) break;
+        const size_t length = static_cast<size_t>(b[pos]) << 8 | b[pos + 1];
+        if (length < 2 || pos + length > b.size()) break;
+        const bool frame_header = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+        if (frame_header) {
+            if (length < 8) break;
+            height = b[pos + 3] << 8 | b[pos + 4];
+            width = b[pos + 5] << 8 | b[pos + 6];
+            if (width == 0 || height == 0) {
+                error = "its frame header gives a size of " + std::to_string(width) + "x" + std::to_string(height);
+                return false;
+            }
+            return true;
+        }
+        pos += length;
+    }
+    error = "not a JPEG file (no frame header with the picture size)";
+    return false;
+}
+
+int find_pictures(const char *pattern, std::vector<picture> &pictures) {
+    glob_t g{};
+    const int r = glob(pattern, 0, nullptr, &g);
+    if (r == GLOB_NOMATCH) {
+        globfree(&g);
+        print_error("no file matches '%s'", pattern);
+        return exit_bad_input;
+    }
+    if (r != 0) {
+        globfree(&g);
+        print_error("cannot list the files matching '%s'", pattern);
+        return exit_bad_input;
+    }
+    // glob sorts its matches by name.
+    std::vector<std::string> paths(g.gl_pathv, g.gl_pathv + g.gl_pathc);
+    globfree(&g);
+    std::vector<uint8_t> bytes;
+    for (const std::string &p : paths) {
+        std::string error;
+        if (!read_whole_file(p.c_str(), bytes, error)) {
+            print_error("%s", error.c_str());
+            return exit_bad_input;
+        }
+        picture pic;
+        pic.path = p;
+        pic.size = static_cast<uint32_t>(bytes.size());
+        if (!jpeg_size(bytes, pic.width, pic.height, error)) {
+            print_error("'%s': %s", p.c_str(), error.c_str());
+            return exit_bad_input;
+        }
+        if (!pictures.empty() && (pic.width != pictures[0].width || pic.height != pictures[0].height)) {
+            print_error("'%s' is %dx%d but '%s' is %dx%d: every picture of a video stream must have the same size",
+                        p.c_str(), pic.width, pic.height, pictures[0].path.c_str(), pictures[0].width,
+                        pictures[0].height);
+            return exit_bad_input;
+        }
+        pictures.push_back(pic);
+    }
+    return exit_ok;
+}
+
+// ---------------------------------------------------------------------------
+// WAV sound.
+// ---------------------------------------------------------------------------
+
+struct wave_file {
+    FILE *file = nullptr;
+    uint16_t channels = 0, block_align = 0, bits = 0;
+    uint32_t rate = 0, avg_bytes = 0;
+    int64_t data_offset = 0;
+    uint64_t blocks = 0;  // whole sample frames in the data chunk
+
+    ~wave_file() {
+        if (file != nullptr) file_close(file);
+    }
+};
+
+uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+
+int open_wave(const char *path, wave_file &wav) {
+    errno = 0;
+    wav.file = file_open(path, 0);
+    if (wav.file == nullptr) {
+        print_error("cannot open '%s': %s", path, std::strerror(errno));
+        return exit_bad_input;
+    }
+    FILE *f = wav.file;
+    int64_t file_size = -1;
+    if (file_seek(f, 0, 2) == 0) file_size = file_tell(f);
+    uint8_t head[12];
+    if (file_size < 0 || file_seek(f, 0, 0) != 0 || file_read(f, head, 12) != 12 ||
+        std::memcmp(head, "RIFF", 4) != 0 || std::memcmp(head + 8, "WAVE", 4) != 0) {
+        print_error("'%s' is not a WAV file (no RIFF 'WAVE' header)", path);
+        return exit_bad_input;
+    }
+    bool have_format = false;
+    int64_t pos = 12;
+    while (pos + 8 <= file_size) {
+        uint8_t header[8];
+        if (file_seek(f, pos, 0) != 0 || file_read(f, header, 8) != 8) break;
+        const uint32_t size = str2long(header + 4);
+        const int64_t data = pos + 8;
+        if (std::memcmp(header, "fmt ", 4) == 0) {
+            uint8_t fmt[40] = {};
+            const size_t want = size < sizeof fmt ? size : sizeof fmt;
+            if (size < 16 || data + static_cast<int64_t>(size) > file_size || file_read(f, fmt, want) != want) {
+                print_error("'%s': its 'fmt ' chunk is too short or cut off", path);
+                return exit_bad_input;
+            }
+            const uint16_t tag = le16(fmt);
+            // The extensible form names its sample format in a GUID whose
+            // first two bytes are the plain format tag.
+            const bool pcm = tag == 1 || (tag == 0xFFFE && size >= 40 && le16(fmt + 24) == 1);
+            if (!pcm) {
+                print_error("'%s' is not PCM sound (format tag 0x%04X); only PCM can be muxed as it is", path, tag);
+                return exit_bad_input;
+            }
+            wav.channels = le16(fmt + 2);
+            wav.rate = str2long(fmt + 4);
+            wav.block_align = le16(fmt + 12);
+            wav.bits = le16(fmt + 14);
+            if (wav.channels == 0 || wav.rate == 0 || wav.bits == 0 ||
+                wav.block_align != wav.channels * ((wav.bits + 7) / 8)) {
+                print_error("'%s': its format is inconsistent (%u channels, %u Hz, %u bits, %u bytes a block)", path,
+                            wav.channels, wav.rate, wav.bits, wav.block_align);
+                return exit_bad_input;
+            }
+            wav.avg_bytes = wav.rate * wav.block_align;
+            have_format = true;
+        } else if (std::memcmp(header, "data", 4) == 0) {
+            if (!have_format) {
+                print_error("'%s': its 'data' chunk comes before the 'fmt ' chunk", path);
+                return exit_bad_input;
+            }
+            uint64_t bytes = size;
+            const uint64_t left = static_cast<uint64_t>(file_size - data);
+            if (bytes > left) {
+                // A size of all ones is left by writers that could not go back to patch it.
+                if (size != 0xFFFFFFFFu) {
+                    print_error("'%s' is cut off: its 'data' chunk holds %u bytes but the file ends after %llu", path,
+                                size, static_cast<unsigned long long>(left));
+                    return exit_bad_input;
+                }
+                bytes = left;
+            }
+            wav.data_offset = data;
+            wav.blocks = bytes / wav.block_align;
+            return exit_ok;
+        }
+        pos = data + static_cast<int64_t>(size) + (size & 1);
+    }
+    print_error("'%s' has %s", path, have_format ? "no 'data' chunk" : "no 'fmt ' chunk");
+    return exit_bad_input;
+}
+
+// ---------------------------------------------------------------------------
+// Caption and chapter lists.
+// ---------------------------------------------------------------------------
+
+struct timed_text {
+    uint64_t frame = 0;
+    std::string text;
+};
+
+// One entry a line: FRAME, a tab, the text. Empty lines and lines starting
+// with '#' are skipped. Entries are kept in the order of their frames.
+int read_timed_text(const char *path, const char *option, std::vector<timed_text> &entries) {
+    std::vector<uint8_t> bytes;
+    std::string error;
+    if (!read_whole_file(path, bytes, error)) {
+        print_error("%s", error.c_str());
+        return exit_bad_input;
+    }
+    const std::string all(bytes.begin(), bytes.end());
+    size_t start = 0;
+    int line_number = 0;
+    while (start < all.size()) {
+        size_t end = all.find('\n', start);
+        if (end == std::string::npos) end = all.size();
+        std::string line = all.substr(start, end - start);
+        start = end + 1;
+        ++line_number;
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line[0] == '#') continue;
+        const size_t tab = line.find('\t');
+        timed_text e;
+        bool ok = tab != std::string::npos && tab > 0 && tab <= 9;
+        for (size_t i = 0; ok && i < tab; ++i) {
+            ok = line[i] >= '0' && line[i] <= '9';
+            e.frame = e.frame * 10 + static_cast<uint64_t>(line[i] - '0');
+        }
+        if (!ok) {
+            print_error("'%s' line %d: expected FRAME<TAB>TEXT (see '%s' in 'kelqavi mux --help')", path,
+                        line_number, option);
+            return exit_bad_input;
+        }
+        e.text = line.substr(tab + 1);
+        entries.push_back(e);
+    }
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const timed_text &a, const timed_text &b) { return a.frame < b.frame; });
+    return exit_ok;
+}
+
+}  // namespace
+
+void print_mux_help(FILE *out) {
+    std::fprintf(out,
+                 "Usage: kelqavi mux -o OUT.avi --fps RATE [--video 'GLOB'] [--audio WAV]\n"
+                 "                   [--text-caption FILE] [--chapters FILE] [--metadata FILE]\n"
+                 "                   [--odml] [--swapped-ids] [--json]\n"
+                 "\n"
+                 "Writes an AVI file with MJPEG video and PCM sound from JPEG pictures and a WAV\n"
+                 "file, copying their bytes as they are (no decoding, no encoding).\n"
+                 "\n"
+                 "  -o, --output OUT.avi  the file to write (replaced if it exists)\n"
+                 "  --fps RATE            frames a second: 25, 29.97 or 30000/1001\n"
+                 "  --video 'GLOB'        the pictures, one frame each, in name order; quote the\n"
+                 "                        pattern ('frames/*.jpg'), the tool expands it. Every\n"
+                 "                        file must be a JPEG with a frame header, all of one size\n"
+                 "  --audio WAV           PCM sound (RIFF WAVE, format 1 or extensible PCM); each\n"
+                 "                        frame gets one chunk of its share of the samples, the\n"
+                 "                        remainders carried so that every sample is written. Sound\n"
+                 "                        longer than the pictures goes on in chunks of 1/RATE s;\n"
+                 "                        without --video the whole file is cut that way\n"
+                 "  --text-caption FILE   a text-caption stream named \"Subtitle\"\n"
+                 "  --chapters FILE       a chapter stream named \"Chapter\"\n"
+                 "                        Both take one entry a line: the frame number (from 0), a\n"
+                 "                        tab, then the text, which becomes one chunk written just\n"
+                 "                        before that frame's picture. Empty lines and lines\n"
+                 "                        starting with '#' are skipped\n"
+                 "  --metadata FILE       the file's bytes as the metadata block (in a LIST 'KQDT')\n"
+                 "  --odml                also write OpenDML indexes (ix## chunks, one per minute\n"
+                 "                        of each stream, and a super index in each header)\n"
+                 "  --swapped-ids         chunk ids type first (\"dc00\"); only readers that know\n"
+                 "                        this form can read the result ('kelqavi chunks\n"
+                 "                        --swapped-ids'), players cannot\n"
+                 "  --json                the summary of what was written as JSON\n"
+                 "\n"
+                 "Chunks go in frame order: the frame's captions and chapters, its picture\n"
+                 "(a key frame), then its sound. The summary lists each stream's chunks and bytes.\n"
+                 "Exit status: 0 written, 1 an input cannot be used or the output not written,\n"
+                 "2 usage error.\n");
+}
+
+int run_mux_command(int argc, char **argv) {
+    mux_options o;
+    bool stop = false;
+    const int parsed = parse_options(argc, argv, o, stop);
+    if (stop) return parsed;
+
+    uint32_t rate = 0, scale = 0;
+    if (!parse_rate(o.fps, rate, scale)) {
+        print_error("--fps needs a rate above 0 such as 25, 29.97 or 30000/1001, not '%s'", o.fps);
+        return exit_usage;
+    }
+    const double frame_seconds = static_cast<double>(scale) / rate;
+
+    std::vector<picture> pictures;
+    if (o.video != nullptr) {
+        const int r = find_pictures(o.video, pictures);
+        if (r != exit_ok) return r;
+    }
+    wave_file wav;
+    if (o.audio != nullptr) {
+        const int r = open_wave(o.audio, wav);
+        if (r != exit_ok) return r;
+    }
+    std::vector<timed_text> captions, chapters;
+    if (o.text_caption != nullptr) {
+        const int r = read_timed_text(o.text_caption, "--text-caption", captions);
+        if (r != exit_ok) return r;
+    }
+    if (o.chapters != nullptr) {
+        const int r = read_timed_text(o.chapters, "--chapters", chapters);
+        if (r != exit_ok) return r;
+    }
+    std::vector<uint8_t> metadata;
+    if (o.metadata != nullptr) {
+        std::string error;
+        if (!read_whole_file(o.metadata, metadata, error)) {
+            print_error("%s", error.c_str());
+            return exit_bad_input;
+        }
+    }
+
+    // Sample frames before frame i: floor(i * scale * sample rate / rate),
+    // split so that no product leaves 64 bits.
+    auto blocks_before = [&](uint64_t frame) -> uint64_t {
+        const uint64_t a = frame * scale;
+        const uint64_t n = (a / rate) * wav.rate + (a % rate) * wav.rate / rate;
+        return n < wav.blocks ? n : wav.blocks;
+    };
+    uint64_t audio_steps = 0;
+    if (wav.blocks > 0) {
+        // The frame in which the last sample falls, plus one.
+        const uint64_t den = static_cast<uint64_t>(wav.rate) * scale;
+        audio_steps = (wav.blocks * rate + den - 1) / den;
+    }
+    const uint64_t steps = std::max<uint64_t>(pictures.size(), audio_steps);
+    if (steps == 0) {
+        print_error("nothing to write: '%s' holds no samples", o.audio);
+        return exit_bad_input;
+    }
+    for (const auto *list : {&captions, &chapters}) {
+        if (!list->empty() && list->back().frame >= steps) {
+            print_error("'%s' names frame %llu, but the file has frames 0 to %llu",
+                        list == &captions ? o.text_caption : o.chapters,
+                        static_cast<unsigned long long>(list->back().frame), static_cast<unsigned long long>(steps - 1));
+            return exit_bad_input;
+        }
+    }
+
+    avi_output out;
+    std::string error;
+    if (!out.open(o.output, o.odml, error)) {
+        print_error("%s", error.c_str());
+        return exit_bad_input;
+    }
+    aviout_handle *w = out.handle();
+    // The index settings are read by the video and audio setters.
+    w->index_chunk_seconds = 60.0;
+    w->swapped_ids = o.swapped_ids ? 1 : 0;
+    // The reader finds a metadata block inside a LIST 'KQDT' only.
+    w->extension_list = 1;
+
+    int32_t video = -1, audio = -1, caption_stream = -1, chapter_stream = -1;
+    bool ok = true;
+    if (!pictures.empty()) {
+        video_stream_format v{};
+        v.rate = rate;
+        v.scale = scale;
+        v.width = pictures[0].width;
+        v.height = pictures[0].height;
+        std::memcpy(v.handler, "MJPG", 4);
+        std::memcpy(v.compression, "MJPG", 4);
+        v.quality = 0xFFFFFFFFu;
+        char name[] = "Video";
+        v.name = name;
+        v.name_length = 5;
+        ok = out.add_video(v, frame_seconds, video, error);
+    }
+    if (ok && wav.blocks > 0) {
+        audio_stream_format a{};
+        a.scale = wav.block_align;
+        a.rate = wav.avg_bytes;
+        a.sample_size = wav.block_align;
+        a.wave_format.format_tag = 1;
+        a.wave_format.channels = wav.channels;
+        a.wave_format.samples_per_sec = wav.rate;
+        a.wave_format.avg_bytes_per_sec = wav.avg_bytes;
+        a.wave_format.block_align = wav.block_align;
+        a.wave_format.bits_per_sample = wav.bits;
+        char name[] = "Audio";
+        a.name = name;
+        a.name_length = 5;
+        ok = out.add_audio(a, frame_seconds, audio, error);
+    }
+    if (ok && o.text_caption != nullptr) {
+        caption_stream_format c{};
+        char name[] = "Subtitle";
+        c.name = name;
+        c.name_length = 8;
+        ok = out.add_text_caption(c, caption_stream, error);
+    }
+    if (ok && o.chapters != nullptr) {
+        caption_stream_format c{};
+        char name[] = "Chapter";
+        c.name = name;
+        c.name_length = 7;
+        ok = out.add_chapter(c, chapter_stream, error);
+    }
+    if (ok && !metadata.empty() &&
+        aviout_set_metadata_info(w, metadata.data(), static_cast<int32_t>(metadata.size())) != 0) {
+        ok = false;
+        error = "the writer refused the metadata block";
+    }
+    if (!ok) {
+        print_error("%s", error.c_str());
+        return exit_bad_input;
+    }
+
+    int exit_code = exit_ok;
+    {
+        progress_bar progress(("kelqavi: writing " + std::string(o.output)).c_str(), "frames", steps);
+        std::vector<uint8_t> bytes, sound;
+        size_t next_caption = 0, next_chapter = 0;
+        auto fail = [&](const std::string &why) {
+            print_error("%s", why.c_str());
+            exit_code = exit_bad_input;
+        };
+        // 0 go on, 1 stop (a message printed), 4 the size limit was reached.
+        auto put = [&](int32_t stream, uint32_t flags, const uint8_t *data, size_t size) -> int {
+            const int r = out.put(stream, flags, data, static_cast<uint32_t>(size));
+            if (r == 0) return 0;
+            // With OpenDML, 1 also means the chunk was written but its index is full.
+            if (r == 1) fail(std::string("cannot write '") + o.output + "': " +
+                             (std::ferror(w->file) ? std::strerror(errno) : "the writer failed"));
+            return r;
+        };
+        for (uint64_t i = 0; i < steps && exit_code == exit_ok && !out.size_limit_reached; ++i) {
+            progress.update(i, i);
+            for (; next_caption < captions.size() && captions[next_caption].frame == i; ++next_caption) {
+                const std::string &t = captions[next_caption].text;
+                if (put(caption_stream, AVIOUT_KEY_FRAME, reinterpret_cast<const uint8_t *>(t.data()), t.size()) == 1) break;
+            }
+            for (; exit_code == exit_ok && next_chapter < chapters.size() && chapters[next_chapter].frame == i; ++next_chapter) {
+                const std::string &t = chapters[next_chapter].text;
+                if (put(chapter_stream, AVIOUT_KEY_FRAME, reinterpret_cast<const uint8_t *>(t.data()), t.size()) == 1) break;
+            }
+            if (exit_code != exit_ok) break;
+            if (i < pictures.size()) {
+                if (!read_whole_file(pictures[i].path.c_str(), bytes, error)) {
+                    fail(error);
+                    break;
+                }
+                if (bytes.size() != pictures[i].size) {
+                    fail("'" + pictures[i].path + "' changed while it was being written");
+                    break;
+                }
+                if (put(video, AVIOUT_KEY_FRAME, bytes.data(), bytes.size()) != 0) break;
+            }
+            if (i < audio_steps) {
+                const uint64_t first = blocks_before(i), last = blocks_before(i + 1);
+                sound.resize(static_cast<size_t>((last - first) * wav.block_align));
+                if (file_seek(wav.file, wav.data_offset + static_cast<int64_t>(first * wav.block_align), 0) != 0 ||
+                    file_read(wav.file, sound.data(), sound.size()) != sound.size()) {
+                    fail(std::string("cannot read the samples of '") + o.audio + "'");
+                    break;
+                }
+                if (put(audio, AVIOUT_KEY_FRAME, sound.data(), sound.size()) != 0) break;
+            }
+        }
+        progress.finish();
+    }
+    if (out.size_limit_reached)
+        print_error("stopped: '%s' reached the writer's size limit of 0x7F000000 bytes; the file is closed with what "
+                    "was written", o.output);
+    if (!out.close(error)) {
+        print_error("%s", error.c_str());
+        return exit_bad_input;
+    }
+    if (exit_code != exit_ok) return exit_code;
+    out.print_summary(stdout, o.json);
+    if (std::fflush(stdout) != 0) {
+        print_error("cannot write the output: %s", std::strerror(errno));
+        return exit_bad_input;
+    }
+    return out.size_limit_reached ? exit_bad_input : exit_ok;
+}
+
+}  // namespace kelqtool

@@ -1,0 +1,140 @@
+// Data chunks: ids, legacy and OpenDML index bookkeeping, the per-stream
+// counts of the final header, the size guard and the segment switch.
+#include "odml/index_build.h"
+#include "riff/fourcc_ids.h"
+#include "riff/le_bytes.h"
+#include "riff/riff_layout.h"
+#include "writer/writer_internal.h"
+
+namespace kelq {
+
+namespace {
+
+constexpr uint32_t idx1_key_frame = 0x10;
+constexpr uint32_t idx1_no_time = 0x100;   // per-frame data takes no time
+
+int32_t chunk_type(const aviout_handle *w, int32_t stream, uint32_t flags) {
+    if ((flags & AVIOUT_FRAME_DATA) != 0) return KELQAVI_CHUNK_VIDEO_DATA;
+    if ((flags & AVIOUT_UNCOMPRESSED) != 0) return KELQAVI_CHUNK_VIDEO_RAW;
+    return static_cast<int32_t>(w->stream_table[stream].stream_kind);
+}
+
+uint32_t legacy_flags(uint32_t flags) {
+    const uint32_t key = (flags & AVIOUT_KEY_FRAME) != 0 ? idx1_key_frame : 0;
+    return (flags & AVIOUT_FRAME_DATA) != 0 ? idx1_no_time | key : key;
+}
+
+bool entry_free(const aviout_handle *w) { return w->index_count >= 0 && w->index_count < AVIOUT_INDEX_CAPACITY; }
+
+bool flush_due(const aviout_handle *w, int32_t track) {
+    const odml_track_state *t = w->odml_track[track];
+    if (w->odml_timing_mode != 1) return t->elapsed_time >= w->index_chunk_seconds - 1.0;
+    return std_index_entries(w, track) >= t->entries_per_chunk;
+}
+
+// Flushes every track that is due, then indexes this chunk in its track;
+// false when a track's index is full.
+bool index_odml_chunk(aviout_handle *w, int32_t stream, uint32_t size, uint32_t flags) {
+    bool ok = true;
+    for (int32_t track = 0; track < w->stream_count && track < AVIOUT_MAX_STREAMS; ++track)
+        if (has_track(w, track) && flush_due(w, track) && write_standard_index_chunks(w, track) == -1) ok = false;
+    // The chunk goes where the stream stands after any ix## chunk just written.
+    if (has_track(w, stream) && add_avi2_chunk(w, stream, file_tell(w->file), size, flags) == -1) ok = false;
+    return ok;
+}
+
+// The id and size go out as one 8-byte block: same bytes, one stdio call.
+int write_chunk(aviout_handle *w, uint32_t id, const uint8_t *data, uint32_t size) {
+    uint8_t header[chunk_header_size];
+    store_le<uint32_t>(id, header);
+    store_le<uint32_t>(size, header + chunk_id_size);
+    if (file_write(w->file, header, sizeof header) != sizeof header) return 1;
+    if (size > 0 && file_write(w->file, data, size) != size) return 1;
+    if (size % 2 != 0 && write_val8(0, w->file) != 0) return 1;
+    return 0;
+}
+
+void count_chunk(aviout_handle *w, int32_t stream, uint32_t flags, uint32_t size) {
+    avi_stream_header &h = w->stream_table[stream].header;
+    if ((flags & AVIOUT_FRAME_DATA) == 0) {
+        if (h.sample_size == 0)
+            h.length += 1;
+        else
+            h.length += static_cast<uint32_t>((static_cast<int64_t>(static_cast<int32_t>(size)) +
+                                               static_cast<int32_t>(h.sample_size) - 1) /
+                                              static_cast<int32_t>(h.sample_size));
+    }
+    if (static_cast<int32_t>(size) > static_cast<int32_t>(h.suggested_buffer_size)) h.suggested_buffer_size = size;
+}
+
+}  // namespace
+
+uint32_t start_segment(aviout_handle *w) {
+    w->index_count = 0;
+    w->chunk_count = 0;
+    for (int s = 0; s < AVIOUT_MAX_STREAMS; ++s) {
+        w->segment_chunk_counts[s] = 0;
+        w->segment_byte_counts[s] = 0;
+    }
+    ++w->riff_index;
+    if (w->riff_index > 0) w->avix_mark = write_RIFF_form_header(fourcc("AVIX"), w->file, &w->error);
+    uint32_t local = 0;
+    w->movi_mark = write_list_header(ids::type_movi, w->file, &local);
+    return local;
+}
+
+}  // namespace kelq
+
+using namespace kelq;
+
+extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags, const uint8_t *data, uint32_t size) {
+    if (w == nullptr || stream < 0 || stream >= w->stream_count || stream >= AVIOUT_MAX_STREAMS - 1 ||
+        (data == nullptr && size > 0))
+        return 1;
+    if (w->index_count == 0 && w->riff_index == -1) {
+        w->main_header.streams = static_cast<uint32_t>(w->stream_count);
+        write_header_area(w);
+        const uint32_t status = start_segment(w);
+        // A recording cut short still leaves its header area on disk.
+        fflush(w->file);
+        if (status != 0 || w->error != 0) return 1;
+    }
+    const uint32_t id = create_fourCC(stream, chunk_type(w, stream, flags), w->swapped_ids);
+    const uint32_t index_flags = legacy_flags(flags);
+    if (entry_free(w)) {
+        aviout_index_entry &e = w->index_entries[w->index_count];
+        e.chunk_id = id;
+        e.flags = index_flags;
+        e.size = size;
+    }
+    bool indexed = true;
+    if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags);
+    const int64_t chunk_pos = file_tell(w->file);
+    if (entry_free(w)) w->index_entries[w->index_count++].position = chunk_pos;
+    ++w->chunk_count;
+    if (write_chunk(w, id, data, size) != 0) return 1;
+
+    count_chunk(w, stream, flags, size);
+    const uint32_t kind = w->stream_table[stream].stream_kind;
+    const int result = indexed ? 0 : 1;
+    if (kind == kind_audio) {
+        if (w->stream_table[stream].header.sample_size != 0)
+            ++w->segment_chunk_counts[stream];
+        else
+            w->segment_byte_counts[stream] += size;
+        return result;
+    }
+    if (kind != kind_video || (flags & AVIOUT_FRAME_DATA) != 0) return result;
+    if (w->riff_index == 0) ++w->main_header.total_frames;
+    ++w->odml_total_frames;
+
+    const int64_t position = chunk_pos < 0 ? chunk_pos : chunk_pos + chunk_header_size + padEven(size);
+    if (position >= size_guard) return 4;
+    const int64_t mark = w->riff_index == 0 ? w->riff_mark : w->avix_mark;
+    if (position - mark >= segment_limit) {
+        const uint32_t finished = finish_segment(w, 1);
+        const uint32_t started = start_segment(w);
+        return finished != 0 || started != 0 ? 1 : result;
+    }
+    return result;
+}

@@ -1,0 +1,98 @@
+// Finishing a segment (idx1 or the end of an "AVIX" form, the header area
+// rewritten with the final counts, the first form's size) and closing.
+#include "extensions/extension_write.h"
+#include "odml/index_build.h"
+#include "riff/fourcc_ids.h"
+#include "riff/le_bytes.h"
+#include "riff/riff_layout.h"
+#include "writer/writer_internal.h"
+
+#include <cstdlib>
+
+namespace kelq {
+
+namespace {
+
+constexpr size_t idx1_record_size = 16;
+
+// The legacy index: one record per data chunk of the first segment, its
+// offset counted from the "movi" list type. ix## chunks are left out.
+uint32_t write_idx1(aviout_handle *w) {
+    uint32_t status = 0;
+    const int64_t size_pos = chunk_start(w->file, &status);
+    status |= static_cast<uint32_t>(write_fourCC(w->swapped_ids != 0 ? ids::id_idx1_swapped : ids::id_idx1, w->file));
+    status |= static_cast<uint32_t>(write_val32(0, w->file));
+    const int32_t count = w->index_count < AVIOUT_INDEX_CAPACITY ? w->index_count : AVIOUT_INDEX_CAPACITY;
+    const uint32_t movi_type_pos = static_cast<uint32_t>(w->movi_mark + chunk_id_size);
+    for (int32_t i = 0; i < count; ++i) {
+        const aviout_index_entry &e = w->index_entries[i];
+        if (get_chunk_type(e.chunk_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX) continue;
+        uint8_t record[idx1_record_size];
+        store_le<uint32_t>(e.chunk_id, record);
+        store_le<uint32_t>(e.flags, record + 4);
+        store_le<uint32_t>(static_cast<uint32_t>(e.position) - movi_type_pos, record + 8);
+        store_le<uint32_t>(e.size, record + 12);
+        status |= file_write(w->file, record, sizeof record) == sizeof record ? 0u : 1u;
+    }
+    chunk_end(size_pos, w->file, &status);
+    w->index_end = file_tell(w->file);
+    return status;
+}
+
+template <typename Record>
+void free_owned_name(Record &r) {
+    if (r.name_length > 0 && r.name != nullptr) std::free(r.name);
+}
+
+void free_streams(aviout_handle *w) {
+    for (video_stream_format &r : w->video_formats) {
+        if (r.strd_present != 0 && r.strd_data != nullptr) std::free(r.strd_data);
+        free_owned_name(r);
+    }
+    for (audio_stream_format &r : w->audio_formats) free_owned_name(r);
+    for (caption_stream_format &r : w->text_captions) free_owned_name(r);
+    for (video_stream_format &r : w->bitmap_captions) free_owned_name(r);
+    for (caption_stream_format &r : w->chapters) free_owned_name(r);
+}
+
+}  // namespace
+
+uint32_t finish_segment(aviout_handle *w, int) {
+    if (w->menu_file_tail != nullptr) write_menu_chunk(w->menu_file_tail, w);
+    uint32_t status = 0;
+    end_mark(w->movi_mark, w->file, &status);
+    if (w->riff_index == 0)
+        status |= write_idx1(w);
+    else
+        end_mark(w->avix_mark, w->file, &status);
+    file_seek(w->file, w->file_start, origin_start);
+    write_header_area(w);
+    if (w->index_end >= 0) {
+        status |= static_cast<uint32_t>(file_seek(w->file, w->index_end, origin_start));
+        end_mark(w->riff_mark, w->file, &status);
+    } else {
+        status |= 1;
+    }
+    file_seek(w->file, 0, origin_end);
+    return status;
+}
+
+}  // namespace kelq
+
+using namespace kelq;
+
+extern "C" void aviout_close(aviout_handle *w) {
+    if (w == nullptr) return;
+    // Without a chunk there is no file to finish: it stays as it was opened.
+    if (w->odml == 1 && w->riff_index != -1)
+        for (int32_t stream = 0; stream < w->stream_count && stream < AVIOUT_MAX_STREAMS; ++stream)
+            if (has_track(w, stream)) update_standard_index(w, stream);
+    if (w->index_count != 0 || w->riff_index > 0) finish_segment(w, 0);
+    file_close(w->file);
+    std::free(w->io_buffer);
+    free_streams(w);
+    if (w->odml == 1) avi2_cleanup(w);
+    std::free(w->menu_data);
+    std::free(w->metadata_data);
+    std::free(w);
+}
