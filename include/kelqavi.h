@@ -502,7 +502,11 @@ KELQAVI_API int aviin_get_start_end_by_time(aviin_handle *h, uint32_t stream, ui
  * time covers the key frame's time (frame * scale / rate of the video
  * stream), and how much of the stream lies before it: the number of chunks
  * for audio of fixed chunk duration (block alignment 576 or 1152, one MPEG
- * audio frame a chunk), the number of bytes otherwise. Until the scan has
+ * audio frame a chunk, block alignment / samples per second seconds each),
+ * the number of bytes otherwise (played at the format's average bytes per
+ * second, or at the stream header's rate when that is 0). These counts are
+ * what aviin_get_chunk_offsets starts its audio search from; that search
+ * times byte-counted audio by the stream header's rate alone. Until the scan has
  * reached that chunk, and for audio that ends before the key frame, the
  * offset is KELQAVI_NOT_FOUND and the count 0xFFFFFFFF.
  * ------------------------------------------------------------------------ */

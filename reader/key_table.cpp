@@ -46,12 +46,16 @@ int32_t audio_slot(const aviin_handle *h, uint32_t type, uint32_t stream) {
 }
 
 // Seconds from the start of an audio stream to the end of the chunk that
-// the slot's counters stand at.
+// the slot's counters stand at. Audio timed by bytes plays at the format's
+// average byte rate: the stream header's rate counts blocks a second in
+// files from most writers (8000 for 16-bit PCM at 8000 Hz), bytes in
+// others, so it serves only when the format gives no byte rate.
 double audio_chunk_end(const audio_stream_format &a, const keyindex_table *t, uint32_t slot, uint32_t size) {
     if (kelq::fixed_duration_audio(a))
         return ratio((static_cast<uint64_t>(t->audio_chunks[slot]) + 1) * a.wave_format.block_align,
                      a.wave_format.samples_per_sec);
-    return ratio(t->audio_bytes[slot] + size, a.rate);
+    const uint32_t bytes_per_second = a.wave_format.avg_bytes_per_sec != 0 ? a.wave_format.avg_bytes_per_sec : a.rate;
+    return ratio(t->audio_bytes[slot] + size, bytes_per_second);
 }
 
 bool audio_pending(const keyindex_table *t) {

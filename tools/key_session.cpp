@@ -69,7 +69,8 @@ int key_session::open(const char *path, bool require_index) {
             a.block_align = f.wave_format.block_align;
             a.fixed = a.block_align == 576 || a.block_align == 1152;
             a.samples_per_sec = f.wave_format.samples_per_sec;
-            a.rate = f.rate;
+            // Bytes a second, as the key-frame table times byte-counted audio.
+            a.rate = f.wave_format.avg_bytes_per_sec != 0 ? f.wave_format.avg_bytes_per_sec : f.rate;
             audio.push_back(a);
         } else if (kind == KELQAVI_CHUNK_BITMAP_CAPTION) {
             bitmap_subtitles.push_back(static_cast<uint32_t>(s));

@@ -15,7 +15,8 @@ struct audio_stream_info {
     uint32_t number = 0;     // stream number
     uint32_t slot = 0;       // index among audio streams: the table's audio field
     bool fixed = false;      // one MPEG audio frame a chunk (block alignment 576 or 1152)
-    uint32_t block_align = 0, samples_per_sec = 0, rate = 0;
+    uint32_t block_align = 0, samples_per_sec = 0;
+    uint32_t rate = 0;       // bytes a second of byte-counted audio
     // Seconds from the stream's start to where `count` chunks (fixed) or
     // bytes (otherwise) have played.
     double time_at(uint64_t count) const;

@@ -77,10 +77,12 @@ inline byte_image video_list(uint32_t scale, uint32_t rate, const char *compress
 
 // An audio format with a chosen block alignment: 1152 or 576 for one MPEG
 // audio frame a chunk, anything else for audio timed by bytes.
+// The format's average byte rate is the stream header's rate unless given.
 inline byte_image audio_list(uint16_t tag, uint32_t samples_per_sec, uint16_t block_align, uint32_t strh_scale,
-                             uint32_t strh_rate) {
+                             uint32_t strh_rate, uint32_t bytes_per_second = 0) {
     byte_image f;
-    f.u16(tag).u16(1).u32(samples_per_sec).u32(strh_rate).u16(block_align).u16(16).u16(0);
+    f.u16(tag).u16(1).u32(samples_per_sec).u32(bytes_per_second != 0 ? bytes_per_second : strh_rate);
+    f.u16(block_align).u16(16).u16(0);
     return strl(byte_image().append(strh_chunk("auds", "\0\0\0\0", strh_scale, strh_rate, 0)).append(byte_image().chunk("strf", f)));
 }
 

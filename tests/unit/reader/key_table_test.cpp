@@ -21,9 +21,10 @@ constexpr uint64_t not_found = KELQAVI_NOT_FOUND;
 
 // Stream 0: video, 25 frames a second (40 ms a frame). Stream 1: one 1152-
 // sample MPEG audio frame a chunk at 48000 Hz (24 ms a chunk), stored ahead
-// of the video it plays with. Stream 2: PCM at 16000 bytes a second in
-// chunks of varying size, stored behind it. JUNK chunks (not indexed) now and
-// then.
+// of the video it plays with. Stream 2: 16-bit PCM at 8000 Hz (16000 bytes a
+// second) in chunks of varying size, stored behind it; its stream header
+// counts blocks (rate 8000, scale 1), as most writers put it. JUNK chunks
+// (not indexed) now and then.
 struct synthetic {
     indexed_file file;
     std::vector<size_t> frames, mp3, pcm;  // chunk numbers, per stream in order
@@ -81,7 +82,7 @@ synthetic make_synthetic(const layout_options &o) {
         chunks.push_back(e.chunk);
     }
     s.file = make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000),
-                                audio_list(1, 8000, 2, 2, 16000)}),
+                                audio_list(1, 8000, 2, 1, 8000, 16000)}),
                           chunks);
     return s;
 }
