@@ -119,8 +119,8 @@ void write_file(written &w, uint32_t odml, double index_seconds) {
     ASSERT_EQ(aviout_set_bitmap_caption_format(out, &sub, &s), 0);
 
     // With standard indexes flushed inside movi the writer reports the
-    // chunk put at a flush as not indexed (its idx1 record is lost, by its
-    // design); only a failed write counts here.
+    // chunk put at a flush as not indexed (it gets no idx1 record); only a
+    // failed write counts here.
     const auto put = [&](int result) { ASSERT_TRUE(result == 0 || (odml == 1 && index_seconds < 60 && result == 1)); };
     const char *spans[] = {"00:00:01.000-00:00:03.000", "00:00:05.500-00:00:06.100"};
     const int64_t span_at_ms[] = {1000, 5500};
