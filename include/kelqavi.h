@@ -429,6 +429,228 @@ KELQAVI_API int aviin_get_chunk(aviin_handle *h, uint64_t offset, void *buffer, 
 KELQAVI_API int aviin_seek_by_offset(aviin_handle *h, uint64_t offset);
 
 /* ------------------------------------------------------------------------
+ * Legacy index ("idx1"). Each call reads the index from the file when
+ * called; nothing of it is kept in the handle. Entry offsets are counted
+ * from the "movi" list type of the first RIFF: a chunk's header lies at
+ * (first movi chunk position - 4) + offset. Entries are numbered from 0 over
+ * all streams.
+ * ------------------------------------------------------------------------ */
+
+/* Entry `entry`: stream number, type code, size field and key flag (the flag
+ * word AND 0x10: 16 for a key frame, else 0). The walk and the file position
+ * are kept. 1 when the file has no index, the entry lies beyond the index
+ * (entry * 16, in 32 bits, not below the index size), the position cannot be
+ * told or an output is null. Values that could not be read are 0. */
+KELQAVI_API int aviin_get_idx1_entry(aviin_handle *h, uint32_t entry, uint32_t *stream, uint32_t *type,
+                                     uint32_t *size, uint32_t *key);
+/* Moves the sequential walk to the chunk of entry `entry`, whatever its
+ * stream: the next aviin_get_next_chunk or aviin_get_next_chunk_type returns
+ * it. 0; 1 when there is no index or the handle stands in no list; 3 when the
+ * entry lies beyond the index. The offset is not checked: after a move to
+ * another RIFF segment it still counts from the first "movi". */
+KELQAVI_API int aviin_goto_idx1_sample(aviin_handle *h, uint32_t entry);
+/* Playing time of one chunk of `stream`, as num / den seconds, by type:
+ * 3 video: scale / rate of the stream's video format; 1 audio: 1152 / samples
+ * per second when the block alignment is 1152 (one MPEG layer-3 frame), else
+ * value / rate, value being the caller's byte count of the chunk; 4 per-frame
+ * data: 0 / rate of the audio format at the stream's index within its kind
+ * (meaningless, num is 0). Only 1152 is tested here, not 576 as in the time
+ * search. 1, with the outputs untouched, for any other type, a stream number
+ * above 19 or a null output. Touches no file. */
+KELQAVI_API int aviin_get_sample_duration(aviin_handle *h, uint32_t stream, uint32_t type, uint32_t value,
+                                          uint32_t *num, uint32_t *den);
+/* Among the index entries of `stream` (stream number taken modulo 256) with
+ * type code `type`, the ordinal (from 0, among those entries only) of the
+ * first whose time reaches `start` (first) and of the one at which the time
+ * reaches `end` (last), in seconds. Audio with block alignment 576 or 1152
+ * counts fixed chunks (the time of chunk c is its start, c * block alignment /
+ * samples per second); other audio sums sizes (the time is the chunk's end,
+ * bytes / rate); any other type gives every entry time 0. When the entries run
+ * out with the start found but not the end, last is the stream's last
+ * ordinal. 0 when the end was reached (first is then left alone if the start
+ * never was) or the start was found; 1 otherwise, and when the handle stands
+ * in no list, its list has an error, there is no index or it is empty. The
+ * file position is kept. The walk stops at the end of the file, whatever the
+ * index size says. */
+KELQAVI_API int aviin_get_start_end_by_time(aviin_handle *h, uint32_t stream, uint32_t type, float start,
+                                            float end, uint32_t *first, uint32_t *last);
+
+/* ------------------------------------------------------------------------
+ * Key-frame table and frame positions.
+ *
+ * The table lists key frames of one video stream with where to start reading
+ * at each: the key frame's chunk and, for each of the first eight audio
+ * streams (by their index among audio streams), the chunk playing at the key
+ * frame's time. The application owns all of it: the keyindex_table record and
+ * an array of keyindex_entry of any capacity (120 bytes an entry on every
+ * target); the library never allocates for it and keeps no pointer to it.
+ *
+ * Filling: aviin_init_keyindex names the array and the video stream, then
+ * each aviin_build_keyindex_entry call reads the next slice of idx1 entries
+ * (as many as asked, or all) and adds the key frames it meets (idx1 flag
+ * 0x10 on a "dc" entry of the stream). Frames are counted as the frame walk
+ * counts them: "dc" chunks of the stream in index order; "db" chunks are not
+ * frames. A build can thus be spread over idle moments; the table answers for
+ * the frames scanned so far (frames_scanned).
+ *
+ * When the array is full and another key frame is to be kept, every second
+ * entry is dropped and from then on only every second key frame is kept
+ * (stride doubles): a table of any capacity covers the whole file, with
+ * coarser spacing, and a lookup walks farther from its key frame.
+ *
+ * An entry's audio fields name the chunk of that audio stream whose playing
+ * time covers the key frame's time (frame * scale / rate of the video
+ * stream), and how much of the stream lies before it: the number of chunks
+ * for audio of fixed chunk duration (block alignment 576 or 1152, one MPEG
+ * audio frame a chunk, block alignment / samples per second seconds each),
+ * the number of bytes otherwise (played at the format's average bytes per
+ * second, or at the stream header's rate when that is 0). These counts are
+ * what aviin_get_chunk_offsets starts its audio search from; that search
+ * times byte-counted audio by the stream header's rate alone. Until the scan has
+ * reached that chunk, and for audio that ends before the key frame, the
+ * offset is KELQAVI_NOT_FOUND and the count 0xFFFFFFFF.
+ * ------------------------------------------------------------------------ */
+
+#define KELQAVI_KEY_AUDIO_STREAMS 8
+#define KELQAVI_NOT_FOUND UINT64_C(0xFFFFFFFFFFFFFFFF)
+
+typedef struct keyindex_entry {
+    uint32_t index_position;   /* byte position of the key frame's idx1 entry among the entries (number * 16) */
+    uint32_t video_size;       /* data size of the key frame's chunk, from idx1 */
+    uint64_t video_offset;     /* key frame's chunk header, counted like an idx1 offset */
+    uint64_t audio_offset[KELQAVI_KEY_AUDIO_STREAMS]; /* per audio stream, counted the same way */
+    uint32_t frame_no;         /* frame number of the key frame */
+    uint32_t audio_count[KELQAVI_KEY_AUDIO_STREAMS];  /* chunks or bytes of the stream before audio_offset */
+    uint32_t reserved;         /* 0 */
+} keyindex_entry;
+
+typedef struct keyindex_table {
+    keyindex_entry *entries;   /* the application's array, in increasing frame order */
+    uint32_t capacity;         /* entries the array holds */
+    uint32_t count;            /* entries filled */
+    uint32_t video_stream;     /* stream number whose key frames are listed */
+    uint32_t stride;           /* every stride-th key frame is kept (1 until the array first fills) */
+    uint32_t frames_scanned;   /* frames 0 .. frames_scanned - 1 are covered */
+    uint32_t key_frames_scanned;
+    uint32_t next_entry;       /* idx1 entry the next build starts at */
+    uint32_t entry_total;      /* idx1 entries, no more than the file holds */
+    uint32_t complete;         /* 1 once the whole idx1 has been scanned */
+    /* The scan's own state; applications leave it alone. */
+    uint32_t first_checked;    /* the first key frame's chunk header was read and matched */
+    uint32_t audio_next_entry; /* idx1 entry the audio counting goes on at */
+    uint32_t audio_chunks[KELQAVI_KEY_AUDIO_STREAMS];
+    uint32_t audio_pending[KELQAVI_KEY_AUDIO_STREAMS];
+    uint64_t audio_bytes[KELQAVI_KEY_AUDIO_STREAMS];
+} keyindex_table;
+
+/* Prepares an empty table over entries[0 .. capacity - 1] for the key frames
+ * of video stream `video_stream`. 1 when h, table or entries is null, the
+ * capacity is 0, the file has no idx1, or the stream is not a video stream
+ * (kind 3); the table is then zeroed when it is not null. */
+KELQAVI_API int aviin_init_keyindex(aviin_handle *h, keyindex_table *table, keyindex_entry *entries,
+                                    uint32_t capacity, uint32_t video_stream);
+/* Reads the next max_entries idx1 entries (0: all that remain) into the
+ * table. 0 when entries remain to be read, 3 when the index has been read to
+ * its end (also for every later call), 1 on failure: null arguments, a table
+ * whose count exceeds its capacity, a key frame or audio entry whose chunk
+ * does not lie inside the current "movi" list, or a first key frame whose
+ * chunk header in the file does not carry the id and size its entry gives
+ * (an index counting offsets from the start of the file, say). After a
+ * failure the table keeps the entries it had, and the same slice fails
+ * again. The file position is kept; the walk is not moved. A read that comes
+ * short ends the index there. */
+KELQAVI_API int aviin_build_keyindex_entry(aviin_handle *h, keyindex_table *table, uint32_t max_entries);
+/* The entry of the key frame at or before `frame` (direction -1) or at or
+ * after it (direction +1), copied to *out. 0 found; 3 outside the table:
+ * no such key frame among those listed, a negative frame, or a frame at or
+ * beyond frames_scanned; 1 for any other direction, a null argument or a
+ * table whose count exceeds its capacity. With direction -1 and a frame at
+ * or beyond frames_scanned, *out still receives the last entry (the latest
+ * key frame known before the frame) while the result is 3; otherwise *out is
+ * written only with 0. Binary search: logarithmic in the entries. */
+KELQAVI_API int aviin_read_key_table_by_frame_no(aviin_handle *h, const keyindex_table *table, int32_t frame,
+                                                 keyindex_entry *out, int32_t direction);
+/* The entry after (direction +1) or before (-1) the table entry whose frame
+ * number equals current->frame_no, copied to *next (current and next may be
+ * the same record). 0; 3 when there is none in that direction (more may come
+ * while the table is being built); 1 when current is not a key frame of the
+ * table, the direction is another value or an argument is null. */
+KELQAVI_API int aviin_get_next_key_index(aviin_handle *h, const keyindex_table *table,
+                                         const keyindex_entry *current, keyindex_entry *next,
+                                         int32_t direction);
+
+/* Header position of frame `frame` of video stream `stream`, walking chunk
+ * headers from the key frame of `key` and counting "dc" chunks of the stream
+ * ("db" chunks never count). When key.frame_no (as signed) exceeds frame: 0
+ * with *header_pos unwritten. 0 when the frame was reached; 1 when the list
+ * ends first (*header_pos may hold the last frame counted), or when the key
+ * frame's position lies outside the current "movi" list or the chunk there is
+ * not a "dc" chunk of the stream (a table built for another file or stream,
+ * a bad index), or a chunk size steps the walk backwards. A failed step
+ * (which leaves the list's error flag set, so that every later step fails
+ * too) is tried again at most 4 times, then the call gives 1. Moves the walk
+ * and the file position; they stay where the last step ended. */
+KELQAVI_API int aviin_get_video_offset(aviin_handle *h, keyindex_entry key, uint32_t stream, int32_t frame,
+                                       uint64_t *header_pos);
+/* Header positions of frames start_frame and end_frame of video_stream, each
+ * from its key frame at or before it in key_table; all four outputs start at
+ * KELQAVI_NOT_FOUND. audio_stream -1: nothing more. When both video positions
+ * were found the audio outputs stay not found: the audio search runs only
+ * when one of them is missing. It starts at the chunk start_frame's key entry
+ * gives for the audio stream and steps chunks of that stream until the time
+ * reaches end_time (seconds): audio_first is the first whose time reaches
+ * start_frame's (or that starting chunk when none does), audio_last the last
+ * stepped. Times use scale / rate of the first video stream, whatever
+ * video_stream is. 1 when the handle stands in no list or its list has an
+ * error, there is no idx1, a key lookup fails, the key frame lies more than
+ * 0.1 s after start_frame's time or start_frame's time more than 0.1 s after
+ * end_time, the audio stream number is not 0 to 19 or its index among audio
+ * streams is 8 or more, the key entry's audio chunk is not known, or nothing
+ * at all was found; 0 otherwise (including when the list ends during the
+ * audio search). The walk and the file position are moved, as by
+ * aviin_get_video_offset; the audio search bounds its steps the same way. */
+KELQAVI_API int aviin_get_chunk_offsets(aviin_handle *h, const keyindex_table *key_table, uint32_t video_stream,
+                                        int32_t start_frame, int32_t end_frame, float end_time,
+                                        uint64_t *video_start, uint64_t *video_end, int32_t audio_stream,
+                                        uint64_t *audio_first, uint64_t *audio_last);
+
+/* ------------------------------------------------------------------------
+ * Bitmap subtitle timing. A bitmap subtitle chunk ("sb") opens with its time
+ * span as text, "HH:MM:SS.mmm-HH:MM:SS.mmm" (25 characters); times are in
+ * milliseconds.
+ * ------------------------------------------------------------------------ */
+
+/* Parses the span at text into its start and its duration (end - start).
+ * text must point at 26 writable bytes: byte 25 is set to NUL, and NULs are
+ * put over the separators, so the text is changed. Each field reads like
+ * strtol in base 10 (blanks and a sign allowed, a field that opens with any
+ * other character is 0) and is kept in 16 bits. 0; 1 when a separator is
+ * missing (*start and *duration untouched) or the start lies after the end
+ * (*start written, *duration untouched), or text is null. Null outputs are
+ * allowed. */
+KELQAVI_API int aviin_get_subtitle_duration(aviin_handle *h, char *text, uint32_t *start, uint32_t *duration);
+/* The bitmap subtitle of subtitle_stream shown at frame `frame`: *offset is
+ * the header position of its chunk and *duration how long it still shows (ms),
+ * or all ones when it starts at or after the frame's time. Found by walking
+ * chunk headers from the key frame about five seconds before the frame (from
+ * the first "movi" chunk when that lies before the start), reading the text
+ * of each subtitle chunk met: the first that starts at or after the frame's
+ * time is taken, or the first already showing that has more than 500 ms left.
+ * A subtitle whose text does not parse is passed over. When none is found,
+ * *offset is the header of the last "dc" chunk of video_stream reached (all
+ * ones if none) and *duration all ones; the result is still 0. Times use scale
+ * / rate of the first video stream. 1 when the key lookup fails (a result
+ * other than 0 or 3: with 3 the walk starts at the latest key frame the table
+ * knows before that frame, or at the first "movi" chunk), when the list ends
+ * during the walk, when the key frame's position lies outside the current
+ * "movi" list, when a chunk size steps the walk backwards, when a failed step
+ * has been tried again 4 times, or for a null argument. Moves the walk and
+ * the file position. */
+KELQAVI_API int aviin_get_subtitle_offset(aviin_handle *h, const keyindex_table *key_table, uint32_t video_stream,
+                                          uint32_t subtitle_stream, int32_t frame, uint64_t *offset,
+                                          uint32_t *duration);
+
+/* ------------------------------------------------------------------------
  * OpenDML indexes.
  * ------------------------------------------------------------------------ */
 

@@ -2,11 +2,14 @@
 // it the rest.
 #include "chunks_command.h"
 #include "diagnostics.h"
+#include "frame_command.h"
 #include "info_command.h"
+#include "keys_command.h"
 #include "mux_command.h"
 #include "remux_command.h"
 #include "riff_command.h"
 #include "sample_command.h"
+#include "subs_command.h"
 
 #include <clocale>
 #include <cstdio>
@@ -33,6 +36,10 @@ constexpr command commands[] = {
     {"info", "show the headers, streams, segments and indexes of an AVI file", run_info_command, print_info_help},
     {"chunks", "list the chunks of every segment's 'movi' list as the reader walks them", run_chunks_command,
      print_chunks_help},
+    {"keys", "show the key-frame table the library builds from the legacy index", run_keys_command, print_keys_help},
+    {"frame", "find frame N (and the audio playing with it) through the key-frame table", run_frame_command,
+     print_frame_help},
+    {"subs", "list the bitmap subtitles and the one shown at a frame", run_subs_command, print_subs_help},
     {"mux", "write an MJPEG and PCM AVI file from JPEG pictures and a WAV file", run_mux_command, print_mux_help},
     {"remux", "read an AVI file with the reader and write it again with the writer", run_remux_command,
      print_remux_help},

@@ -1,0 +1,124 @@
+#!/bin/bash
+# The keys, frame and subs commands on the built-in sample (written by the
+# library's writer: MJPEG frames, PCM, bitmap subtitles at 0.0-1.4 s and
+# 1.5-2.9 s), on damaged copies of it, and with wrong arguments.
+# Usage: cli_index.sh [EMULATOR...] TOOL
+set -u
+. "$(dirname "$0")/lib.sh"
+export LC_ALL=C
+
+sample=$work/sample.avi
+kq sample "$sample"
+expect_status 0 "sample"
+
+# --- keys -----------------------------------------------------------------
+kq keys --json "$sample"
+expect_status 0 "keys --json"
+json_ok
+check "keys: every frame of the sample is a key frame" \
+    test "$(sed -n 's/.*"frames": \([0-9]*\),.*/\1/p' "$work/out")" = "$(sed -n 's/.*"key_frames": \([0-9]*\),.*/\1/p' "$work/out")"
+check "keys: 120 bytes an entry" grep -q '"entry_bytes": 120,' "$work/out"
+check "keys: the PCM stream counts bytes" grep -q '{"stream": 1, "slot": 0, "counts": "bytes"}' "$work/out"
+key5=$(sed -n 's/.*{"frame": 5, "time": 0.5, "idx1_entry": [0-9]*, "offset": \([0-9]*\),.*/\1/p' "$work/out")
+check "keys: key frame 5 listed" test -n "$key5"
+kq keys "$sample"
+expect_status 0 "keys"
+check "keys: the table's cost" grep -q '^table: [0-9]* entries of 120 bytes = ' "$work/out"
+check "keys: a header line" grep -q '^FRAME   TIME  IDX1  OFFSET  SIZE  AUDIO 1$' "$work/out"
+
+# --- frame ----------------------------------------------------------------
+kq frame --json --extract "$work/frame5.jpg" --audio 1 "$sample" 5
+expect_status 0 "frame 5"
+json_ok
+check "frame 5 is at the offset keys gives" grep -q "^  \"offset\": $key5,$" "$work/out"
+check "frame 5's data follows its header" grep -q "^  \"data_offset\": $((key5 + 8)),$" "$work/out"
+check "frame 5 is its own key frame" grep -q '^  "key_frame": 5,$' "$work/out"
+check "frame 5's audio plays from 0.5 s" grep -q '"audio": {"stream": 1, "offset": [0-9]*, "size": 1600, "start": 0.5, "end": 0.6}' "$work/out"
+size=$(sed -n 's/^  "size": \([0-9]*\),$/\1/p' "$work/out")
+check "the extracted frame has the chunk's size" test "$(wc -c < "$work/frame5.jpg")" = "$size"
+check "the extracted frame is a JPEG picture" test "$(head -c 2 "$work/frame5.jpg" | od -An -tx1 | tr -d ' ')" = ffd8
+kq frame "$sample" 5
+expect_status 0 "frame 5, text"
+check "frame: the chunk line" grep -q "^frame 5 of video stream 0: chunk 00dc at $key5, data at $((key5 + 8)), $size bytes, time 0.500 s$" "$work/out"
+kq frame "$sample" 1000
+expect_status 1 "frame 1000"
+check "frame 1000: one line" err_one_line
+check "frame 1000: says it is beyond the last" grep -q 'frame 1000 is beyond the last' "$work/err"
+kq frame --audio 3 "$sample" 2
+expect_status 1 "frame --audio with a subtitle stream"
+check "--audio 3: one line" err_is "kelqavi: stream 3 of '$sample' is not an audio stream"
+
+# --- subs -----------------------------------------------------------------
+kq subs "$sample"
+expect_status 0 "subs"
+check "subs: both subtitles with their spans" \
+    test "$(grep -c '^     3  *[0-9]*   154  00:00:0[01].[05]00 for 1400 ms  00:00:0[01].[05]00-00:00:0[12].[49]00$' "$work/out")" -eq 2
+kq subs --json --frame 5 "$sample"
+expect_status 0 "subs --frame 5"
+json_ok
+first=$(sed -n 's/.*{"stream": 3, "offset": \([0-9]*\), "size": 154, "text": "00:00:00.000-00:00:01.400".*/\1/p' "$work/out")
+check "subs: the first subtitle's offset" test -n "$first"
+check "at 0.5 s the first subtitle shows for 900 ms more" \
+    grep -q "{\"stream\": 3, \"result\": 0, \"subtitle_offset\": $first, \"left_ms\": 900, \"last_frame_offset\": null}" "$work/out"
+kq subs --json --frame 10 "$sample"
+check "at 1.0 s it has 400 ms left: passed over" \
+    grep -q '{"stream": 3, "result": 0, "subtitle_offset": null, "left_ms": null, "last_frame_offset": [0-9]*}' "$work/out"
+kq subs --frame 15 "$sample"
+expect_status 0 "subs --frame 15"
+check "at 1.5 s the second starts" grep -q '^  stream 3: subtitle at [0-9]* (00:00:01.500-00:00:02.900), starting at or after the frame$' "$work/out"
+
+# --- damaged copies: failures, never a crash or a hang ----------------------
+bytes=$(wc -c < "$sample")
+for cut in 3000 20000 60000 $((bytes - 200)) $((bytes - 9)); do
+    head -c "$cut" "$sample" > "$work/cut.avi"
+    for command in "keys" "frame --audio 1" "subs --frame 20"; do
+        args=($command)
+        if [ "${args[0]}" = frame ]; then kq "${args[@]}" "$work/cut.avi" 20; else kq "${args[@]}" "$work/cut.avi"; fi
+        expect_status "0 1 3" "$command on the sample cut at $cut bytes"
+    done
+done
+# The idx1 offsets counted from the start of the file instead of from 'movi'.
+idx1=$(grep -abo 'idx1' "$sample" | tail -n 1 | cut -d: -f1)
+cp "$sample" "$work/absolute.avi"
+movi=$(grep -abo 'movi' "$sample" | head -n 1 | cut -d: -f1)
+count=$(( $(od -An -tu4 -j $((idx1 + 4)) -N4 "$sample") / 16 ))
+for ((i = 0; i < count; i++)); do
+    at=$((idx1 + 8 + 16 * i + 8))
+    offset=$(od -An -tu4 -j "$at" -N4 "$sample")
+    le32 $((offset + movi)) | dd of="$work/absolute.avi" bs=1 seek="$at" conv=notrunc status=none
+done
+kq keys "$work/absolute.avi"
+expect_status 3 "keys with absolute idx1 offsets"
+check "absolute offsets: one line" err_one_line
+check "absolute offsets: says the index does not describe the chunks" grep -q 'does not describe its chunks' "$work/err"
+
+# --- usage ----------------------------------------------------------------
+for command in keys frame subs; do
+    kq "$command" --help
+    expect_status 0 "$command --help"
+    check "$command --help: usage first" grep -q "^Usage: kelqavi $command " "$work/out"
+done
+kq frame "$sample"
+expect_status 2 "frame without N"
+check "frame without N: one line" err_is "kelqavi: 'frame' needs FILE N (see 'kelqavi frame --help')"
+kq frame "$sample" 1x
+expect_status 2 "frame 1x"
+check "frame 1x: one line" err_one_line
+kq frame "$sample" -- -1
+expect_status 2 "frame -1"
+kq frame "$sample" 3 --audio
+expect_status 2 "--audio without a value"
+check "--audio without a value: one line" err_is "kelqavi: '--audio' needs a value (see 'kelqavi frame --help')"
+kq subs --frame x "$sample"
+expect_status 2 "subs --frame x"
+kq keys --depth 2 "$sample"
+expect_status 2 "keys --depth"
+kq keys "$work/missing.avi"
+expect_status 1 "keys on a missing file"
+check "missing file: one line" err_one_line
+printf 'RIFF\4\0\0\0WAVE' > "$work/wave.wav"
+kq frame "$work/wave.wav" 0
+expect_status 1 "frame on a WAVE file"
+check "WAVE file: one line" err_one_line
+
+finish

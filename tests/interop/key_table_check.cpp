@@ -1,0 +1,173 @@
+// Checks the library's key-frame table against ffprobe's packets for one
+// file: every frame found through the table and aviin_get_video_offset lies
+// where ffprobe read that frame, the key frames kept are those ffprobe flags,
+// and each key frame's audio chunks are the packets whose time spans cover
+// the key frame's time (compared as exact fractions of ffprobe's time bases).
+// Usage: key_table_check FILE.avi STREAMS.txt PACKETS.txt
+//   STREAMS.txt: ffprobe -show_entries stream=index,codec_type,time_base -of compact=p=0
+//   PACKETS.txt: ffprobe -show_entries packet=stream_index,pts,duration,size,pos,flags -of compact=p=0
+#include "kelqavi.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using fields = std::map<std::string, std::string>;
+
+std::vector<fields> read_compact(const char *path) {
+    std::vector<fields> out;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        fields f;
+        std::stringstream items(line);
+        std::string item;
+        while (std::getline(items, item, '|')) {
+            const size_t eq = item.find('=');
+            if (eq != std::string::npos) f[item.substr(0, eq)] = item.substr(eq + 1);
+        }
+        if (!f.empty()) out.push_back(f);
+    }
+    return out;
+}
+
+struct packet {
+    long long pts, duration, pos, size;
+    bool key;
+};
+
+struct stream {
+    std::string type;
+    long long tb_num = 0, tb_den = 1;
+    std::vector<packet> packets;
+};
+
+int failures = 0;
+
+void fail(const std::string &what) {
+    if (++failures <= 20) std::printf("MISMATCH: %s\n", what.c_str());
+}
+
+// a / b < c / d for positive b and d.
+bool less(__int128 a, __int128 b, __int128 c, __int128 d) { return a * d < c * b; }
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: key_table_check FILE STREAMS PACKETS\n");
+        return 2;
+    }
+    std::map<int, stream> streams;
+    for (const fields &f : read_compact(argv[2])) {
+        stream s;
+        s.type = f.at("codec_type");
+        std::sscanf(f.at("time_base").c_str(), "%lld/%lld", &s.tb_num, &s.tb_den);
+        streams[std::atoi(f.at("index").c_str())] = s;
+    }
+    for (const fields &f : read_compact(argv[3])) {
+        if (f.count("pos") == 0 || f.at("pos") == "N/A") continue;
+        packet p{std::atoll(f.at("pts").c_str()), std::atoll(f.at("duration").c_str()), std::atoll(f.at("pos").c_str()),
+                 std::atoll(f.at("size").c_str()), f.at("flags").find('K') != std::string::npos};
+        streams[std::atoi(f.at("stream_index").c_str())].packets.push_back(p);
+    }
+    int video = -1;
+    std::vector<int> audio;  // stream numbers, in order: the table's audio slots
+    for (const auto &s : streams) {
+        if (s.second.type == "video" && video < 0) video = s.first;
+        if (s.second.type == "audio") audio.push_back(s.first);
+    }
+    if (video < 0) {
+        std::printf("no video stream\n");
+        return 1;
+    }
+    aviin_handle *h = aviin_open(argv[1], 0);
+    if (h == nullptr) {
+        std::printf("the reader refuses %s\n", argv[1]);
+        return 1;
+    }
+    keyindex_table t;
+    keyindex_entry one;
+    if (aviin_init_keyindex(h, &t, &one, 1, static_cast<uint32_t>(video)) != 0) {
+        std::printf("no key-frame table\n");
+        return 1;
+    }
+    std::vector<keyindex_entry> entries(t.entry_total + 1);
+    aviin_init_keyindex(h, &t, entries.data(), static_cast<uint32_t>(entries.size()), static_cast<uint32_t>(video));
+    int r = 0;
+    while ((r = aviin_build_keyindex_entry(h, &t, 0)) == 0) {
+    }
+    if (r != 3) fail("the build did not complete");
+
+    // Frame N is the packet with pts N: the demuxer numbers frames by their
+    // chunks, and skips empty ones, which have no packet.
+    const stream &v = streams[video];
+    std::map<long long, const packet *> frame_packet;
+    for (const packet &p : v.packets) frame_packet[p.pts] = &p;
+    size_t checked = 0;
+    for (const auto &fp : frame_packet) {
+        const int32_t n = static_cast<int32_t>(fp.first);
+        keyindex_entry e;
+        if (aviin_read_key_table_by_frame_no(h, &t, n, &e, -1) != 0) {
+            fail("no key frame at or before frame " + std::to_string(n));
+            continue;
+        }
+        uint64_t header = 0;
+        if (aviin_get_video_offset(h, e, static_cast<uint32_t>(video), n, &header) != 0 ||
+            static_cast<long long>(header) + 8 != fp.second->pos)
+            fail("frame " + std::to_string(n) + ": " + std::to_string(static_cast<long long>(header) + 8) +
+                 ", ffprobe " + std::to_string(fp.second->pos));
+        ++checked;
+    }
+    // The key frames kept are the flagged packets.
+    std::vector<long long> flagged;
+    for (const packet &p : v.packets)
+        if (p.key) flagged.push_back(p.pts);
+    if (flagged.size() != t.count) fail("key frames: " + std::to_string(t.count) + ", ffprobe " + std::to_string(flagged.size()));
+    for (size_t i = 0; i < flagged.size() && i < t.count; ++i)
+        if (static_cast<long long>(entries[i].frame_no) != flagged[i])
+            fail("key frame " + std::to_string(i) + ": " + std::to_string(entries[i].frame_no) + ", ffprobe " +
+                 std::to_string(flagged[i]));
+
+    // Where idx1 offsets count from: the first key frame's header.
+    if (t.count == 0) fail("no key frames");
+    const long long base = t.count == 0 ? 0 : frame_packet[entries[0].frame_no]->pos - 8 - static_cast<long long>(entries[0].video_offset);
+    size_t audio_checked = 0;
+    for (uint32_t i = 0; i < t.count; ++i) {
+        const keyindex_entry &e = entries[i];
+        for (size_t slot = 0; slot < audio.size() && slot < KELQAVI_KEY_AUDIO_STREAMS; ++slot) {
+            const stream &a = streams[audio[slot]];
+            // The packet whose span covers the key frame's time, as exact fractions.
+            const __int128 key_num = static_cast<__int128>(e.frame_no) * v.tb_num, key_den = v.tb_den;
+            const packet *playing = nullptr;
+            for (const packet &p : a.packets) {
+                const bool started = !less(key_num, key_den, static_cast<__int128>(p.pts) * a.tb_num, a.tb_den);
+                const bool running = less(key_num, key_den, static_cast<__int128>(p.pts + p.duration) * a.tb_num, a.tb_den);
+                if (started && running) {
+                    playing = &p;
+                    break;
+                }
+            }
+            const std::string where = "key frame " + std::to_string(e.frame_no) + ", audio stream " + std::to_string(audio[slot]);
+            if (playing == nullptr) {
+                if (e.audio_offset[slot] != KELQAVI_NOT_FOUND) fail(where + ": ffprobe has no packet playing then");
+                continue;
+            }
+            const long long ours = e.audio_offset[slot] == KELQAVI_NOT_FOUND ? -1 : base + static_cast<long long>(e.audio_offset[slot]) + 8;
+            if (ours != playing->pos)
+                fail(where + ": chunk data at " + std::to_string(ours) + ", ffprobe " + std::to_string(playing->pos));
+            ++audio_checked;
+        }
+    }
+    aviin_close(h);
+    std::printf("%zu frames found through %u key frames; %zu audio positions at key frames checked\n", checked, t.count,
+                audio_checked);
+    if (failures != 0) std::printf("%d mismatches\n", failures);
+    return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,605 @@
+// The key-frame table and the frame and audio positions found from it, over
+// files laid out here with known chunk positions: every frame is looked up
+// through the table and compared with where it was put; each entry's audio
+// chunks are compared with the chunk that plays at the key frame's time,
+// worked out here in exact integer arithmetic.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "reader/reader_handle.h"
+#include "unit/reader/index_images.h"
+
+using namespace kelqtest;
+
+namespace {
+
+constexpr uint64_t not_found = KELQAVI_NOT_FOUND;
+
+// Stream 0: video, 25 frames a second (40 ms a frame). Stream 1: one 1152-
+// sample MPEG audio frame a chunk at 48000 Hz (24 ms a chunk), stored ahead
+// of the video it plays with. Stream 2: 16-bit PCM at 8000 Hz (16000 bytes a
+// second) in chunks of varying size, stored behind it; its stream header
+// counts blocks (rate 8000, scale 1), as most writers put it. JUNK chunks
+// (not indexed) now and then.
+struct synthetic {
+    indexed_file file;
+    std::vector<size_t> frames, mp3, pcm;  // chunk numbers, per stream in order
+    std::vector<uint64_t> pcm_before;      // PCM bytes before each PCM chunk
+    uint32_t key_every = 1;
+};
+
+struct layout_options {
+    uint32_t frames = 60;
+    uint32_t key_every = 10;
+    int64_t mp3_lead_us = 150000;
+    int64_t pcm_lag_us = 30000;
+    uint64_t pcm_us = 0;  // PCM only up to this time; 0: as long as the video
+    uint32_t first_key = 0;  // frames before the first key frame
+};
+
+synthetic make_synthetic(const layout_options &o) {
+    struct event {
+        int64_t at_us;
+        int order;
+        planned chunk;
+        int kind;  // 0 video, 1 mp3, 2 pcm, 3 junk
+    };
+    std::vector<event> events;
+    const int64_t video_us = static_cast<int64_t>(o.frames) * 40000;
+    for (uint32_t f = 0; f < o.frames; ++f) {
+        const bool key = f >= o.first_key && (f - o.first_key) % o.key_every == 0;
+        events.push_back({f * 40000ll, 0, {"00dc", filler(key ? 400 + f % 7 : 30 + f % 5, f), key}, 0});
+        if (f % 7 == 3) events.push_back({f * 40000ll + 1, 3, {"JUNK", filler(12, f), false, false}, 3});
+    }
+    for (uint32_t c = 0; c * 24000ll < video_us + 50000; ++c)
+        events.push_back({c * 24000ll - o.mp3_lead_us, 1, {"01wb", filler(96 + c % 3, 1000 + c)}, 1});
+    const uint32_t sizes[] = {800, 1200, 1000, 640};
+    const int64_t pcm_end = o.pcm_us != 0 ? static_cast<int64_t>(o.pcm_us) : video_us + 50000;
+    uint64_t bytes = 0;
+    for (uint32_t i = 0; static_cast<int64_t>(bytes) * 1000000 / 16000 < pcm_end; ++i) {
+        const uint32_t size = sizes[i % 4];
+        events.push_back({static_cast<int64_t>(bytes) * 1000000 / 16000 + o.pcm_lag_us, 2, {"02wb", filler(size, 2000 + i)}, 2});
+        bytes += size;
+    }
+    std::stable_sort(events.begin(), events.end(),
+                     [](const event &a, const event &b) { return a.at_us != b.at_us ? a.at_us < b.at_us : a.order < b.order; });
+    synthetic s;
+    s.key_every = o.key_every;
+    std::vector<planned> chunks;
+    uint64_t pcm_bytes = 0;
+    for (const event &e : events) {
+        if (e.kind == 0) s.frames.push_back(chunks.size());
+        if (e.kind == 1) s.mp3.push_back(chunks.size());
+        if (e.kind == 2) {
+            s.pcm.push_back(chunks.size());
+            s.pcm_before.push_back(pcm_bytes);
+            pcm_bytes += e.chunk.data.size();
+        }
+        chunks.push_back(e.chunk);
+    }
+    s.file = make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000),
+                                audio_list(1, 8000, 2, 1, 8000, 16000)}),
+                          chunks);
+    return s;
+}
+
+// The MPEG audio chunk playing at frame f: c * 1152 / 48000 <= f / 25 < (c + 1) * 1152 / 48000.
+int64_t mp3_chunk_at(const synthetic &s, uint32_t f) {
+    const uint64_t c = static_cast<uint64_t>(f) * 48000 / (25 * 1152);
+    return c < s.mp3.size() ? static_cast<int64_t>(c) : -1;
+}
+
+// The PCM chunk playing at frame f: before * 25 <= f * 16000 < (before + size) * 25.
+int64_t pcm_chunk_at(const synthetic &s, uint32_t f) {
+    for (size_t i = 0; i < s.pcm.size(); ++i) {
+        const uint64_t end = s.pcm_before[i] + s.file.chunks[s.pcm[i]].size;
+        if (s.pcm_before[i] * 25 <= f * 16000ull && f * 16000ull < end * 25) return static_cast<int64_t>(i);
+    }
+    return -1;
+}
+
+struct table {
+    std::vector<keyindex_entry> storage;
+    keyindex_table t;
+    explicit table(uint32_t capacity) : storage(capacity) { std::memset(&t, 0, sizeof t); }
+};
+
+// Builds the whole table in slices of `slice` entries; the number of calls.
+int build(aviin_handle *h, table &tab, uint32_t capacity_check_stream = 0, uint32_t slice = 0) {
+    EXPECT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), static_cast<uint32_t>(tab.storage.size()),
+                                  capacity_check_stream),
+              0);
+    int calls = 0, r = 0;
+    while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) {
+        if (++calls > 100000) break;
+    }
+    EXPECT_EQ(r, 3);
+    return calls + 1;
+}
+
+uint64_t header_of(const synthetic &s, size_t chunk) { return static_cast<uint64_t>(s.file.chunks[chunk].header); }
+
+// Every frame, from the key frame at or before it, lands on its own chunk.
+void expect_every_frame_found(aviin_handle *h, const synthetic &s, const table &tab) {
+    for (uint32_t f = 0; f < s.frames.size(); ++f) {
+        keyindex_entry e;
+        const int r = aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(f), &e, -1);
+        if (r == 3) continue;  // before the first key frame
+        ASSERT_EQ(r, 0) << f;
+        EXPECT_LE(e.frame_no, f);
+        uint64_t pos = 0;
+        ASSERT_EQ(aviin_get_video_offset(h, e, 0, static_cast<int32_t>(f), &pos), 0) << f;
+        EXPECT_EQ(pos, header_of(s, s.frames[f])) << "frame " << f;
+    }
+}
+
+// Each entry's audio: the chunk playing at the key frame's time, and the
+// chunks (fixed-duration audio) or bytes (PCM) before it.
+void expect_audio_at_key_frames(const synthetic &s, const table &tab) {
+    for (uint32_t i = 0; i < tab.t.count; ++i) {
+        const keyindex_entry &e = tab.storage[i];
+        SCOPED_TRACE("key frame " + std::to_string(e.frame_no));
+        EXPECT_EQ(e.video_offset, s.file.relative(s.file.chunks[s.frames[e.frame_no]].header));
+        EXPECT_EQ(e.video_size, s.file.chunks[s.frames[e.frame_no]].size);
+        const int64_t m = mp3_chunk_at(s, e.frame_no);
+        ASSERT_GE(m, 0);
+        EXPECT_EQ(e.audio_offset[0], s.file.relative(s.file.chunks[s.mp3[static_cast<size_t>(m)]].header));
+        EXPECT_EQ(e.audio_count[0], static_cast<uint32_t>(m));
+        const int64_t p = pcm_chunk_at(s, e.frame_no);
+        if (p < 0) {
+            EXPECT_EQ(e.audio_offset[1], not_found);
+            EXPECT_EQ(e.audio_count[1], 0xFFFFFFFFu);
+        } else {
+            EXPECT_EQ(e.audio_offset[1], s.file.relative(s.file.chunks[s.pcm[static_cast<size_t>(p)]].header));
+            EXPECT_EQ(e.audio_count[1], s.pcm_before[static_cast<size_t>(p)]);
+        }
+        for (int k = 2; k < KELQAVI_KEY_AUDIO_STREAMS; ++k) EXPECT_EQ(e.audio_offset[k], not_found);
+        // The entry's idx1 position names the key frame's own entry.
+        const size_t n = e.index_position / 16;
+        ASSERT_LT(n, s.file.index_order.size());
+        EXPECT_EQ(s.file.index_order[n], s.frames[e.frame_no]);
+    }
+}
+
+class key_spacing : public ::testing::TestWithParam<uint32_t> {};
+
+TEST_P(key_spacing, every_frame_is_found_from_its_key_frame_and_every_key_frame_has_its_audio) {
+    layout_options o;
+    o.key_every = GetParam();
+    const synthetic s = make_synthetic(o);
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(100);
+    build(h, tab);
+    EXPECT_EQ(tab.t.count, (60 + o.key_every - 1) / o.key_every);
+    EXPECT_EQ(tab.t.frames_scanned, 60u);
+    EXPECT_EQ(tab.t.stride, 1u);
+    for (uint32_t i = 0; i < tab.t.count; ++i) EXPECT_EQ(tab.storage[i].frame_no, i * o.key_every);
+    expect_audio_at_key_frames(s, tab);
+    expect_every_frame_found(h, s, tab);
+}
+
+INSTANTIATE_TEST_SUITE_P(every_1_2_and_10_frames, key_spacing, ::testing::Values(1u, 2u, 10u));
+
+TEST(key_table, a_table_built_in_slices_equals_one_built_at_once) {
+    const synthetic s = make_synthetic(layout_options{});
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table whole(20);
+    build(h, whole);
+    for (uint32_t slice : {1u, 3u, 17u, 64u}) {
+        table sliced(20);
+        const int calls = build(h, sliced, 0, slice);
+        EXPECT_GE(calls, static_cast<int>(s.file.index_order.size() / slice)) << slice;
+        ASSERT_EQ(sliced.t.count, whole.t.count) << slice;
+        EXPECT_EQ(std::memcmp(sliced.storage.data(), whole.storage.data(), whole.t.count * sizeof(keyindex_entry)), 0)
+            << slice;
+    }
+    // Once complete, building more does nothing.
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &whole.t, 0), 3);
+}
+
+TEST(key_table, a_partly_built_table_answers_for_the_frames_scanned_so_far) {
+    const synthetic s = make_synthetic(layout_options{});
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
+    ASSERT_EQ(aviin_build_keyindex_entry(h, &tab.t, 60), 0);
+    const uint32_t scanned = tab.t.frames_scanned;
+    ASSERT_GT(scanned, 10u);
+    ASSERT_LT(scanned, 60u);
+    keyindex_entry e;
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned - 1), &e, -1), 0);
+    // Beyond the scan: 3, but the latest key frame known is still handed out.
+    std::memset(&e, 0xAB, sizeof e);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned), &e, -1), 3);
+    EXPECT_EQ(e.frame_no, tab.storage[tab.t.count - 1].frame_no);
+    std::memset(&e, 0xAB, sizeof e);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned), &e, 1), 3);
+    EXPECT_EQ(e.frame_no, 0xABABABABu);
+}
+
+TEST(key_table, a_full_table_keeps_every_second_key_frame_and_still_finds_every_frame) {
+    layout_options o;
+    o.frames = 200;
+    o.key_every = 2;  // 100 key frames
+    const synthetic s = make_synthetic(o);
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    for (uint32_t capacity : {1u, 3u, 7u, 16u}) {
+        SCOPED_TRACE("capacity " + std::to_string(capacity));
+        table tab(capacity);
+        build(h, tab, 0, 5);
+        ASSERT_LE(tab.t.count, capacity);
+        ASSERT_GE(tab.t.count, 1u);
+        // stride is the smallest power of two that lets 100 key frames fit.
+        uint32_t stride = 1;
+        while ((100 + stride - 1) / stride > capacity && stride < 128) stride *= 2;
+        if (capacity > 1) {
+            EXPECT_EQ(tab.t.stride, stride);
+            EXPECT_EQ(tab.t.count, (100 + stride - 1) / stride);
+        }
+        for (uint32_t i = 0; i < tab.t.count; ++i) EXPECT_EQ(tab.storage[i].frame_no, i * 2 * tab.t.stride);
+        expect_audio_at_key_frames(s, tab);
+        expect_every_frame_found(h, s, tab);
+    }
+}
+
+TEST(key_table, audio_that_ends_before_a_key_frame_is_not_found_there) {
+    layout_options o;
+    o.pcm_us = 1000000;  // one second of PCM under 2.4 s of video
+    const synthetic s = make_synthetic(o);
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    build(h, tab);
+    ASSERT_EQ(tab.t.count, 6u);
+    EXPECT_NE(tab.storage[2].audio_offset[1], not_found);  // 0.8 s
+    EXPECT_EQ(tab.storage[3].audio_offset[1], not_found);  // 1.2 s
+    expect_audio_at_key_frames(s, tab);
+}
+
+TEST(key_table, lookups_at_after_and_outside) {
+    layout_options o;
+    o.first_key = 3;  // frames 0 to 2 come before any key frame
+    const synthetic s = make_synthetic(o);
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    build(h, tab);
+    ASSERT_EQ(tab.t.count, 6u);  // 3, 13, ..., 53
+    keyindex_entry e;
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 2, &e, -1), 3);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 2, &e, 1), 0);
+    EXPECT_EQ(e.frame_no, 3u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 13, &e, -1), 0);
+    EXPECT_EQ(e.frame_no, 13u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 13, &e, 1), 0);
+    EXPECT_EQ(e.frame_no, 13u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 14, &e, -1), 0);
+    EXPECT_EQ(e.frame_no, 13u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 14, &e, 1), 0);
+    EXPECT_EQ(e.frame_no, 23u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 59, &e, -1), 0);
+    EXPECT_EQ(e.frame_no, 53u);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 54, &e, 1), 3);  // no key frame after 53
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 60, &e, -1), 3);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, -1, &e, -1), 3);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, &e, 0), 1);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, &e, 2), 1);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, nullptr, -1), 1);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, nullptr, 10, &e, -1), 1);
+    keyindex_table broken = tab.t;
+    broken.count = broken.capacity + 1;
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &broken, 10, &e, -1), 1);
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &broken, 0), 1);
+    expect_every_frame_found(h, s, tab);
+}
+
+TEST(key_table, stepping_through_the_key_frames_both_ways) {
+    const synthetic s = make_synthetic(layout_options{});
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    build(h, tab);
+    keyindex_entry e;
+    ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 0, &e, 1), 0);
+    std::vector<uint32_t> forward{e.frame_no};
+    int r = 0;
+    while ((r = aviin_get_next_key_index(h, &tab.t, &e, &e, 1)) == 0) forward.push_back(e.frame_no);
+    EXPECT_EQ(r, 3);
+    EXPECT_EQ(forward, (std::vector<uint32_t>{0, 10, 20, 30, 40, 50}));
+    std::vector<uint32_t> backward{e.frame_no};
+    while ((r = aviin_get_next_key_index(h, &tab.t, &e, &e, -1)) == 0) backward.push_back(e.frame_no);
+    EXPECT_EQ(r, 3);
+    EXPECT_EQ(backward, (std::vector<uint32_t>{50, 40, 30, 20, 10, 0}));
+    // A frame that is not a key frame of the table.
+    keyindex_entry other = e;
+    other.frame_no = 5;
+    EXPECT_EQ(aviin_get_next_key_index(h, &tab.t, &other, &e, 1), 1);
+    EXPECT_EQ(aviin_get_next_key_index(h, &tab.t, &e, &e, 0), 1);
+}
+
+TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
+    const synthetic s = make_synthetic(layout_options{});
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    std::vector<keyindex_entry> storage(4);
+    keyindex_table t;
+    std::memset(&t, 0x5A, sizeof t);
+    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 0, 0), 1);
+    EXPECT_EQ(t.count, 0u);  // zeroed
+    EXPECT_EQ(aviin_init_keyindex(h, &t, nullptr, 4, 0), 1);
+    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 1), 1);   // an audio stream
+    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 20), 1);  // no such slot
+    EXPECT_EQ(aviin_init_keyindex(nullptr, &t, storage.data(), 4, 0), 1);
+    EXPECT_EQ(aviin_init_keyindex(h, nullptr, storage.data(), 4, 0), 1);
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), 1);  // after a failed set-up
+    const indexed_file bare =
+        make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false);
+    open_file no_index(bare.bytes);
+    ASSERT_NE(no_index.get(), nullptr);
+    EXPECT_EQ(aviin_init_keyindex(no_index, &t, storage.data(), 4, 0), 1);
+}
+
+// ---------------------------------------------------------------------------
+// Bad indexes: failures, never reads outside the file or endless walks.
+// ---------------------------------------------------------------------------
+
+TEST(key_table_bad_index, offsets_counted_from_the_start_of_the_file_are_refused) {
+    layout_options o;
+    const synthetic good = make_synthetic(o);
+    std::vector<planned> chunks;
+    // The same chunks with absolute offsets in idx1.
+    open_file h(make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000),
+                                   audio_list(1, 8000, 2, 2, 16000)}),
+                             {{"00dc", filler(400, 1), true}, {"01wb", filler(96, 2)}, {"00dc", filler(30, 3)},
+                              {"00dc", filler(400, 4), true}},
+                             index_offsets::absolute)
+                    .bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(8);
+    ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 8, 0), 0);
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &tab.t, 0), 1);
+    EXPECT_EQ(tab.t.count, 0u);
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &tab.t, 0), 1);  // and again
+}
+
+TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
+    const synthetic s = make_synthetic(layout_options{});
+    for (const char *which : {"key frame", "audio"}) {
+        SCOPED_TRACE(which);
+        indexed_file f = s.file;
+        const int64_t idx1 = f.bytes.find("idx1");
+        // The third key frame, or the fifth PCM chunk, moved past the end of the file.
+        size_t target = 0;
+        if (std::string(which) == "key frame") target = s.frames[20];
+        else target = s.pcm[4];
+        const size_t n = static_cast<size_t>(std::find(f.index_order.begin(), f.index_order.end(), target) - f.index_order.begin());
+        f.bytes.set_u32(static_cast<size_t>(idx1) + 8 + 16 * n + 8, static_cast<uint32_t>(f.bytes.size()));
+        open_file h(f.bytes);
+        ASSERT_NE(h.get(), nullptr);
+        table tab(20);
+        ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
+        int r = 0, calls = 0;
+        while ((r = aviin_build_keyindex_entry(h, &tab.t, 7)) == 0 && ++calls < 1000) {
+        }
+        EXPECT_EQ(r, 1);
+        EXPECT_LE(tab.t.count, 3u);
+        // What was found before the bad entry still works.
+        ASSERT_GT(tab.t.frames_scanned, 0u);
+        const int32_t last = static_cast<int32_t>(tab.t.frames_scanned - 1);
+        keyindex_entry e;
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, last, &e, -1), 0);
+        uint64_t pos = 0;
+        EXPECT_EQ(aviin_get_video_offset(h, e, 0, last, &pos), 0);
+        EXPECT_EQ(pos, header_of(s, s.frames[static_cast<size_t>(last)]));
+    }
+}
+
+TEST(key_table_bad_index, a_key_entry_naming_the_wrong_chunk_makes_the_frame_walk_fail) {
+    const synthetic s = make_synthetic(layout_options{});
+    indexed_file f = s.file;
+    const int64_t idx1 = f.bytes.find("idx1");
+    // The key frame at 20 points at the audio chunk before it instead.
+    const size_t n = static_cast<size_t>(std::find(f.index_order.begin(), f.index_order.end(), s.frames[20]) - f.index_order.begin());
+    f.bytes.set_u32(static_cast<size_t>(idx1) + 8 + 16 * n + 8, static_cast<uint32_t>(f.relative(f.chunks[s.frames[20] - 1].header)));
+    open_file h(f.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    build(h, tab);
+    keyindex_entry e;
+    ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 25, &e, -1), 0);
+    ASSERT_EQ(e.frame_no, 20u);
+    uint64_t pos = 12345;
+    EXPECT_EQ(aviin_get_video_offset(h, e, 0, 25, &pos), 1);
+    EXPECT_EQ(pos, 12345u);
+    // A table used with the wrong stream number fails the same way.
+    ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 35, &e, -1), 0);
+    EXPECT_EQ(aviin_get_video_offset(h, e, 1, 35, &pos), 1);
+    EXPECT_EQ(aviin_get_video_offset(h, e, 0, 35, &pos), 0);
+    EXPECT_EQ(pos, header_of(s, s.frames[35]));
+}
+
+TEST(key_table_bad_index, a_table_from_another_file_fails_instead_of_walking_elsewhere) {
+    const synthetic one = make_synthetic(layout_options{});
+    layout_options o;
+    o.mp3_lead_us = 0;
+    o.key_every = 3;
+    const synthetic two = make_synthetic(o);
+    open_file h1(one.file.bytes), h2(two.file.bytes);
+    ASSERT_NE(h1.get(), nullptr);
+    ASSERT_NE(h2.get(), nullptr);
+    table tab(30);
+    build(h2, tab);
+    int failed = 0;
+    for (uint32_t f = 0; f < 60; ++f) {
+        keyindex_entry e;
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(h1, &tab.t, static_cast<int32_t>(f), &e, -1), 0);
+        uint64_t pos = not_found;
+        const int r = aviin_get_video_offset(h1, e, 0, static_cast<int32_t>(f), &pos);
+        // Either the walk notices, or it happens to start on a frame of the
+        // right stream; it never reports a position that is not a frame's.
+        if (r != 0) ++failed;
+        else if (pos != not_found) {
+            bool is_frame = false;
+            for (size_t c : one.frames) is_frame = is_frame || header_of(one, c) == pos;
+            EXPECT_TRUE(is_frame) << f;
+        }
+    }
+    EXPECT_GT(failed, 0);
+}
+
+// ---------------------------------------------------------------------------
+// The frame walk's rules.
+// ---------------------------------------------------------------------------
+
+class frame_walk : public ::testing::Test {
+protected:
+    frame_walk() : s(make_synthetic(layout_options{})), h(s.file.bytes), tab(20) { build(h, tab); }
+    keyindex_entry entry(int32_t frame) {
+        keyindex_entry e;
+        EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, frame, &e, -1), 0);
+        return e;
+    }
+    synthetic s;
+    open_file h;
+    table tab;
+};
+
+TEST_F(frame_walk, a_key_frame_is_its_own_first_count) {
+    uint64_t pos = 0;
+    ASSERT_EQ(aviin_get_video_offset(h, entry(30), 0, 30, &pos), 0);
+    EXPECT_EQ(pos, header_of(s, s.frames[30]));
+}
+
+TEST_F(frame_walk, a_key_frame_after_the_frame_leaves_the_position_unwritten) {
+    uint64_t pos = 4242;
+    EXPECT_EQ(aviin_get_video_offset(h, entry(30), 0, 29, &pos), 0);
+    EXPECT_EQ(pos, 4242u);
+}
+
+TEST_F(frame_walk, a_frame_past_the_last_ends_with_the_last_frame_counted) {
+    uint64_t pos = 0;
+    EXPECT_EQ(aviin_get_video_offset(h, entry(59), 0, 70, &pos), 1);
+    EXPECT_EQ(pos, header_of(s, s.frames[59]));
+}
+
+TEST_F(frame_walk, the_walk_stands_after_the_frame_for_reading_on) {
+    uint64_t pos = 0;
+    ASSERT_EQ(aviin_get_video_offset(h, entry(14), 0, 14, &pos), 0);
+    uint32_t type = 0, stream = 0, size = 0;
+    uint64_t data = 0;
+    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
+    EXPECT_EQ(static_cast<int64_t>(data) - 8, s.file.chunks[s.frames[14] + 1].header);
+}
+
+TEST_F(frame_walk, a_size_that_steps_backwards_ends_the_walk) {
+    indexed_file f = s.file;
+    // Frame 13's chunk claims a size that moves the walk back onto itself.
+    f.bytes.set_u32(static_cast<size_t>(f.chunks[s.frames[13]].header) + 4, 0xFFFFFFF8u);
+    open_file bad(f.bytes);
+    ASSERT_NE(bad.get(), nullptr);
+    uint64_t pos = 0;
+    EXPECT_EQ(aviin_get_video_offset(bad, entry(15), 0, 15, &pos), 1);
+    EXPECT_EQ(pos, header_of(s, s.frames[12]));  // the chunk that steps back is not counted
+}
+
+TEST_F(frame_walk, a_persistent_read_error_ends_the_walk) {
+    h.get()->current_list->status = 1;
+    uint64_t pos = 0;
+    EXPECT_EQ(aviin_get_video_offset(h, entry(15), 0, 15, &pos), 1);
+    uint64_t a = 0, b = 0, c = 0, d = 0;
+    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 0, 3, 5, 1.0f, &a, &b, 1, &c, &d), 1);
+}
+
+TEST(frame_walk_raw, frames_stored_uncompressed_are_never_counted) {
+    const indexed_file f = make_indexed(hdrl({video_list(1, 25)}),
+                                        {{"00dc", filler(40, 1), true}, {"00db", filler(40, 2)}, {"00db", filler(40, 3)}});
+    open_file h(f.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(4);
+    build(h, tab);
+    EXPECT_EQ(tab.t.frames_scanned, 1u);
+    uint64_t pos = 0;
+    EXPECT_EQ(aviin_get_video_offset(h, tab.storage[0], 0, 1, &pos), 1);
+    EXPECT_EQ(static_cast<int64_t>(pos), f.chunks[0].header);
+}
+
+// ---------------------------------------------------------------------------
+// Spans of frames with their audio.
+// ---------------------------------------------------------------------------
+
+struct offsets {
+    int result = -1;
+    uint64_t video_start = 0, video_end = 0, audio_first = 0, audio_last = 0;
+};
+
+offsets span_of(aviin_handle *h, const keyindex_table *t, uint32_t video, int32_t from, int32_t to, float end_time,
+                int32_t audio) {
+    offsets o;
+    o.result = aviin_get_chunk_offsets(h, t, video, from, to, end_time, &o.video_start, &o.video_end, audio,
+                                       &o.audio_first, &o.audio_last);
+    return o;
+}
+
+TEST_F(frame_walk, with_both_frames_found_the_audio_is_not_looked_for) {
+    offsets o = span_of(h, &tab.t, 0, 12, 27, 2.0f, 1);
+    EXPECT_EQ(o.result, 0);
+    EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
+    EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
+    EXPECT_EQ(o.audio_first, not_found);
+    EXPECT_EQ(o.audio_last, not_found);
+    o = span_of(h, &tab.t, 0, 12, 27, 2.0f, -1);
+    EXPECT_EQ(o.result, 0);
+    EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
+}
+
+TEST_F(frame_walk, a_missing_frame_sends_the_search_to_the_audio) {
+    // Stream 1 has no "dc" chunks, so neither frame is found and the audio
+    // search runs: MPEG audio chunks start every 24 ms; frame 12's time is
+    // 0.4805 s with the half-millisecond the search adds.
+    const offsets o = span_of(h, &tab.t, 1, 12, 27, 0.61f, 1);
+    EXPECT_EQ(o.result, 0);
+    EXPECT_EQ(o.video_start, not_found);
+    EXPECT_EQ(o.video_end, not_found);
+    EXPECT_EQ(o.audio_first, header_of(s, s.mp3[21]));  // starts at 0.504 s
+    EXPECT_EQ(o.audio_last, header_of(s, s.mp3[26]));   // the first to start at or past 0.61 s
+    // The PCM stream, timed by bytes from the key frame's time.
+    const offsets p = span_of(h, &tab.t, 1, 10, 27, 0.61f, 2);
+    EXPECT_EQ(p.result, 0);
+    EXPECT_EQ(p.audio_first, header_of(s, s.pcm[static_cast<size_t>(pcm_chunk_at(s, 10))]));
+}
+
+TEST_F(frame_walk, spans_the_search_refuses) {
+    // A start more than 0.1 s after the end time.
+    EXPECT_EQ(span_of(h, &tab.t, 1, 30, 31, 1.0f, 1).result, 1);
+    // Frames outside the table.
+    EXPECT_EQ(span_of(h, &tab.t, 0, 12, 80, 2.0f, 1).result, 1);
+    EXPECT_EQ(span_of(h, &tab.t, 0, -1, 5, 2.0f, 1).result, 1);
+    // Audio streams beyond the eight the table follows, or no stream at all.
+    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, 25).result, 1);
+    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, -2).result, 1);
+    h.get()->streams[1].kind_index = KELQAVI_KEY_AUDIO_STREAMS;  // as the ninth audio stream would be
+    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, 1).result, 1);
+    EXPECT_EQ(span_of(h, nullptr, 0, 12, 27, 2.0f, 1).result, 1);
+}
+
+TEST(frame_walk_audio, audio_the_key_frame_has_none_of_is_refused) {
+    layout_options o;
+    o.pcm_us = 1000000;
+    const synthetic s = make_synthetic(o);
+    open_file h(s.file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    table tab(20);
+    build(h, tab);
+    EXPECT_EQ(span_of(h, &tab.t, 1, 45, 50, 2.0f, 2).result, 1);
+    EXPECT_EQ(span_of(h, &tab.t, 1, 45, 50, 2.0f, 1).result, 0);
+}
+
+}  // namespace

@@ -1,0 +1,287 @@
+// The legacy index calls over files whose idx1 is known: reading entries and
+// their bounds, moving the walk to an entry's chunk, the duration of one chunk
+// by type, and the time-range search in its two timing modes.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "unit/reader/index_images.h"
+
+using namespace kelqtest;
+
+namespace {
+
+// Stream 0 video at 25 frames a second; stream 1 audio of one 1152-sample
+// frame a chunk at 48000 Hz (24 ms a chunk); stream 2 16-bit PCM at 16000
+// bytes a second, timed by its chunk sizes.
+byte_image three_stream_hdrl() {
+    return hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000), audio_list(1, 8000, 2, 2, 16000)});
+}
+
+std::vector<planned> three_stream_chunks() {
+    return {
+        {"00dc", filler(300, 1), true},  {"01wb", filler(96, 2)},   {"02wb", filler(1600, 3)},
+        {"00dc", filler(41, 4)},         {"01wb", filler(97, 5)},   {"00dc", filler(40, 6)},
+        {"02wb", filler(800, 7)},        {"01wb", filler(98, 8)},   {"00dc", filler(310, 9), true},
+        {"JUNK", filler(20, 10), false, false}, {"01wb", filler(99, 11)}, {"02wb", filler(3200, 12)},
+    };
+}
+
+struct entry_fields {
+    int result = -1;
+    uint32_t stream = 99, type = 99, size = 99, key = 99;
+};
+
+entry_fields entry_at(aviin_handle *h, uint32_t n) {
+    entry_fields e;
+    e.result = aviin_get_idx1_entry(h, n, &e.stream, &e.type, &e.size, &e.key);
+    return e;
+}
+
+// The next chunk of the walk, its id and its data.
+std::pair<std::string, std::vector<uint8_t>> next_chunk(aviin_handle *h) {
+    std::vector<uint8_t> buffer(8192);
+    uint32_t type = 0, stream = 0;
+    int32_t size = static_cast<int32_t>(buffer.size());
+    char name[5] = {0, 0, 0, 0, 0};
+    if (aviin_get_next_chunk2(h, &type, &stream, buffer.data(), &size, name) != 0) return {"", {}};
+    buffer.resize(static_cast<size_t>(size));
+    return {name, buffer};
+}
+
+class legacy_index : public ::testing::Test {
+protected:
+    legacy_index() : file(make_indexed(three_stream_hdrl(), three_stream_chunks())), h(file.bytes) {}
+    indexed_file file;
+    open_file h;
+};
+
+TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) {
+    ASSERT_NE(h.get(), nullptr);
+    ASSERT_EQ(file.index_order.size(), 11u);
+    for (uint32_t n = 0; n < file.index_order.size(); ++n) {
+        const laid &c = file.chunks[file.index_order[n]];
+        const entry_fields e = entry_at(h, n);
+        SCOPED_TRACE("entry " + std::to_string(n) + " " + c.id);
+        EXPECT_EQ(e.result, 0);
+        EXPECT_EQ(e.stream, static_cast<uint32_t>(c.id[1] - '0'));
+        EXPECT_EQ(e.type, c.id.substr(2) == "dc" ? 3u : 1u);
+        EXPECT_EQ(e.size, c.size);
+        EXPECT_EQ(e.key, c.key ? 16u : 0u);  // the flag word ANDed with 0x10, not 1
+    }
+}
+
+TEST_F(legacy_index, the_entry_after_the_last_fails_and_leaves_outputs_and_walk_alone) {
+    ASSERT_NE(h.get(), nullptr);
+    EXPECT_EQ(entry_at(h, 10).result, 0);
+    const entry_fields past = entry_at(h, 11);
+    EXPECT_EQ(past.result, 1);
+    EXPECT_EQ(past.stream, 99u);
+    EXPECT_EQ(past.size, 99u);
+    EXPECT_EQ(entry_at(h, 0xFFFFFFF).result, 1);
+    // Reading entries does not move the walk: it still starts at the first chunk.
+    const auto first = next_chunk(h);
+    EXPECT_EQ(first.first, "00dc");
+    EXPECT_EQ(first.second, filler(300, 1).bytes());
+}
+
+TEST_F(legacy_index, an_entry_number_whose_byte_position_wraps_in_32_bits_reads_the_entry_it_wraps_to) {
+    ASSERT_NE(h.get(), nullptr);
+    // 0x10000001 * 16 is 16 in 32 bits: entry 1, as the index size is 32-bit too.
+    const entry_fields e = entry_at(h, 0x10000001);
+    EXPECT_EQ(e.result, 0);
+    EXPECT_EQ(e.stream, 1u);
+    EXPECT_EQ(e.size, 96u);
+}
+
+TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_read) {
+    ASSERT_NE(h.get(), nullptr);
+    // Out of order, so that each move really moves.
+    for (uint32_t n : {7u, 0u, 10u, 3u, 8u, 1u}) {
+        const size_t c = file.index_order[n];
+        ASSERT_EQ(aviin_goto_idx1_sample(h, n), 0) << n;
+        const auto chunk = next_chunk(h);
+        EXPECT_EQ(chunk.first, file.chunks[c].id) << n;
+        EXPECT_EQ(chunk.second, three_stream_chunks()[c].data.bytes()) << n;
+    }
+    // The header walk sees the same chunk.
+    ASSERT_EQ(aviin_goto_idx1_sample(h, 8), 0);
+    uint32_t type = 0, stream = 0, size = 0;
+    uint64_t data = 0;
+    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
+    EXPECT_EQ(static_cast<int64_t>(data), file.chunks[file.index_order[8]].header + 8);
+    // Entry 8 is the last video frame; the JUNK chunk after it is not indexed,
+    // and the walk meets it after the frame.
+    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
+    EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
+}
+
+TEST_F(legacy_index, moving_past_the_index_is_the_end_of_data) {
+    ASSERT_NE(h.get(), nullptr);
+    ASSERT_EQ(aviin_goto_idx1_sample(h, 3), 0);
+    EXPECT_EQ(aviin_goto_idx1_sample(h, 11), 3);
+    EXPECT_EQ(aviin_goto_idx1_sample(h, 1000), 3);
+}
+
+TEST(legacy_index_absent, every_index_call_fails_without_an_index) {
+    const indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks(), index_offsets::movi_relative, false);
+    open_file h(file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    EXPECT_EQ(entry_at(h, 0).result, 1);
+    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 1);
+    uint32_t first = 77, last = 77;
+    EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, &last), 1);
+    EXPECT_EQ(first, 77u);
+    // The walk was left alone.
+    EXPECT_EQ(next_chunk(h).first, "00dc");
+}
+
+TEST_F(legacy_index, durations_by_chunk_type) {
+    ASSERT_NE(h.get(), nullptr);
+    uint32_t num = 0, den = 0;
+    ASSERT_EQ(aviin_get_sample_duration(h, 0, 3, 0, &num, &den), 0);
+    EXPECT_EQ(num, 1u);
+    EXPECT_EQ(den, 25u);
+    // One MPEG audio frame of 1152 samples, whatever the caller's byte count.
+    ASSERT_EQ(aviin_get_sample_duration(h, 1, 1, 417, &num, &den), 0);
+    EXPECT_EQ(num, 1152u);
+    EXPECT_EQ(den, 48000u);
+    // Bytes over the rate.
+    ASSERT_EQ(aviin_get_sample_duration(h, 2, 1, 417, &num, &den), 0);
+    EXPECT_EQ(num, 417u);
+    EXPECT_EQ(den, 16000u);
+    // Per-frame data lasts nothing; the den comes from the audio table at the
+    // video stream's own index (0 here: stream 1's format).
+    ASSERT_EQ(aviin_get_sample_duration(h, 0, 4, 417, &num, &den), 0);
+    EXPECT_EQ(num, 0u);
+    EXPECT_EQ(den, 48000u);
+    num = den = 55;
+    for (uint32_t type : {0u, 2u, 5u, 6u, 7u, 8u, 10u}) EXPECT_EQ(aviin_get_sample_duration(h, 0, type, 1, &num, &den), 1) << type;
+    EXPECT_EQ(aviin_get_sample_duration(h, 20, 3, 1, &num, &den), 1);
+    EXPECT_EQ(num, 55u);
+    EXPECT_EQ(den, 55u);
+}
+
+TEST(legacy_index_durations, only_1152_counts_as_a_whole_frame_here_not_576) {
+    const indexed_file file = make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 22050, 576, 576, 22050)}),
+                                           {{"00dc", filler(10, 1), true}, {"01wb", filler(10, 2)}});
+    open_file h(file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    uint32_t num = 0, den = 0;
+    ASSERT_EQ(aviin_get_sample_duration(h, 1, 1, 333, &num, &den), 0);
+    EXPECT_EQ(num, 333u);
+    EXPECT_EQ(den, 22050u);
+}
+
+struct span {
+    int result = -1;
+    uint32_t first = 77, last = 77;
+};
+
+span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float end) {
+    span s;
+    s.result = aviin_get_start_end_by_time(h, stream, type, start, end, &s.first, &s.last);
+    return s;
+}
+
+// Stream 1 has four chunks starting at 0, 24, 48 and 72 ms; a chunk's time
+// in this mode is its start.
+TEST_F(legacy_index, the_search_over_fixed_duration_audio_compares_chunk_starts) {
+    ASSERT_NE(h.get(), nullptr);
+    span s = search(h, 1, 1, 0.0f, 0.03f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.first, 0u);
+    EXPECT_EQ(s.last, 2u);  // 48 ms is the first start at or past 30 ms
+    s = search(h, 1, 1, 0.01f, 0.05f);
+    EXPECT_EQ(s.first, 1u);
+    EXPECT_EQ(s.last, 3u);
+    // An end beyond every chunk: last is the stream's last entry.
+    s = search(h, 1, 1, 0.03f, 10.0f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.first, 2u);
+    EXPECT_EQ(s.last, 3u);
+    // Start and end both beyond every chunk.
+    s = search(h, 1, 1, 1.0f, 2.0f);
+    EXPECT_EQ(s.result, 1);
+    EXPECT_EQ(s.first, 77u);
+    EXPECT_EQ(s.last, 77u);
+}
+
+// Stream 2's chunks end at 100, 150 and 350 ms; here a chunk's time is its end.
+TEST_F(legacy_index, the_search_over_byte_timed_audio_compares_chunk_ends) {
+    ASSERT_NE(h.get(), nullptr);
+    span s = search(h, 2, 1, 0.05f, 0.12f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.first, 0u);  // the first chunk ends at 100 ms, past 50 ms
+    EXPECT_EQ(s.last, 1u);
+    s = search(h, 2, 1, 0.12f, 0.2f);
+    EXPECT_EQ(s.first, 1u);
+    EXPECT_EQ(s.last, 2u);
+    s = search(h, 2, 1, 0.4f, 0.5f);
+    EXPECT_EQ(s.result, 1);
+}
+
+TEST_F(legacy_index, an_end_reached_before_the_start_leaves_first_alone) {
+    ASSERT_NE(h.get(), nullptr);
+    // Times never fall back, so this takes an end before the start.
+    const span s = search(h, 1, 1, 0.06f, 0.02f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.first, 77u);
+    EXPECT_EQ(s.last, 1u);
+}
+
+TEST_F(legacy_index, for_other_types_every_entry_has_time_zero) {
+    ASSERT_NE(h.get(), nullptr);
+    span s = search(h, 0, 3, 0.0f, 0.0f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.first, 0u);
+    EXPECT_EQ(s.last, 0u);
+    s = search(h, 0, 3, 0.0f, 5.0f);  // never reached: the last of the four frames
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.last, 3u);
+    EXPECT_EQ(search(h, 0, 3, 0.5f, 5.0f).result, 1);
+    // A stream with no entries of the type.
+    EXPECT_EQ(search(h, 5, 3, 0.0f, 1.0f).result, 1);
+}
+
+TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
+    ASSERT_NE(h.get(), nullptr);
+    ASSERT_EQ(aviin_goto_idx1_sample(h, 4), 0);
+    EXPECT_EQ(search(h, 2, 1, 0.0f, 1.0f).result, 0);
+    EXPECT_EQ(next_chunk(h).first, "01wb");
+    EXPECT_EQ(search(h, 25, 1, 0.0f, 1.0f).result, 1);  // no such stream slot
+    uint32_t first = 0;
+    EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, nullptr), 1);
+}
+
+TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
+    indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
+    const int64_t idx1 = file.bytes.find("idx1");
+    ASSERT_GT(idx1, 0);
+    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0x7FFFFFF0);
+    open_file h(file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    // Beyond the bytes there are: values that cannot be read are 0.
+    const entry_fields e = entry_at(h, 500);
+    EXPECT_EQ(e.result, 0);
+    EXPECT_EQ(e.size, 0u);
+    EXPECT_EQ(e.key, 0u);
+    const span s = search(h, 2, 1, 0.0f, 100.0f);
+    EXPECT_EQ(s.result, 0);
+    EXPECT_EQ(s.last, 2u);
+}
+
+TEST(legacy_index_damaged, an_empty_index_gives_nothing) {
+    indexed_file file = make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}});
+    const int64_t idx1 = file.bytes.find("idx1");
+    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0);
+    open_file h(file.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    EXPECT_EQ(entry_at(h, 0).result, 1);
+    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 3);
+    EXPECT_EQ(search(h, 0, 3, 0.0f, 0.0f).result, 1);
+}
+
+}  // namespace

@@ -1,0 +1,276 @@
+// Files made by the library's writer, read back through the key-frame table
+// and the subtitle search. Where each chunk landed is found here by a plain
+// walk over the file's bytes, independent of the reader.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kelqavi.h"
+#include "support/byte_image.h"
+
+namespace {
+
+struct found_chunk {
+    std::string id;
+    int64_t header;
+    uint32_t size;
+};
+
+uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
+    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 | static_cast<uint32_t>(b[at + 2]) << 16 |
+           static_cast<uint32_t>(b[at + 3]) << 24;
+}
+
+std::vector<uint8_t> file_bytes(const std::string &path) {
+    std::vector<uint8_t> out;
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (f == nullptr) return out;
+    uint8_t block[65536];
+    size_t n = 0;
+    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.insert(out.end(), block, block + n);
+    std::fclose(f);
+    return out;
+}
+
+// The chunks of the first movi list, by its sizes alone; lists inside it
+// (none expected) are entered.
+std::vector<found_chunk> movi_chunks(const std::vector<uint8_t> &b) {
+    std::vector<found_chunk> out;
+    size_t at = 12;
+    while (at + 12 <= b.size()) {
+        const std::string id(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at) + 4);
+        const uint32_t size = le32(b, at + 4);
+        if (id == "LIST" && std::string(b.begin() + static_cast<long>(at) + 8, b.begin() + static_cast<long>(at) + 12) == "movi") {
+            const size_t end = at + 8 + size;
+            size_t c = at + 12;
+            while (c + 8 <= end && c + 8 <= b.size()) {
+                const std::string cid(b.begin() + static_cast<long>(c), b.begin() + static_cast<long>(c) + 4);
+                const uint32_t csize = le32(b, c + 4);
+                if (cid == "LIST") {
+                    c += 12;
+                    continue;
+                }
+                out.push_back({cid, static_cast<int64_t>(c), csize});
+                c += 8 + csize + (csize & 1);
+            }
+            return out;
+        }
+        at += 8 + size + (size & 1);
+    }
+    return out;
+}
+
+struct written {
+    std::string path;
+    std::vector<found_chunk> chunks;
+    std::vector<size_t> frames, mp3, pcm, subs;
+    std::vector<uint64_t> pcm_before;
+    ~written() { std::remove(path.c_str()); }
+};
+
+// 8 s of 25 fps video with a key frame every 12 frames, MPEG-style audio of
+// 1152 samples at 48000 Hz a chunk stored 100 ms ahead, PCM at 16000 bytes a
+// second in chunks of 1280 bytes (80 ms), and bitmap subtitles.
+void write_file(written &w, uint32_t odml, double index_seconds) {
+    char name[] = "/tmp/kelqavi-written-XXXXXX";
+    const int fd = mkstemp(name);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    w.path = name;
+    aviout_handle *out = aviout_open(name, odml, 0);
+    ASSERT_NE(out, nullptr);
+    out->index_chunk_seconds = index_seconds;
+    video_stream_format v{};
+    v.rate = 25;
+    v.scale = 1;
+    v.width = 64;
+    v.height = 48;
+    std::memcpy(v.handler, "XVID", 4);
+    std::memcpy(v.compression, "XVID", 4);
+    const double frame_seconds = 0.04, mp3_seconds = 0.024, pcm_seconds = 0.08;
+    int32_t video = -1, mp3 = -1, pcm = -1, sub = -1;
+    ASSERT_EQ(aviout_set_video_format(out, &video, &v, &frame_seconds), 0);
+    audio_stream_format a{};
+    a.scale = 1152;
+    a.rate = 48000;
+    a.wave_format.format_tag = 0x55;
+    a.wave_format.channels = 1;
+    a.wave_format.samples_per_sec = 48000;
+    a.wave_format.block_align = 1152;
+    ASSERT_EQ(aviout_set_audio_format(out, &mp3, &a, &mp3_seconds), 0);
+    audio_stream_format p{};
+    p.scale = 2;
+    p.rate = 16000;
+    p.sample_size = 2;
+    p.wave_format.format_tag = 1;
+    p.wave_format.channels = 1;
+    p.wave_format.samples_per_sec = 8000;
+    p.wave_format.avg_bytes_per_sec = 16000;
+    p.wave_format.block_align = 2;
+    p.wave_format.bits_per_sample = 16;
+    ASSERT_EQ(aviout_set_audio_format(out, &pcm, &p, &pcm_seconds), 0);
+    video_stream_format s = v;
+    std::memcpy(s.compression, "KQSB", 4);
+    ASSERT_EQ(aviout_set_bitmap_caption_format(out, &sub, &s), 0);
+
+    // With standard indexes flushed inside movi the writer reports the
+    // chunk put at a flush as not indexed (it gets no idx1 record); only a
+    // failed write counts here.
+    const auto put = [&](int result) { ASSERT_TRUE(result == 0 || (odml == 1 && index_seconds < 60 && result == 1)); };
+    const char *spans[] = {"00:00:01.000-00:00:03.000", "00:00:05.500-00:00:06.100"};
+    const int64_t span_at_ms[] = {1000, 5500};
+    size_t next_span = 0;
+    uint32_t next_mp3 = 0, next_pcm = 0;
+    std::vector<uint8_t> data(2048);
+    for (uint32_t f = 0; f < 200; ++f) {
+        const int64_t now_ms = f * 40;
+        while (next_span < 2 && span_at_ms[next_span] <= now_ms) {
+            std::vector<uint8_t> text(spans[next_span], spans[next_span] + 25);
+            text.resize(64, 0x11);
+            put(aviout_put_chunk(out, sub, 0, text.data(), static_cast<uint32_t>(text.size())));
+            ++next_span;
+        }
+        while (next_mp3 * 24 < now_ms + 100 + 40) {
+            put(aviout_put_chunk(out, mp3, 0, data.data(), 100 + next_mp3 % 5));
+            ++next_mp3;
+        }
+        while (next_pcm * 80 <= now_ms) {
+            put(aviout_put_chunk(out, pcm, 0, data.data(), 1280));
+            ++next_pcm;
+        }
+        const bool key = f % 12 == 0;
+        put(aviout_put_chunk(out, video, key ? AVIOUT_KEY_FRAME : 0, data.data(), key ? 900 : 60 + f % 9));
+    }
+    aviout_close(out);
+    w.chunks = movi_chunks(file_bytes(w.path));
+    uint64_t bytes = 0;
+    for (size_t i = 0; i < w.chunks.size(); ++i) {
+        const std::string &id = w.chunks[i].id;
+        if (id == "00dc") w.frames.push_back(i);
+        if (id == "01wb") w.mp3.push_back(i);
+        if (id == "02wb") {
+            w.pcm.push_back(i);
+            w.pcm_before.push_back(bytes);
+            bytes += w.chunks[i].size;
+        }
+        if (id == "03sb") w.subs.push_back(i);
+    }
+}
+
+class writer_made : public ::testing::TestWithParam<uint32_t> {};
+
+TEST_P(writer_made, every_frame_and_the_audio_at_every_key_frame) {
+    written w;
+    write_file(w, GetParam(), 60.0);
+    ASSERT_EQ(w.frames.size(), 200u);
+    ASSERT_EQ(w.subs.size(), 2u);
+    aviin_handle *h = aviin_open(w.path.c_str(), 0);
+    ASSERT_NE(h, nullptr);
+    std::vector<keyindex_entry> storage(64);
+    keyindex_table t;
+    ASSERT_EQ(aviin_init_keyindex(h, &t, storage.data(), 64, 0), 0);
+    int r = 0;
+    while ((r = aviin_build_keyindex_entry(h, &t, 100)) == 0) {
+    }
+    ASSERT_EQ(r, 3);
+    EXPECT_EQ(t.count, 17u);
+    EXPECT_EQ(t.frames_scanned, 200u);
+    int64_t base = -1;
+    for (uint32_t i = 0; i < t.count; ++i) {
+        const keyindex_entry &e = storage[i];
+        ASSERT_EQ(e.frame_no, i * 12);
+        const int64_t key_header = w.chunks[w.frames[e.frame_no]].header;
+        if (base < 0) base = key_header - static_cast<int64_t>(e.video_offset);
+        EXPECT_EQ(base + static_cast<int64_t>(e.video_offset), key_header);
+        // 1152 / 48000 s a chunk: chunk c plays at frame f when c * 1152 * 25 <= f * 48000 < (c + 1) * 1152 * 25.
+        const uint64_t c = static_cast<uint64_t>(e.frame_no) * 48000 / (1152 * 25);
+        ASSERT_LT(c, w.mp3.size());
+        EXPECT_EQ(base + static_cast<int64_t>(e.audio_offset[0]), w.chunks[w.mp3[c]].header) << e.frame_no;
+        EXPECT_EQ(e.audio_count[0], c);
+        // 1280-byte PCM chunks of 80 ms.
+        const uint64_t p = e.frame_no / 2;
+        ASSERT_LT(p, w.pcm.size());
+        EXPECT_EQ(base + static_cast<int64_t>(e.audio_offset[1]), w.chunks[w.pcm[p]].header) << e.frame_no;
+        EXPECT_EQ(e.audio_count[1], w.pcm_before[p]);
+    }
+    for (int32_t f = 0; f < 200; ++f) {
+        keyindex_entry e;
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &t, f, &e, -1), 0);
+        uint64_t pos = 0;
+        ASSERT_EQ(aviin_get_video_offset(h, e, 0, f, &pos), 0) << f;
+        EXPECT_EQ(static_cast<int64_t>(pos), w.chunks[w.frames[static_cast<size_t>(f)]].header) << f;
+    }
+    // The subtitles: the first from 1 s to 3 s, the second from 5.5 s to 6.1 s.
+    uint64_t offset = 0;
+    uint32_t duration = 0;
+    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 50, &offset, &duration), 0);  // 2.0 s
+    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.subs[0]].header);
+    EXPECT_EQ(duration, 1000u);
+    // 5.48 s: the second is stored after this frame, so the walk, which ends
+    // at the frame, does not meet it.
+    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 137, &offset, &duration), 0);
+    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.frames[137]].header);
+    EXPECT_EQ(duration, 0xFFFFFFFFu);
+    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 138, &offset, &duration), 0);  // 5.52 s: 580 ms left
+    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.subs[1]].header);
+    EXPECT_EQ(duration, 580u);
+    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 140, &offset, &duration), 0);  // 5.6 s: 500 ms left, passed over
+    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.frames[140]].header);
+    aviin_close(h);
+}
+
+INSTANTIATE_TEST_SUITE_P(plain_and_opendml, writer_made, ::testing::Values(0u, 1u));
+
+// Standard index chunks flushed between the data chunks. The writer's
+// index chunk id is "ix0" and a NUL, which is no chunk id, so the header walk
+// steps through it four bytes at a time and meets the index's dwChunkId,
+// "0", NUL, "dc": a "dc" id with no stream number, whose size field (the
+// next four bytes of the index) carries the walk past real chunks. Frames
+// whose walk from their key frame crosses no index chunk are found exactly;
+// the others must still end on a frame chunk or fail, never run away.
+TEST(writer_made_flushed, the_frame_walk_across_index_chunks_inside_movi) {
+    written w;
+    write_file(w, 1, 4.0);
+    ASSERT_EQ(w.frames.size(), 200u);
+    std::vector<int64_t> index_chunks;
+    for (const found_chunk &c : w.chunks)
+        if (c.id.compare(0, 2, "ix") == 0) index_chunks.push_back(c.header);
+    ASSERT_GE(index_chunks.size(), 2u);
+    aviin_handle *h = aviin_open(w.path.c_str(), 0);
+    ASSERT_NE(h, nullptr);
+    std::vector<keyindex_entry> storage(64);
+    keyindex_table t;
+    ASSERT_EQ(aviin_init_keyindex(h, &t, storage.data(), 64, 0), 0);
+    while (aviin_build_keyindex_entry(h, &t, 0) == 0) {
+    }
+    ASSERT_EQ(t.complete, 1u);
+    ASSERT_EQ(t.frames_scanned, 200u);  // no frame lost its idx1 record in this file
+    int exact = 0;
+    for (int32_t f = 0; f < 200; ++f) {
+        keyindex_entry e;
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &t, f, &e, -1), 0);
+        const int64_t from = w.chunks[w.frames[e.frame_no]].header, to = w.chunks[w.frames[static_cast<size_t>(f)]].header;
+        bool crosses = false;
+        for (int64_t ix : index_chunks) crosses = crosses || (ix > from && ix < to);
+        uint64_t pos = 0;
+        const int r = aviin_get_video_offset(h, e, 0, f, &pos);
+        if (!crosses) {
+            ++exact;
+            EXPECT_EQ(r, 0) << f;
+            EXPECT_EQ(static_cast<int64_t>(pos), to) << f;
+            continue;
+        }
+        bool frame_chunk = false;
+        for (size_t c : w.frames) frame_chunk = frame_chunk || static_cast<uint64_t>(w.chunks[c].header) == pos;
+        EXPECT_TRUE(r != 0 || frame_chunk) << f;
+    }
+    EXPECT_GT(exact, 150);
+    aviin_close(h);
+}
+
+}  // namespace

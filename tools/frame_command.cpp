@@ -1,0 +1,228 @@
+// "kelqavi frame FILE N": finds frame N of the first video stream the way an
+// application does: the key frame at or before it from the key-frame table,
+// then the chunk headers from there (aviin_get_video_offset). With --audio
+// the chunk of an audio stream playing at the frame's time is found by
+// stepping that stream's chunks from where the key frame's entry points;
+// with --extract the frame's data is written to a file.
+#include "frame_command.h"
+
+#include "command_line.h"
+#include "diagnostics.h"
+#include "json_writer.h"
+#include "key_session.h"
+#include "output_format.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace kelqtool {
+
+namespace {
+
+constexpr uint32_t largest_extract = 1u << 30;
+constexpr uint64_t step_limit = 10000000;  // headers stepped looking for the audio chunk
+
+struct audio_found {
+    bool asked = false;
+    bool found = false;
+    std::string why;  // when not found
+    uint32_t stream = 0;
+    int64_t offset = 0;
+    uint32_t size = 0;
+    double start = 0, end = 0;
+};
+
+// Steps the audio stream's chunks from the key frame's entry until the one
+// whose playing time covers `at` seconds.
+audio_found find_audio(key_session &s, const keyindex_entry &key, const audio_stream_info &a, double at) {
+    audio_found r;
+    r.asked = true;
+    r.stream = a.number;
+    if (a.slot >= KELQAVI_KEY_AUDIO_STREAMS) {
+        r.why = "the key-frame table follows the first 8 audio streams only";
+        return r;
+    }
+    if (key.audio_offset[a.slot] == KELQAVI_NOT_FOUND || s.index_base < 0) {
+        r.why = "no chunk of it plays at the key frame's time";
+        return r;
+    }
+    if (aviin_seek_by_offset(s.h, static_cast<uint64_t>(s.absolute(key.audio_offset[a.slot]))) != 0) {
+        r.why = "its chunk lies past the end of the file";
+        return r;
+    }
+    uint64_t before = key.audio_count[a.slot];
+    int64_t last_header = -1;
+    for (uint64_t steps = 0; steps < step_limit; ++steps) {
+        uint32_t type = 0, stream = 0, size = 0;
+        uint64_t data = 0;
+        if (aviin_get_next_chunk_type(s.h, &type, &stream, &data, &size) != 0) break;
+        const int64_t header = static_cast<int64_t>(data) - (type == KELQAVI_CHUNK_UNKNOWN ? 4 : 8);
+        if (header <= last_header) break;  // a size that steps backwards
+        last_header = header;
+        if (type != KELQAVI_CHUNK_AUDIO || stream != a.number) continue;
+        const uint64_t after = before + (a.fixed ? 1 : size);
+        const double start = a.time_at(before), end = a.time_at(after);
+        if (start > at) break;
+        if (at < end) {
+            r.found = true;
+            r.offset = header;
+            r.size = size;
+            r.start = start;
+            r.end = end;
+            return r;
+        }
+        before = after;
+    }
+    r.why = "no chunk of it plays at the frame's time";
+    return r;
+}
+
+}  // namespace
+
+void print_frame_help(FILE *out) {
+    std::fprintf(out,
+                 "Usage: kelqavi frame [--json] [--audio S] [--extract OUT] FILE N\n"
+                 "\n"
+                 "Finds frame N (from 0) of the first video stream of FILE as an application\n"
+                 "does with the library: the key frame at or before N from the key-frame table\n"
+                 "built from idx1, then chunk headers stepped from there. Prints the offset of\n"
+                 "the frame's chunk header, its data offset and size, its time and the key\n"
+                 "frame it was reached from.\n"
+                 "\n"
+                 "Options:\n"
+                 "  --audio S       also find the chunk of audio stream S playing at the\n"
+                 "                  frame's time, stepping that stream's chunks from the one\n"
+                 "                  the key frame's table entry names\n"
+                 "  --extract OUT   write the frame's data to the file OUT\n"
+                 "  --json          print the same as JSON\n"
+                 "  -h, --help      show this help\n"
+                 "\n"
+                 "Exit status: 0 the frame was found; 1 FILE cannot be read, has no video\n"
+                 "stream or no idx1, N is not a frame of it (beyond the last, or before the\n"
+                 "first key frame), S is not an audio stream, or OUT cannot be written; 2 usage\n"
+                 "error; 3 the index does not describe the file, or the walk from the key\n"
+                 "frame did not reach frame N.\n");
+}
+
+int run_frame_command(int argc, char **argv) {
+    valued_options options;
+    bool stop = false;
+    const int parsed = parse_valued_options("frame", argc, argv, {"--json"}, {"--audio", "--extract"}, 1, "FILE N",
+                                            print_frame_help, options, stop);
+    if (stop) return parsed;
+    const char *path = options.operands[0];
+    long long n = 0, audio_number = -1;
+    if (!parse_number(options.operands[1], 0, 0x7FFFFFFF, n)) {
+        print_error("frame number '%s' is not a number from 0 to 2147483647", options.operands[1]);
+        return exit_usage;
+    }
+    if (const std::string *a = options.value("--audio"); a != nullptr && !parse_number(*a, 0, 99, audio_number)) {
+        print_error("audio stream '%s' is not a stream number from 0 to 99", a->c_str());
+        return exit_usage;
+    }
+    key_session s;
+    const int opened = s.open(path);
+    if (opened != exit_ok) return opened;
+    const audio_stream_info *audio = nullptr;
+    if (audio_number >= 0) {
+        for (const audio_stream_info &a : s.audio)
+            if (a.number == static_cast<uint32_t>(audio_number)) audio = &a;
+        if (audio == nullptr) {
+            print_error("stream %lld of '%s' is not an audio stream", audio_number, path);
+            return exit_bad_input;
+        }
+    }
+    const int32_t frame = static_cast<int32_t>(n);
+    keyindex_entry key;
+    if (aviin_read_key_table_by_frame_no(s.h, &s.table, frame, &key, -1) != 0) {
+        if (static_cast<uint32_t>(frame) >= s.table.frames_scanned)
+            print_error("'%s' has %u frames: frame %d is beyond the last", path, s.table.frames_scanned, frame);
+        else
+            print_error("frame %d of '%s' comes before its first key frame", frame, path);
+        return exit_bad_input;
+    }
+    uint64_t header = KELQAVI_NOT_FOUND;
+    uint8_t bytes[8] = {0};
+    if (aviin_get_video_offset(s.h, key, s.video_stream, frame, &header) != 0 || header == KELQAVI_NOT_FOUND ||
+        aviin_get_chunk(s.h, header, bytes, sizeof bytes) != 0) {
+        print_error("the walk from key frame %u did not reach frame %d of '%s'", key.frame_no, frame, path);
+        return exit_problems;
+    }
+    const uint32_t id = str2long(bytes), size = str2long(bytes + 4);
+    const double time = frame * s.frame_seconds();
+    audio_found found;
+    if (audio != nullptr) found = find_audio(s, key, *audio, time);
+
+    const std::string *extract = options.value("--extract");
+    if (extract != nullptr) {
+        if (size > largest_extract) {
+            print_error("frame %d's chunk claims %u bytes: not extracted", frame, size);
+            return exit_problems;
+        }
+        std::vector<uint8_t> data(size);
+        if (size > 0 && aviin_get_chunk(s.h, header + 8, data.data(), size) != 0) {
+            print_error("frame %d's data runs past the end of '%s'", frame, path);
+            return exit_problems;
+        }
+        FILE *out = std::fopen(extract->c_str(), "wb");
+        const bool written = out != nullptr && (size == 0 || std::fwrite(data.data(), 1, size, out) == size);
+        if (out == nullptr || std::fclose(out) != 0 || !written) {
+            print_error("cannot write '%s': %s", extract->c_str(), std::strerror(errno));
+            return exit_bad_input;
+        }
+    }
+
+    if (options.has("--json")) {
+        using jw = json_writer;
+        jw j;
+        j.begin_object();
+        j.field("file", jw::text(path));
+        j.field("video_stream", jw::number(s.video_stream));
+        j.field("frame", jw::number(frame));
+        j.field("time", jw::decimal(time));
+        j.field("offset", jw::number(header));
+        j.field("id", jw::fourcc(id));
+        j.field("data_offset", jw::number(header + 8));
+        j.field("size", jw::number(size));
+        j.field("key_frame", jw::number(key.frame_no));
+        j.field("key_offset", jw::number(s.absolute(key.video_offset)));
+        if (found.asked) {
+            j.begin_object("audio", true);
+            j.field("stream", jw::number(found.stream));
+            j.field("offset", found.found ? jw::number(found.offset) : jw::null());
+            if (found.found) {
+                j.field("size", jw::number(found.size));
+                j.field("start", jw::decimal(found.start));
+                j.field("end", jw::decimal(found.end));
+            }
+            j.end_object();
+        }
+        j.field("extracted", extract != nullptr ? jw::text(*extract) : jw::null());
+        j.end_object();
+        j.write(stdout);
+    } else {
+        std::printf("frame %d of video stream %u: chunk %s at %llu, data at %llu, %u bytes, time %s s\n", frame,
+                    s.video_stream, fourcc_text(id).c_str(), static_cast<unsigned long long>(header),
+                    static_cast<unsigned long long>(header + 8), size, seconds_text(time).c_str());
+        std::printf("reached from key frame %u at %lld, %d frames on\n", key.frame_no,
+                    static_cast<long long>(s.absolute(key.video_offset)), frame - static_cast<int32_t>(key.frame_no));
+        if (found.asked) {
+            if (found.found)
+                std::printf("audio stream %u: chunk at %lld, %u bytes, plays %s to %s s\n", found.stream,
+                            static_cast<long long>(found.offset), found.size, seconds_text(found.start).c_str(),
+                            seconds_text(found.end).c_str());
+            else
+                std::printf("audio stream %u: none: %s\n", found.stream, found.why.c_str());
+        }
+        if (extract != nullptr) std::printf("wrote %u bytes to %s\n", size, extract->c_str());
+    }
+    if (std::fflush(stdout) != 0) {
+        print_error("cannot write the output: %s", std::strerror(errno));
+        return exit_bad_input;
+    }
+    return exit_ok;
+}
+
+}  // namespace kelqtool

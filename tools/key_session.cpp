@@ -1,0 +1,119 @@
+#include "key_session.h"
+
+#include "avi_layout.h"
+#include "diagnostics.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace kelqtool {
+
+namespace {
+
+constexpr uint32_t largest_table = 1u << 22;  // key frames; 480 MiB of entries would be absurd
+
+}  // namespace
+
+double audio_stream_info::time_at(uint64_t count) const {
+    if (fixed) return samples_per_sec == 0 ? 0.0 : static_cast<double>(count) * block_align / samples_per_sec;
+    return rate == 0 ? 0.0 : static_cast<double>(count) / rate;
+}
+
+key_session::~key_session() { aviin_close(h); }
+
+double key_session::frame_seconds() const { return video.rate == 0 ? 0.0 : static_cast<double>(video.scale) / video.rate; }
+
+int key_session::open(const char *path, bool require_index) {
+    avi_layout layout;
+    std::string error;
+    if (!scan_layout(path, false, 0, layout, error)) {
+        print_error("%s", error.c_str());
+        return exit_bad_input;
+    }
+    h = open_reader(path, 0, layout);
+    if (h == nullptr) return exit_bad_input;
+    {
+        // The reader stands at the first chunk after opening; the key-frame
+        // calls move it, so remember where that is.
+        uint32_t type = 0, stream = 0, size = 0;
+        uint64_t data = 0;
+        if (aviin_get_next_chunk_type(h, &type, &stream, &data, &size) == 0) {
+            movi_start = static_cast<int64_t>(data) - (type == KELQAVI_CHUNK_UNKNOWN ? 4 : 8);
+            aviin_seek_by_offset(h, static_cast<uint64_t>(movi_start));
+        }
+    }
+    int32_t count = 0;
+    aviin_get_summary(h, &count, nullptr);
+    bool have_video = false;
+    uint32_t audio_seen = 0;
+    for (int32_t s = 0; s < count; ++s) {
+        uint32_t kind = 0;
+        aviin_get_chunk_type(h, static_cast<uint32_t>(s), &kind);
+        if (kind == KELQAVI_CHUNK_VIDEO && !have_video) {
+            uint32_t length = 0;
+            if (aviin_get_video_format(h, s, &video, &length) == 0) {
+                if (video.name_length > 0) std::free(video.name);
+                video.name = nullptr;
+                video_stream = static_cast<uint32_t>(s);
+                video_length = length;
+                have_video = true;
+            }
+        } else if (kind == KELQAVI_CHUNK_AUDIO) {
+            audio_stream_format f{};
+            const uint32_t slot = audio_seen++;
+            if (aviin_get_audio_format(h, s, &f) != 0) continue;
+            if (f.name_length > 0) std::free(f.name);
+            audio_stream_info a;
+            a.number = static_cast<uint32_t>(s);
+            a.slot = slot;
+            a.block_align = f.wave_format.block_align;
+            a.fixed = a.block_align == 576 || a.block_align == 1152;
+            a.samples_per_sec = f.wave_format.samples_per_sec;
+            // Bytes a second, as the key-frame table times byte-counted audio.
+            a.rate = f.wave_format.avg_bytes_per_sec != 0 ? f.wave_format.avg_bytes_per_sec : f.rate;
+            audio.push_back(a);
+        } else if (kind == KELQAVI_CHUNK_BITMAP_CAPTION) {
+            bitmap_subtitles.push_back(static_cast<uint32_t>(s));
+        }
+    }
+    if (!have_video) {
+        print_error("'%s' has no video stream the reader can use", path);
+        return exit_bad_input;
+    }
+    // The first set-up learns how many entries idx1 has; no more key frames
+    // than that can come.
+    keyindex_entry one;
+    if (aviin_init_keyindex(h, &table, &one, 1, video_stream) != 0) {
+        if (!require_index) return exit_ok;
+        print_error("'%s' has no legacy index (idx1) to find key frames in", path);
+        return exit_bad_input;
+    }
+    uint32_t capacity = table.entry_total == 0 ? 1 : table.entry_total;
+    if (capacity > largest_table) capacity = largest_table;
+    storage.resize(capacity);
+    aviin_init_keyindex(h, &table, storage.data(), capacity, video_stream);
+    int r = 0;
+    while ((r = aviin_build_keyindex_entry(h, &table, 0)) == 0) {
+    }
+    if (r != 3) {
+        if (!require_index) return exit_ok;
+        print_error("the legacy index of '%s' does not describe its chunks (stopped at entry %u)", path,
+                    table.next_entry);
+        return exit_problems;
+    }
+    has_table = true;
+    if (table.count > 0) {
+        uint64_t header = 0;
+        if (aviin_get_video_offset(h, storage[0], video_stream, static_cast<int32_t>(storage[0].frame_no), &header) == 0)
+            index_base = static_cast<int64_t>(header) - static_cast<int64_t>(storage[0].video_offset);
+    }
+    return exit_ok;
+}
+
+std::string seconds_text(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f", seconds);
+    return text;
+}
+
+}  // namespace kelqtool
