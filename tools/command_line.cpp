@@ -13,7 +13,7 @@ bool command_options::has(const char *option) const {
 }
 
 int parse_command_options(const char *command, int argc, char **argv, std::initializer_list<const char *> known,
-                          void (*help)(FILE *), command_options &options, bool &stop) {
+                          void (*help)(FILE *), command_options &options, bool &stop, bool path_required) {
     stop = true;
     bool only_operands = false;
     // Help wins over whatever else is on the line, errors included.
@@ -45,7 +45,7 @@ int parse_command_options(const char *command, int argc, char **argv, std::initi
             return exit_usage;
         }
     }
-    if (options.path == nullptr) {
+    if (options.path == nullptr && path_required) {
         print_error("'%s' needs a FILE (see 'kelqavi %s --help')", command, command);
         return exit_usage;
     }

@@ -20,9 +20,10 @@ struct command_options {
 // Reads argv (argv[0] is the command's name): -h/--help prints help and
 // stops with exit_ok; "--" ends the options; an unknown option, a missing or
 // a second FILE prints one line and stops with exit_usage. Otherwise returns
-// exit_ok with stop false.
+// exit_ok with stop false. With path_required false a missing FILE leaves
+// path null.
 int parse_command_options(const char *command, int argc, char **argv, std::initializer_list<const char *> known,
-                          void (*help)(FILE *), command_options &options, bool &stop);
+                          void (*help)(FILE *), command_options &options, bool &stop, bool path_required = true);
 
 // The same for commands whose options may take a value ("--audio 1") and
 // that take more than one operand: FILE first, then `operands` more

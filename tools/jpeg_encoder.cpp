@@ -24,7 +24,7 @@ constexpr uint8_t chroma_quant[64] = {17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26
                                       99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
 // Huffman tables: the number of codes of each length 1..16, then the values.
-struct huffman_spec {
+struct huffman_table {
     uint8_t counts[16];
     const uint8_t *values;
     int value_count;
@@ -52,23 +52,23 @@ constexpr uint8_t chroma_ac_values[162] = {
     0xc2, 0xc3, 0xc4, 0xc5, 0xc6, 0xc7, 0xc8, 0xc9, 0xca, 0xd2, 0xd3, 0xd4, 0xd5, 0xd6, 0xd7, 0xd8, 0xd9, 0xda,
     0xe2, 0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea, 0xf2, 0xf3, 0xf4, 0xf5, 0xf6, 0xf7, 0xf8, 0xf9, 0xfa};
 
-constexpr huffman_spec luma_dc = {{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, dc_values, 12};
-constexpr huffman_spec chroma_dc = {{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, dc_values, 12};
-constexpr huffman_spec luma_ac = {{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 0x7d}, luma_ac_values, 162};
-constexpr huffman_spec chroma_ac = {{0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 0x77}, chroma_ac_values, 162};
+constexpr huffman_table luma_dc = {{0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}, dc_values, 12};
+constexpr huffman_table chroma_dc = {{0, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0}, dc_values, 12};
+constexpr huffman_table luma_ac = {{0, 2, 1, 3, 3, 2, 4, 3, 5, 5, 4, 4, 0, 0, 1, 0x7d}, luma_ac_values, 162};
+constexpr huffman_table chroma_ac = {{0, 2, 1, 2, 4, 4, 3, 4, 7, 5, 4, 4, 0, 1, 2, 0x77}, chroma_ac_values, 162};
 
 // Code and length of each value, built the canonical way from the counts.
 struct huffman_code {
     uint16_t code[256] = {};
     uint8_t length[256] = {};
 
-    explicit huffman_code(const huffman_spec &spec) {
+    explicit huffman_code(const huffman_table &table) {
         uint16_t next = 0;
         int k = 0;
         for (int len = 1; len <= 16; ++len) {
-            for (int i = 0; i < spec.counts[len - 1]; ++i, ++k) {
-                code[spec.values[k]] = next++;
-                length[spec.values[k]] = static_cast<uint8_t>(len);
+            for (int i = 0; i < table.counts[len - 1]; ++i, ++k) {
+                code[table.values[k]] = next++;
+                length[table.values[k]] = static_cast<uint8_t>(len);
             }
             next = static_cast<uint16_t>(next << 1);
         }
@@ -175,13 +175,13 @@ void put16(std::vector<uint8_t> &out, int v) {
     out.push_back(static_cast<uint8_t>(v));
 }
 
-void put_huffman_table(std::vector<uint8_t> &out, int table_class_id, const huffman_spec &spec) {
+void put_huffman_table(std::vector<uint8_t> &out, int table_class_id, const huffman_table &table) {
     out.push_back(0xFF);
     out.push_back(0xC4);
-    put16(out, 2 + 1 + 16 + spec.value_count);
+    put16(out, 2 + 1 + 16 + table.value_count);
     out.push_back(static_cast<uint8_t>(table_class_id));
-    out.insert(out.end(), spec.counts, spec.counts + 16);
-    out.insert(out.end(), spec.values, spec.values + spec.value_count);
+    out.insert(out.end(), table.counts, table.counts + 16);
+    out.insert(out.end(), table.values, table.values + table.value_count);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // library's writer into a file of the user's.
 #include "sample_command.h"
 
+#include "command_line.h"
+
 #include "avi_output.h"
 #include "diagnostics.h"
 #include "sample_file.h"
@@ -41,34 +43,13 @@ void print_sample_help(FILE *out) {
 }
 
 int run_sample_command(int argc, char **argv) {
-    const char *path = nullptr;
-    bool json = false, only_operands = false;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--") == 0) break;
-        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-            print_sample_help(stdout);
-            return exit_ok;
-        }
-    }
-    for (int i = 1; i < argc; ++i) {
-        const char *arg = argv[i];
-        if (!only_operands && arg[0] == '-' && arg[1] != '\0') {
-            if (std::strcmp(arg, "--") == 0) {
-                only_operands = true;
-            } else if (std::strcmp(arg, "--json") == 0) {
-                json = true;
-            } else {
-                print_error("unknown option '%s' for 'sample' (see 'kelqavi sample --help')", arg);
-                return exit_usage;
-            }
-        } else if (path == nullptr) {
-            path = arg;
-        } else {
-            print_error("'sample' takes one OUT.avi, but '%s' follows '%s'", arg, path);
-            return exit_usage;
-        }
-    }
-    if (path == nullptr) path = default_name;
+    command_options options;
+    bool stop = false;
+    const int parsed =
+        parse_command_options("sample", argc, argv, {"--json"}, print_sample_help, options, stop, false);
+    if (stop) return parsed;
+    const char *path = options.path != nullptr ? options.path : default_name;
+    const bool json = options.has("--json");
 
     avi_output out;
     std::string error;
