@@ -54,11 +54,13 @@ std::vector<uint8_t> tone(int frame) {
 // "HH:MM:SS.mmm-HH:MM:SS.mmm", a NUL, then rows of 4-bit pixels: a frame
 // around a filled box whose shade is the subtitle's number.
 std::vector<uint8_t> subtitle(int first_frame, int last_frame, int shade) {
+    // The sample is seconds long, so hours stay at two digits.
     auto time_text = [](int frame, char *text) {
-        const int ms = frame * 1000 / static_cast<int>(frames_per_second);
-        std::snprintf(text, 13, "%02d:%02d:%02d.%03d", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
+        const unsigned ms = static_cast<unsigned>(frame) * 1000 / frames_per_second;
+        std::snprintf(text, 32, "%02u:%02u:%02u.%03u", ms / 3600000 % 100, ms / 60000 % 60, ms / 1000 % 60,
+                      ms % 1000);
     };
-    char start[13], end[13];
+    char start[32], end[32];
     time_text(first_frame, start);
     time_text(last_frame, end);
     std::string span = std::string(start) + "-" + end;
