@@ -5,7 +5,6 @@
 
 #include "reader/index_walk.h"
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -84,19 +83,21 @@ int aviin_get_subtitle_offset(aviin_handle *h, const keyindex_table *key_table, 
     const video_stream_format &v = h->video_formats[0];
     const float frame_seconds = static_cast<float>(v.scale) / static_cast<float>(v.rate);
     const float frame_ms = static_cast<float>(frame) * frame_seconds * 1000.0f;
-    // Five seconds before the frame; a value no integer can hold counts as
-    // before the start.
-    const double begin = std::trunc(static_cast<double>(frame) + (-5.0 / static_cast<double>(frame_seconds)));
+    // Five seconds before the frame, truncated toward zero; NaN (no frame
+    // rate) and values no frame number can hold count as before the start.
+    const double five_back = static_cast<double>(frame) + (-5.0 / static_cast<double>(frame_seconds));
+    int64_t begin = -1;
+    if (five_back > -2147483648.0 && five_back < 2147483648.0) begin = static_cast<int64_t>(five_back);
     int64_t start = h->movi_data_pos;
     int64_t counter = 0;
-    if (std::isfinite(begin) && begin >= 0.0 && begin < 2147483648.0) {
+    if (begin >= 0) {
         keyindex_entry key;
         key.frame_no = 0xFFFFFFFFu;
         const int r = aviin_read_key_table_by_frame_no(h, key_table, static_cast<int32_t>(begin), &key, -1);
         if (r != result_ok && r != result_end_of_list) return result_failed;
         // With 3 the lookup gives the latest key frame it knows before the
         // frame, if any; otherwise the walk starts at the first chunk.
-        if (r == result_ok || key.frame_no <= static_cast<uint32_t>(begin)) {
+        if (r == result_ok || key.frame_no <= static_cast<uint64_t>(begin)) {
             if (!kelq::header_in_movi(h, key.video_offset, start)) return result_failed;
             counter = key.frame_no;
         }

@@ -304,3 +304,22 @@ TEST_F(shown_subtitle, a_partly_built_table_starts_at_the_latest_key_frame_it_kn
 }
 
 }  // namespace
+
+namespace {
+
+TEST(shown_subtitle_no_rate, a_video_stream_without_a_frame_rate_walks_from_the_first_chunk) {
+    // Scale and rate 0: no time for any frame, so no subtitle is ever taken,
+    // and the walk starts at the first chunk whatever the frame.
+    const indexed_file f = make_indexed(hdrl({video_list(0, 0), bitmap_subtitle_list()}),
+                                        {{"01sb", byte_image().text("00:00:00.000-00:00:09.000")},
+                                         {"00dc", filler(20, 1), true}, {"00dc", filler(20, 2)}, {"00dc", filler(20, 3)}});
+    open_file h(f.bytes);
+    ASSERT_NE(h.get(), nullptr);
+    uint64_t offset = 0;
+    uint32_t duration = 0;
+    EXPECT_EQ(aviin_get_subtitle_offset(h, nullptr, 0, 1, 2, &offset, &duration), 0);
+    EXPECT_EQ(static_cast<int64_t>(offset), f.chunks[3].header);
+    EXPECT_EQ(duration, no_duration);
+}
+
+}  // namespace
