@@ -850,6 +850,21 @@ typedef struct aviout_handle {
     const char *menu_file_head;
     const char *menu_file_tail;
     uint8_t *io_buffer;                 /* the stream's 64 KiB buffer */
+    /* CALLER-SET, default 0 (off). Seconds of media after which
+     * aviout_put_chunk makes a checkpoint by itself (see aviout_checkpoint):
+     * the time of the first video stream's frames (its scale / rate each),
+     * or, in a file without video, of the first audio stream's bytes at its
+     * average byte rate. Set before the first chunk. */
+    double checkpoint_seconds;
+    /* CALLER-SET, default 0. Non-zero: the automatic checkpoints also force
+     * the data to the device, as aviout_checkpoint(w, 1) does. */
+    uint32_t checkpoint_sync;
+    double checkpoint_clock;            /* media seconds since the last checkpoint */
+    /* Sticky: 1 once a write to the file has failed (a full card, an I/O
+     * error at a buffer flush). From then on aviout_put_chunk and
+     * aviout_checkpoint return 1, and aviout_close2 reports the file as
+     * incomplete. */
+    uint32_t write_failed;
 } aviout_handle;
 
 /* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the
@@ -916,6 +931,22 @@ KELQAVI_API int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flag
  * and everything it owns. A writer that got no chunk leaves the file as it
  * was opened. Null does nothing. */
 KELQAVI_API void aviout_close(aviout_handle *w);
+
+/* ------------------------------------------------------------------------
+ * Keeping a recording safe while it is written.
+ * ------------------------------------------------------------------------ */
+
+/* Makes the file on disk a complete AVI of every chunk put so far, without
+ * closing the writer; writing then goes on where it was. 0 done, 1 failed
+ * (also once any earlier write has failed, and for a null w). Before the
+ * first chunk it does nothing and gives 0. sync non-zero also forces the
+ * data to the device (fsync). */
+KELQAVI_API int aviout_checkpoint(aviout_handle *w, int32_t sync);
+/* aviout_close that says whether the file is complete: 0 when every write
+ * of the file, its finishing and its closing succeeded (a writer that got no
+ * chunk gives 0 too), 1 otherwise. The handle is freed either way; null
+ * gives 1. */
+KELQAVI_API int aviout_close2(aviout_handle *w);
 
 #ifdef __cplusplus
 }

@@ -81,18 +81,36 @@ uint32_t finish_segment(aviout_handle *w, int) {
 
 using namespace kelq;
 
-extern "C" void aviout_close(aviout_handle *w) {
-    if (w == nullptr) return;
+namespace {
+
+// Everything aviout_close does; non-zero when a write, the finishing or the
+// closing of the file failed.
+uint32_t close_writer(aviout_handle *w) {
+    uint32_t status = w->write_failed | w->error;
     // Without a chunk there is no file to finish: it stays as it was opened.
     if (w->odml == 1 && w->riff_index != -1)
         for (int32_t stream = 0; stream < w->stream_count && stream < AVIOUT_MAX_STREAMS; ++stream)
             if (has_track(w, stream)) update_standard_index(w, stream);
-    if (w->index_count != 0 || w->riff_index > 0) finish_segment(w, 0);
-    file_close(w->file);
+    if (w->index_count != 0 || w->riff_index > 0) status |= finish_segment(w, 0);
+    if (w->file != nullptr && ferror(w->file) != 0) status |= 1;
+    if (file_close(w->file) != 0) status |= 1;
     std::free(w->io_buffer);
     free_streams(w);
     if (w->odml == 1) avi2_cleanup(w);
     std::free(w->menu_data);
     std::free(w->metadata_data);
     std::free(w);
+    return status;
+}
+
+}  // namespace
+
+extern "C" void aviout_close(aviout_handle *w) {
+    if (w == nullptr) return;
+    close_writer(w);
+}
+
+extern "C" int aviout_close2(aviout_handle *w) {
+    if (w == nullptr) return 1;
+    return close_writer(w) != 0 ? 1 : 0;
 }
