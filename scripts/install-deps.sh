@@ -1,16 +1,19 @@
 #!/bin/sh
 # Installs the Debian packages a job needs, only those that are missing.
-# Usage: install-deps.sh build|test|bench  (run as root on Debian 12)
+# Usage: install-deps.sh build|test|bench|fuzz  (run as root on Debian 12)
 set -eu
 build_packages="cmake ninja-build g++ gcc pkgconf ffmpeg"
 test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user mplayer gstreamer1.0-tools gstreamer1.0-plugins-good"
 bench_packages="$build_packages libbenchmark-dev libavformat-dev strace"
+# clang, its libFuzzer and sanitizer runtimes, and llvm-profdata / llvm-cov for coverage
+fuzz_packages="$build_packages googletest clang libclang-rt-dev llvm"
 
 case "${1:-}" in
     build) wanted=$build_packages ;;
     test) wanted=$test_packages ;;
     bench) wanted=$bench_packages ;;
-    *) echo "usage: $0 build|test|bench" >&2; exit 2 ;;
+    fuzz) wanted=$fuzz_packages ;;
+    *) echo "usage: $0 build|test|bench|fuzz" >&2; exit 2 ;;
 esac
 
 missing=""
