@@ -37,6 +37,17 @@ void walk_to(aviin_handle *h, uint64_t header, const file_view &file) {
     check(aviin_seek_by_offset(h, uint64_t{file.size} + 1) == 1, "a move past the file's end fails");
 }
 
+// A bitmap subtitle's span text, parsed from a copy of its first bytes.
+void parse_span(aviin_handle *h, uint64_t data_offset, const file_view &file) {
+    char text[26] = {};
+    for (size_t i = 0; i < sizeof text && data_offset + i < file.size; ++i)
+        text[i] = static_cast<char>(file.data[data_offset + i]);
+    uint32_t start = 0, duration = 0;
+    aviin_get_subtitle_duration(h, text, &start, &duration);
+    // Again over the text the first parse cut at its separators.
+    aviin_get_subtitle_duration(h, text, nullptr, nullptr);
+}
+
 }  // namespace
 
 void touch(const uint8_t *block, int64_t size) {
@@ -73,6 +84,7 @@ void walk_headers(aviin_handle *h, const file_view &file) {
         if (aviin_get_next_chunk_type(h, &type, &stream, &data_offset, &size) != 0) break;
         if (type == KELQAVI_CHUNK_UNKNOWN) continue;
         read_at(h, data_offset, size, file);
+        if (type == KELQAVI_CHUNK_BITMAP_CAPTION) parse_span(h, data_offset, file);
         if (kept < headers_walked_to_again && data_offset >= 8) headers[kept++] = data_offset - 8;
     }
     for (int i = 0; i < kept; ++i) walk_to(h, headers[i], file);

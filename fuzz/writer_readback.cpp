@@ -12,6 +12,8 @@ namespace {
 
 constexpr int max_steps = 8192;
 constexpr int32_t reader_kind_limit = 12;
+constexpr uint32_t records_followed = 64;
+constexpr size_t max_chunk_bytes = 64 * 1024;
 
 uint32_t chunk_type_of(const writer_run &run, const put_call &p) {
     if ((p.flags & AVIOUT_FRAME_DATA) != 0) return KELQAVI_CHUNK_VIDEO_DATA;
@@ -28,7 +30,7 @@ int32_t streams_written(const writer_run &run) {
 // tail menu file may add chunks after the last one put. A last chunk of size
 // 0 that ends the list is not met: the end test counts its header as the end.
 void check_walk(aviin_handle *h, const writer_run &run) {
-    static uint8_t buffer[64 * 1024];
+    static uint8_t buffer[max_chunk_bytes];
     size_t next = 0;
     for (int step = 0, failures = 0; step < max_steps && failures < 8; ++step) {
         uint32_t type = 0, stream = 0;
@@ -51,7 +53,18 @@ void check_walk(aviin_handle *h, const writer_run &run) {
     check(next == run.puts.size() || last_empty_missed, "the walk meets every chunk put");
 }
 
-// Without OpenDML every chunk put has its idx1 record, and nothing else has.
+// The chunk put as p, read by the whole-chunk walk from where it stands.
+bool next_chunk_is(aviin_handle *h, const writer_run &run, const put_call &p) {
+    static uint8_t buffer[max_chunk_bytes];
+    uint32_t type = 0, stream = 0;
+    int32_t size = sizeof buffer;
+    return aviin_get_next_chunk(h, &type, &stream, buffer, &size) == 0 && type == chunk_type_of(run, p) &&
+           stream == static_cast<uint32_t>(p.stream) && size == static_cast<int32_t>(p.size) &&
+           std::memcmp(buffer, payload(p.seed), p.size) == 0;
+}
+
+// Without OpenDML every chunk put has its idx1 record, and nothing else has;
+// each record leads the walk to its chunk.
 void check_idx1(aviin_handle *h, const writer_run &run) {
     const uint32_t n = static_cast<uint32_t>(run.puts.size());
     for (uint32_t i = 0; i < n; ++i) {
@@ -61,6 +74,9 @@ void check_idx1(aviin_handle *h, const writer_run &run) {
         check(stream == static_cast<uint32_t>(p.stream) && type == chunk_type_of(run, p) && size == p.size &&
                   key == ((p.flags & AVIOUT_KEY_FRAME) != 0 ? 16u : 0u),
               "an idx1 record gives its chunk's stream, type, size and key flag");
+        // (A last chunk of size 0 is where the walk sees the end of the list.)
+        if (i < records_followed && !(i + 1 == n && p.size == 0))
+            check(aviin_goto_idx1_sample(h, i) == 0 && next_chunk_is(h, run, p), "an idx1 record leads to its chunk");
     }
     uint32_t stream = 0, type = 0, size = 0, key = 0;
     check(aviin_get_idx1_entry(h, n, &stream, &type, &size, &key) == 1, "idx1 ends with the last chunk put");
@@ -142,15 +158,15 @@ void check_blocks(aviin_handle *h, const writer_run &run) {
           "the head menu file's MENU chunk is the menu block");
 }
 
-// The appended AVI is the second segment, where the old file ended.
-bool enter_appended(aviin_handle *h, const writer_run &run) {
+// The AVI written is the first segment, or, appended, the second, where the
+// old file ended.
+void check_segments(aviin_handle *h, const writer_run &run) {
     int32_t count = 0;
     aviin_get_riff_count(h, &count);
-    check(count == 2, "a file appended to holds two RIFF forms");
+    check(count == (run.append ? 2 : 1), "the file holds the RIFF forms written");
     int64_t offset = -2;
-    check(aviin_get_riff_offset(h, 1, &offset) == 0 && offset == run.prefix_length,
-          "the appended AVI begins where the file ended");
-    return aviin_goto_riff(h, run.swapped_ids, offset) == 0;
+    check(aviin_get_riff_offset(h, count - 1, &offset) == 0 && offset == run.prefix_length,
+          "the AVI written begins where the file did");
 }
 
 }  // namespace
@@ -170,13 +186,17 @@ void read_back(const char *path, const writer_run &run) {
     aviin_handle *h = aviin_open(path, run.swapped_ids);
     check(h != nullptr || !(readable || run.append), "the reader opens what the writer wrote");
     if (h == nullptr) return;
-    const bool entered = run.append ? enter_appended(h, run) : true;
-    check(entered || !readable, "the reader enters the appended AVI");
+    if (!run.append) check_blocks(h, run);
+    check_segments(h, run);
+    // Entered again before each walk: a walk that fails at the end of the
+    // file leaves the list's error flag set.
+    const bool entered = aviin_goto_riff(h, run.swapped_ids, run.prefix_length) == 0;
+    check(entered || !readable, "the reader enters the AVI written");
     if (entered && readable) {
         check_streams(h, run);
-        check_walk(h, run);
         if (run.odml == 0) check_idx1(h, run);
-        if (!run.append) check_blocks(h, run);
+        check(aviin_goto_riff(h, run.swapped_ids, run.prefix_length) == 0, "the reader enters the AVI again");
+        check_walk(h, run);
     }
     aviin_close(h);
 }
