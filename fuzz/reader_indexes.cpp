@@ -5,6 +5,7 @@
 #include "reader_calls.h"
 
 #include <climits>
+#include <initializer_list>
 #include <cstdlib>
 #include <cstring>
 
@@ -139,11 +140,15 @@ void key_table_calls(aviin_handle *h, const reader_options &o) {
         key_lookups(h, t);
         position_lookups(h, t, video);
     }
-    // A table that never filled: every lookup starts from the first chunk.
+    // A table that never filled: every subtitle lookup walks from the first chunk.
     std::memset(&t, 0, sizeof t);
-    uint64_t offset = 0;
-    uint32_t duration = 0;
-    aviin_get_subtitle_offset(h, &t, 0, 1, 10, &offset, &duration);
+    uint32_t subtitles[streams_looked_at];
+    for (int i = streams_of_kind(h, KELQAVI_CHUNK_BITMAP_CAPTION, subtitles); i-- > 0;)
+        for (int32_t frame : {0, 12}) {
+            uint64_t offset = 0;
+            uint32_t duration = 0;
+            aviin_get_subtitle_offset(h, &t, 0, subtitles[i], frame, &offset, &duration);
+        }
 }
 
 // Standard index chunks are looked for in the file's bytes ("ix" at an even

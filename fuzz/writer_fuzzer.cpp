@@ -188,8 +188,29 @@ void put_many(session &s) {
         put(s, i % streams, i % 5 == 0 ? AVIOUT_KEY_FRAME : 0, (seed * 7u + i * 13u) % 300, seed, false);
 }
 
+// Every writer call takes a null handle and fails; a path that cannot be
+// created gives no writer.
+void null_handle_calls() {
+    int32_t stream = 0;
+    video_stream_format v = {};
+    audio_stream_format a = {};
+    caption_stream_format c = {};
+    const uint8_t byte = 0;
+    check(aviout_set_video_format(nullptr, &stream, &v, nullptr) == 1 && stream == -1 &&
+              aviout_set_audio_format(nullptr, &stream, &a, nullptr) == 1 &&
+              aviout_set_text_caption_format(nullptr, &stream, &c) == 1 &&
+              aviout_set_bitmap_caption_format(nullptr, &stream, &v) == 1 &&
+              aviout_set_chapter_format(nullptr, &stream, &c) == 1 && aviout_set_strd_info(nullptr, &byte, 1) == 1 &&
+              aviout_clear_strd_info(nullptr) == 1 && aviout_set_menu_info(nullptr, &byte, 1) == 1 &&
+              aviout_set_metadata_info(nullptr, &byte, 1) == 1 && aviout_put_chunk(nullptr, 0, 0, &byte, 1) == 1 &&
+              aviout_checkpoint(nullptr, 0) == 1 && aviout_close2(nullptr) == 1,
+          "every writer call fails for a null handle");
+    aviout_close(nullptr);
+    check(aviout_open("/nonexistent-dir/out.avi", 0, 0) == nullptr, "no writer for a path that cannot be created");
+}
+
 void run_operation(session &s) {
-    switch (s.in.u8() % 11) {
+    switch (s.in.u8() % 12) {
     case 0: set_video(s, false); break;
     case 1: set_audio(s); break;
     case 2: set_caption(s, false); break;
@@ -200,6 +221,7 @@ void run_operation(session &s) {
     case 7: set_block(s, 2); break;
     case 8: put_one(s); break;
     case 9: aviout_checkpoint(s.w, s.in.u8() & 1); break;
+    case 11: null_handle_calls(); break;
     default: put_many(s); break;
     }
 }
