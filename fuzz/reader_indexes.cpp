@@ -5,9 +5,9 @@
 #include "reader_calls.h"
 
 #include <climits>
-#include <initializer_list>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace fuzz {
 
