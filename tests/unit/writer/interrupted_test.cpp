@@ -44,7 +44,8 @@ struct recording {
 }
 
 // The data chunks wholly inside the file, walking from movi's first chunk
-// on past any size the file declares.
+// on past any size the file declares, and into the "JUNK" chunk that a
+// checkpoint leaves running to the end of the file.
 size_t complete_data_chunks(const std::vector<uint8_t> &b) {
     const chunk_at movi = find_child(b, 0, "LIST", "movi");
     if (movi.pos == SIZE_MAX) return 0;
@@ -52,6 +53,10 @@ size_t complete_data_chunks(const std::vector<uint8_t> &b) {
     size_t at = movi.pos + 12;
     while (at + 8 <= b.size()) {
         const uint32_t size = le32(b, at + 4);
+        if (text4(b, at) == "JUNK" && at + 8 + size > b.size()) {
+            at += 8;
+            continue;
+        }
         if (at + 8 + size > b.size()) break;
         if (text4(b, at) == "00dc") ++n;
         at += 8 + size + (size & 1);
@@ -92,7 +97,9 @@ void expect_checkpointed(const char *path, const std::vector<uint8_t> &b, uint32
     const uint64_t form_end = 8ull + le32(b, 4);
     const uint64_t movi_end = movi.pos + 8ull + movi.size;
     EXPECT_LE(movi_end, form_end);
-    expect_walk(path, checkpointed_chunks, b.size() >= movi_end + 8);
+    // The writer's own ix## ids send the walk into a resync scan that can
+    // run on past the end of movi: with OpenDML the walk may end with 1.
+    expect_walk(path, checkpointed_chunks, odml == 0 && b.size() >= movi_end + 8);
     if (odml == 1) {
         // Every chunk before the checkpoint is in the OpenDML index.
         const size_t indx = strl_chunk(b, 0, "indx");
@@ -136,9 +143,11 @@ TEST_P(WriterInterrupted, CompleteChunksReadBack) {
         return;
     }
     expect_checkpointed(path, b, r.odml);
-    // Cut anywhere after the checkpoint: the same file, as far as it declares.
+    // Cut anywhere after the checkpoint: the same file, as far as it
+    // declares. The checkpoint ends with 8 bytes of "JUNK" header.
     const chunk_at movi = find_child(b, 0, "LIST", "movi");
-    const size_t checkpoint_end = movi.pos + 8 + movi.size;
+    const size_t checkpoint_end = movi.pos + 8 + movi.size + 8;
+    EXPECT_EQ(text4(b, checkpoint_end - 8), "JUNK");
     scratch_path cut;
     for (size_t at = checkpoint_end; at < b.size(); at += 4099) {
         put_file(cut, std::vector<uint8_t>(b.begin(), b.begin() + static_cast<std::ptrdiff_t>(at)));
