@@ -865,13 +865,15 @@ typedef struct aviout_handle {
      * aviout_checkpoint return 1, and aviout_close2 reports the file as
      * incomplete. */
     uint32_t write_failed;
-    /* Per track: 1 while its current standard index is on disk, put there
-     * by a checkpoint and listed as its super index's last entry; the
-     * index is then rewritten in place, not appended. */
-    uint8_t std_index_on_disk[AVIOUT_MAX_STREAMS];
+    /* Per track: the entries of its current standard index that a
+     * checkpoint has put on disk (0: none). Such an index is listed as its
+     * super index's last entry and rewritten in place, not appended. */
+    uint32_t std_index_on_disk[AVIOUT_MAX_STREAMS];
     /* Where the last checkpoint left its "JUNK" header at the end of the
      * file (0: none): the chunks put since then lie inside it. */
     int64_t checkpoint_junk_pos;
+    uint8_t *header_image;              /* the header area, as checkpoints render it */
+    int64_t header_image_size;
 } aviout_handle;
 
 /* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the

@@ -93,6 +93,7 @@ uint32_t close_writer(aviout_handle *w) {
     if (w->file != nullptr && ferror(w->file) != 0) status |= 1;
     if (file_close(w->file) != 0) status |= 1;
     std::free(w->io_buffer);
+    std::free(w->header_image);
     free_streams(w);
     if (w->odml == 1) avi2_cleanup(w);
     std::free(w->menu_data);

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 #include "unit/writer/writer_files.h"
@@ -138,6 +139,41 @@ INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
                                          schedule{0, 0, 1.0, 9}, schedule{1, 1, 0.0, 240},
                                          schedule{1, 37, 0.0, 6}, schedule{1, 0, 1.0, 9},
                                          schedule{1, 50, 0.5, 19}));
+
+// A file that starts at 0 has its header area rendered in memory; one
+// appended after other data has it rewritten through the stream. Both lay
+// the same bytes (a 4096-byte prefix keeps the 2048-byte alignment), and
+// the file on disk after each checkpoint declares exactly what was put.
+TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
+    scratch_path fresh, appended;
+    put_file(appended, std::vector<uint8_t>(4096, 0xEE));
+    std::vector<uint8_t> images[2];
+    for (int i = 0; i < 2; ++i) {
+        aviout_handle *w = aviout_open(i == 0 ? fresh : appended, 0, i);
+        ASSERT_NE(w, nullptr);
+        const video_stream_format v = video_record();
+        int32_t s;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
+        for (int f = 0; f < 70; ++f) {
+            ASSERT_EQ(put(w, 0, AVIOUT_KEY_FRAME, payload(size_of_chunk(f), static_cast<uint32_t>(f))), 0);
+            if (f == 59 || f == 69) {
+                ASSERT_EQ(aviout_checkpoint(w, 0), 0);
+            }
+        }
+        images[i] = file_bytes(i == 0 ? fresh : appended);
+        EXPECT_EQ(aviout_close2(w), 0);
+    }
+    ASSERT_EQ(images[1].size(), images[0].size() + 4096);
+    EXPECT_TRUE(std::equal(images[0].begin(), images[0].end(), images[1].begin() + 4096));
+    const std::vector<uint8_t> &b = images[0];
+    EXPECT_EQ(avih_value(b, 4), 70u);
+    EXPECT_EQ(avih_value(b, 3), 0x100u) << "no idx1 yet";
+    EXPECT_EQ(le32(b, 4) + 8u + 8u, b.size()) << "the form ends where the JUNK header begins";
+    EXPECT_EQ(text4(b, b.size() - 8), "JUNK");
+    size_t frames = 0;
+    for (const chunk_at &c : movi_chunks(b)) frames += c.id == "00dc" ? 1 : 0;
+    EXPECT_EQ(frames, 70u);
+}
 
 TEST(Checkpoint, NullHandles) {
     EXPECT_EQ(aviout_checkpoint(nullptr, 0), 1);
