@@ -160,9 +160,15 @@ TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
                 ASSERT_EQ(aviout_checkpoint(w, 0), 0);
             }
         }
+        // A second checkpoint with nothing new changes nothing.
         images[i] = file_bytes(i == 0 ? fresh : appended);
+        ASSERT_EQ(aviout_checkpoint(w, 1), 0);
+        EXPECT_TRUE(file_bytes(i == 0 ? fresh : appended) == images[i]);
         EXPECT_EQ(aviout_close2(w), 0);
     }
+    size_t junk = 0;
+    for (const chunk_at &c : movi_chunks(file_bytes(fresh))) junk += c.id == "JUNK" && c.size == 0 ? 1 : 0;
+    EXPECT_EQ(junk, 2u) << "one empty JUNK chunk a checkpoint";
     ASSERT_EQ(images[1].size(), images[0].size() + 4096);
     EXPECT_TRUE(std::equal(images[0].begin(), images[0].end(), images[1].begin() + 4096));
     const std::vector<uint8_t> &b = images[0];
