@@ -22,8 +22,24 @@ struct session {
     aviout_handle *w;
     byte_source &in;
     writer_run &run;
-    bool header_written;   // a chunk has been taken: every setter is refused from then on
+    const char *path;
+    bool header_written;      // a chunk has been taken: every setter is refused from then on
+    size_t checkpointed;      // chunks put before the last checkpoint
+    bool checkpoint_made;
 };
+
+// After a checkpoint the file on disk holds every chunk put so far.
+void checkpoint_made(session &s) {
+    s.checkpointed = s.run.puts.size();
+    s.checkpoint_made = true;
+    read_back_checkpoint(s.path, s.run, s.checkpointed, s.w);
+}
+
+void checkpoint(session &s) {
+    const int result = aviout_checkpoint(s.w, s.in.u8() & 1);
+    check(result == 0 || s.w->write_failed != 0 || s.w->error != 0, "a checkpoint succeeds while every write does");
+    if (result == 0 && s.header_written) checkpoint_made(s);
+}
 
 // Codes for handlers and compressions: common ones, the ones the writer or
 // the reader treat apart, and four fuzzed bytes.
@@ -162,6 +178,7 @@ void set_block(session &s, int which) {
 // with a size, and take every other.
 void put(session &s, int32_t stream, uint32_t flags, uint32_t size, uint8_t seed, bool null_data) {
     const uint8_t *data = null_data ? nullptr : payload(seed);
+    const int64_t checkpoint_junk = s.w->checkpoint_junk_pos;
     const int result = aviout_put_chunk(s.w, stream, flags, data, size);
     const int32_t streams = s.w->stream_count < writer_stream_limit ? s.w->stream_count : writer_stream_limit;
     if (stream < 0 || stream >= streams || (data == nullptr && size > 0)) {
@@ -170,6 +187,8 @@ void put(session &s, int32_t stream, uint32_t flags, uint32_t size, uint8_t seed
     }
     s.run.puts.push_back({stream, flags, size, seed});
     s.header_written = true;
+    // An automatic checkpoint (checkpoint_seconds) moves the JUNK it leaves.
+    if (s.w->checkpoint_junk_pos != checkpoint_junk && s.w->write_failed == 0) checkpoint_made(s);
 }
 
 void put_one(session &s) {
@@ -220,7 +239,7 @@ void run_operation(session &s) {
     case 6: set_block(s, 1); break;
     case 7: set_block(s, 2); break;
     case 8: put_one(s); break;
-    case 9: aviout_checkpoint(s.w, s.in.u8() & 1); break;
+    case 9: checkpoint(s); break;
     case 11: null_handle_calls(); break;
     default: put_many(s); break;
     }
@@ -237,8 +256,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::writer_run run;
     aviout_handle *w = fuzz::open_writer(in, run, path);
     if (w == nullptr) return 0;
-    fuzz::session s = {w, in, run, false};
+    fuzz::session s = {w, in, run, path, false, 0, false};
     for (int i = 0; i < fuzz::max_operations && !in.empty(); ++i) fuzz::run_operation(s);
+    // Cut here, the file reads as the last checkpoint left it.
+    if (s.checkpoint_made) fuzz::read_back_checkpoint(path, run, s.checkpointed, w);
     run.stream_count = w->stream_count;
     // aviout_close says nothing: the handle's sticky flags tell beforehand.
     run.closed_complete = w->error == 0 && w->write_failed == 0;

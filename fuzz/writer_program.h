@@ -44,6 +44,7 @@ struct writer_run {
     uint8_t metadata_seed = 0;
     std::vector<put_call> puts;
     bool closed_complete = false;     // aviout_close2 said 0
+    bool finished = true;             // false for the file as a checkpoint left it
 };
 
 // Bytes of a payload: a pattern that differs with the seed. 64 KiB are there.
@@ -56,5 +57,8 @@ aviout_handle *open_writer(byte_source &in, writer_run &run, const char *path);
 
 // Reads the written file back and checks it against the run.
 void read_back(const char *path, const writer_run &run);
+// The file on disk as the last checkpoint left it, the first `puts` chunks
+// put then, read back while the writer goes on.
+void read_back_checkpoint(const char *path, const writer_run &run, size_t puts, const aviout_handle *w);
 
 }  // namespace fuzz
