@@ -185,7 +185,7 @@ void put(session &s, int32_t stream, uint32_t flags, uint32_t size, uint8_t seed
         check(result == 1, "a chunk for no stream, or without data, is refused");
         return;
     }
-    s.run.puts.push_back({stream, flags, size, seed});
+    s.run.puts.push_back({stream, flags, size, seed, result == 0});
     s.header_written = true;
     // An automatic checkpoint (checkpoint_seconds) moves the JUNK it leaves.
     if (s.w->checkpoint_junk_pos != checkpoint_junk && s.w->write_failed == 0) checkpoint_made(s);

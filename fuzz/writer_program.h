@@ -19,6 +19,7 @@ struct put_call {
     uint32_t flags;
     uint32_t size;
     uint8_t seed;   // the data are payload(seed)
+    bool indexed;   // the put said 0: with OpenDML, the chunk is in its track's index
 };
 
 // A stream the writer numbered, with the record it was given.
@@ -57,6 +58,8 @@ aviout_handle *open_writer(byte_source &in, writer_run &run, const char *path);
 
 // Reads the written file back and checks it against the run.
 void read_back(const char *path, const writer_run &run);
+// With OpenDML, every track's indexes list its chunks as they were put.
+void check_odml_indexes(const char *path, const writer_run &run);
 // The file on disk as the last checkpoint left it, the first `puts` chunks
 // put then, read back while the writer goes on.
 void read_back_checkpoint(const char *path, const writer_run &run, size_t puts, const aviout_handle *w);

@@ -198,6 +198,7 @@ void read_back(const char *path, const writer_run &run) {
         if (run.odml == 0 && run.finished) check_idx1(h, run);
         check(aviin_goto_riff(h, run.swapped_ids, run.prefix_length) == 0, "the reader enters the AVI again");
         check_walk(h, run);
+        if (run.odml == 1) check_odml_indexes(path, run);
     }
     aviin_close(h);
 }
