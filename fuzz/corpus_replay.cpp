@@ -1,5 +1,7 @@
 // Runs a fuzz target's entry point over files named on the command line, so
 // the inputs kept in the corpus are replayed by every test build.
+#include "fuzz_support.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -9,16 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 int main(int argc, char **argv) {
     int replayed = 0;
     for (int i = 1; i < argc; ++i) {
-        FILE *f = std::fopen(argv[i], "rb");
-        if (f == nullptr) {
+        std::vector<uint8_t> bytes;
+        if (!fuzz::read_file(argv[i], bytes)) {
             std::fprintf(stderr, "cannot open %s\n", argv[i]);
             return 1;
         }
-        std::vector<uint8_t> bytes;
-        uint8_t buffer[4096];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) bytes.insert(bytes.end(), buffer, buffer + n);
-        std::fclose(f);
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
         ++replayed;
     }

@@ -67,6 +67,16 @@ bool write_file(const char *path, const uint8_t *data, size_t size) {
     return std::fclose(f) == 0 && written;
 }
 
+bool read_file(const char *path, std::vector<uint8_t> &bytes) {
+    FILE *f = std::fopen(path, "rb");
+    if (f == nullptr) return false;
+    uint8_t block[4096];
+    size_t n;
+    while ((n = std::fread(block, 1, sizeof block, f)) > 0) bytes.insert(bytes.end(), block, block + n);
+    std::fclose(f);
+    return true;
+}
+
 int64_t file_length(const char *path) {
     struct stat st;
     return stat(path, &st) == 0 ? static_cast<int64_t>(st.st_size) : -1;

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace fuzz {
 
@@ -16,6 +17,8 @@ const char *scratch_path(const char *name);
 bool write_file(const char *path, const uint8_t *data, size_t size);
 // Length of the file at path, or -1.
 int64_t file_length(const char *path);
+// Appends the bytes of the file at path; false when it cannot be opened.
+bool read_file(const char *path, std::vector<uint8_t> &bytes);
 
 // Reports a broken invariant and aborts, so the fuzzer keeps the input.
 void check(bool holds, const char *what);

@@ -7,7 +7,6 @@
 #include "writer_program.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace fuzz {
@@ -35,16 +34,6 @@ struct file_bytes {
     }
     size_t end_of(size_t chunk) const { return std::min<size_t>(b.size(), chunk + 8 + le32(chunk + 4)); }
 };
-
-bool read_file(const char *path, std::vector<uint8_t> &b) {
-    FILE *f = std::fopen(path, "rb");
-    if (f == nullptr) return false;
-    uint8_t block[4096];
-    size_t n;
-    while ((n = std::fread(block, 1, sizeof block, f)) > 0) b.insert(b.end(), block, block + n);
-    std::fclose(f);
-    return true;
-}
 
 // Where the data of each data chunk of "movi" lies, in file order.
 std::vector<uint64_t> data_positions(const file_bytes &f, size_t movi) {
