@@ -91,6 +91,14 @@ void check_track(const file_bytes &f, const writer_run &run, const std::vector<u
 
 }  // namespace
 
+std::vector<uint64_t> chunk_data_positions(const char *path, const writer_run &run) {
+    file_bytes f;
+    if (!read_file(path, f.b)) return {};
+    const size_t form = static_cast<size_t>(run.prefix_length);
+    const size_t movi = f.find(form + 12, f.end_of(form), "LIST", "movi");
+    return movi == npos ? std::vector<uint64_t>() : data_positions(f, movi);
+}
+
 void check_odml_indexes(const char *path, const writer_run &run) {
     file_bytes f;
     if (!read_file(path, f.b)) return;

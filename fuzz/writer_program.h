@@ -60,6 +60,12 @@ aviout_handle *open_writer(byte_source &in, writer_run &run, const char *path);
 void read_back(const char *path, const writer_run &run);
 // With OpenDML, every track's indexes list its chunks as they were put.
 void check_odml_indexes(const char *path, const writer_run &run);
+// Where the data of each data chunk of the AVI written lies, in file order
+// (the order they were put), read from the file's bytes.
+std::vector<uint64_t> chunk_data_positions(const char *path, const writer_run &run);
+// Without OpenDML, the key-frame table leads to every frame of the first
+// video stream.
+void check_frame_lookups(aviin_handle *h, const char *path, const writer_run &run);
 // The file on disk as the last checkpoint left it, the first `puts` chunks
 // put then, read back while the writer goes on.
 void read_back_checkpoint(const char *path, const writer_run &run, size_t puts, const aviout_handle *w);

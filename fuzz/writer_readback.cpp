@@ -195,7 +195,10 @@ void read_back(const char *path, const writer_run &run) {
     if (entered && readable) {
         check_streams(h, run);
         // idx1 is written when the file is finished.
-        if (run.odml == 0 && run.finished) check_idx1(h, run);
+        if (run.odml == 0 && run.finished) {
+            check_idx1(h, run);
+            check_frame_lookups(h, path, run);
+        }
         check(aviin_goto_riff(h, run.swapped_ids, run.prefix_length) == 0, "the reader enters the AVI again");
         check_walk(h, run);
         if (run.odml == 1) check_odml_indexes(path, run);
