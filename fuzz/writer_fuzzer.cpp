@@ -110,7 +110,9 @@ void set_video(session &s, bool bitmap) {
         const uint8_t strd = s.in.u8();
         r.strd_present = strd & 1;
         r.strd_header = strd >> 4;
-        r.strd_size = (strd >> 1) * 4;   // even: see the report on odd strd blocks
+        // Even: an odd block goes out without a pad byte, and every chunk
+        // after it is then read one byte off.
+        r.strd_size = (strd >> 1) * 4;
         r.strd_data = const_cast<uint8_t *>(payload(strd));
         result = aviout_set_video_format(s.w, &stream, &r, pick_frame_duration(s.in));
     }

@@ -2,7 +2,9 @@
 // idx1 must lead to every frame of the first video stream, the n-th "dc"
 // chunk of the stream as it was put. Without OpenDML only: with it, the
 // chunk put as a standard index is written out has no idx1 record, and the
-// header walk steps into index chunks (see the report on ix## chunks).
+// header walk steps into an ix## chunk four bytes at a time and takes the
+// "0\0dc" in its header for a chunk whose size moves the walk on by the
+// index's base offset.
 #include "writer_program.h"
 
 namespace fuzz {

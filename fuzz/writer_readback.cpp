@@ -1,6 +1,6 @@
 // The writer target's read-back: the file the program wrote, opened with the
 // reader and checked against what the writer was given. Only what holds by
-// design is checked, and only when the writer reported its file complete.
+// design is checked, on a file the writer reported complete.
 #include "writer_program.h"
 
 #include <cstdlib>
