@@ -29,8 +29,9 @@ export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:exitcode=
 stride=${KELQAVI_SWEEP_STRIDE:-1}
 
 # The commands, '@' standing for the damaged file. Rows for new commands go
-# here; the repair command's row is added with that command.
+# here, one line each.
 commands=(
+    # "repair ..."   the repair command's row goes here, with that command
     "riff @"
     "info --json @"
     "chunks @"
