@@ -265,8 +265,12 @@ check "the partial frame is listed as lost" \
     has '^Lost: stream 0 (audio): read 1 chunk, 399 bytes; wrote 1 chunk, 396 bytes (the WAV data ends with 3 bytes, less than a whole sample frame)$'
 
 # --- --checkpoint: taken by the writer, and checked ---------------------------------
-kq mux -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --checkpoint 2.5 --json
-check "mux --checkpoint 2.5 reaches the writer" has '"checkpoint_seconds": 2.5,'
+# 1.25 s of pictures: checkpoints at 0.5 and 1 s, each leaving an empty JUNK
+# chunk in 'movi'; the same chunks as without.
+kq mux -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --audio "$work/tone.wav" --checkpoint 0.5 --json
+check "mux --checkpoint 0.5 reaches the writer" has '"checkpoint_seconds": 0.5,'
+check "two checkpoints made" [ "$("${tool[@]}" chunks --json "$work/x.avi" | grep -c '"type": "junk"')" -eq 2 ]
+check "the chunks of a file without checkpoints" [ "$(chunk_sizes "$work/x.avi")" = "$(chunk_sizes "$work/a.avi")" ]
 kq remux --checkpoint=0.5 --json "$work/a.avi" "$work/x.avi"
 check "remux --checkpoint=0.5 reaches the writer" has '"checkpoint_seconds": 0.5,'
 kq remux --checkpoint 0 --json "$work/a.avi" "$work/x.avi"
