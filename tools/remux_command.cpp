@@ -289,7 +289,7 @@ void print_remux_help(FILE *out) {
                  "file with the same streams.\n"
                  "Exit status: 0 everything written, 1 IN.avi cannot be read or OUT.avi not\n"
                  "written (a file left incomplete by a failed write is removed), 2 usage error,\n"
-                 "3 written, but not everything in IN.avi was: the losses are listed.\n");
+                 "3 written, but not everything IN.avi holds: the losses are listed.\n");
 }
 
 int run_remux_command(int argc, char **argv) {
