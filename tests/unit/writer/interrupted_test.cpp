@@ -51,16 +51,17 @@ size_t complete_data_chunks(const std::vector<uint8_t> &b) {
     const chunk_at movi = find_child(b, 0, "LIST", "movi");
     if (movi.pos == SIZE_MAX) return 0;
     size_t n = 0;
-    size_t at = movi.pos + 12;
+    uint64_t at = movi.pos + 12;
     while (at + 8 <= b.size()) {
-        const uint32_t size = le32(b, at + 4);
-        if (text4(b, at) == "JUNK" && at + 8 + size > b.size()) {
+        const size_t here = static_cast<size_t>(at);
+        const uint64_t end = at + 8 + le32(b, here + 4);
+        if (text4(b, here) == "JUNK" && end > b.size()) {
             at += 8;
             continue;
         }
-        if (at + 8 + size > b.size()) break;
-        if (text4(b, at) == "00dc") ++n;
-        at += 8 + size + (size & 1);
+        if (end > b.size()) break;
+        if (text4(b, here) == "00dc") ++n;
+        at = end + (end & 1);
     }
     return n;
 }
