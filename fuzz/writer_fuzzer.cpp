@@ -76,9 +76,10 @@ const double *pick_frame_duration(byte_source &in) {
 // A setter's stream number, kept with its record; every setter after the
 // first chunk must be refused.
 void numbered(session &s, int result, int32_t stream, uint32_t kind, const video_stream_format *picture,
-              const audio_stream_format *audio) {
+              const audio_stream_format *audio, int32_t name_length) {
     if (s.header_written) check(result == 1 && stream == -1, "no stream is set up after the first chunk");
     if (stream < 0 || stream >= writer_stream_limit) return;
+    if (result == 0 && name_length < 0) s.run.negative_name = true;
     stream_given &g = s.run.streams[stream];
     g.kind = kind;
     if (picture != nullptr) g.picture = *picture;
@@ -116,7 +117,7 @@ void set_video(session &s, bool bitmap) {
         r.strd_data = const_cast<uint8_t *>(payload(strd));
         result = aviout_set_video_format(s.w, &stream, &r, pick_frame_duration(s.in));
     }
-    numbered(s, result, stream, bitmap ? KELQAVI_CHUNK_BITMAP_CAPTION : KELQAVI_CHUNK_VIDEO, &r, nullptr);
+    numbered(s, result, stream, bitmap ? KELQAVI_CHUNK_BITMAP_CAPTION : KELQAVI_CHUNK_VIDEO, &r, nullptr, r.name_length);
 }
 
 void set_audio(session &s) {
@@ -142,7 +143,7 @@ void set_audio(session &s) {
     r.name = pick_name(in, r.name_length);
     int32_t stream = -1;
     const int result = aviout_set_audio_format(s.w, &stream, &r, pick_frame_duration(in));
-    numbered(s, result, stream, KELQAVI_CHUNK_AUDIO, nullptr, &r);
+    numbered(s, result, stream, KELQAVI_CHUNK_AUDIO, nullptr, &r, r.name_length);
 }
 
 void set_caption(session &s, bool chapter) {
@@ -152,7 +153,8 @@ void set_caption(session &s, bool chapter) {
     int32_t stream = -1;
     const int result = chapter ? aviout_set_chapter_format(s.w, &stream, &r)
                                : aviout_set_text_caption_format(s.w, &stream, &r);
-    numbered(s, result, stream, chapter ? KELQAVI_CHUNK_CHAPTER : KELQAVI_CHUNK_TEXT_CAPTION, nullptr, nullptr);
+    numbered(s, result, stream, chapter ? KELQAVI_CHUNK_CHAPTER : KELQAVI_CHUNK_TEXT_CAPTION, nullptr, nullptr,
+             r.name_length);
 }
 
 // A block size from -1 (refused) up; null data with a size is refused too.
@@ -269,8 +271,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         run.closed_complete = aviout_close2(w) == 0;
     else
         aviout_close(w);
-    // Nothing the program gives makes a write fail on a healthy disk.
-    fuzz::check(run.closed_complete, "the writer finishes its file completely");
+    // On a healthy disk only a stream whose name length is negative keeps the
+    // file from finishing: its strn cannot be written, which fails the header.
+    fuzz::check(run.closed_complete || run.negative_name, "the writer finishes its file completely");
     fuzz::read_back(path, run);
     return 0;
 }

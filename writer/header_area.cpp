@@ -81,11 +81,8 @@ video_format bitmap_info(int32_t width, int32_t height, uint16_t bit_count, uint
     return f;
 }
 
-// A length below 1 is a stream given without a name: an empty "strn". (Kept
-// as given, a negative length failed the whole header area, and with it
-// every chunk of the file.)
 int write_name(int32_t length, char *name, FILE *file) {
-    const stream_name n{static_cast<int16_t>(length > 0 ? length : 0), length > 0 ? name : nullptr};
+    const stream_name n{static_cast<int16_t>(length), name};
     return write_header_strn(&n, file);
 }
 
