@@ -109,7 +109,10 @@ void scan_segments(context &ctx) {
         ctx.kept_end = r.stop;
         ctx.pad_missing = r.pad_missing;
         if (r.end == walk_end::dropped) drop_from(ctx, r.stop, r.cause);
-        if (r.end == walk_end::at_idx1 && k.first_riff) take_idx1(ctx, r.stop);
+        // The idx1 where the walk or the first "movi" size ends gives key frames.
+        if (k.first_riff && r.end == walk_end::at_idx1) take_idx1(ctx, r.stop);
+        if (k.first_riff && r.end != walk_end::at_idx1 && r.end != walk_end::at_size && seg.movi_end >= 0)
+            take_idx1(ctx, seg.movi_end);
         if (r.end != walk_end::at_size) return;
         const int64_t after = k.first_riff ? take_idx1(ctx, r.stop) : r.stop;
         const bool indexed = !k.first_riff || ctx.idx1_whole;
