@@ -865,6 +865,10 @@ typedef struct aviout_handle {
      * aviout_checkpoint return 1, and aviout_close2 reports the file as
      * incomplete. */
     uint32_t write_failed;
+    /* Per track: 1 while its current standard index is on disk, put there
+     * by a checkpoint and listed as its super index's last entry; the
+     * index is then rewritten in place, not appended. */
+    uint8_t std_index_on_disk[AVIOUT_MAX_STREAMS];
 } aviout_handle;
 
 /* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the

@@ -180,18 +180,46 @@ int write_standard_index(aviout_handle *w, int32_t track) {
     return static_cast<int>(status);
 }
 
-int update_standard_index(aviout_handle *w, int32_t track) {
-    if (w == nullptr || !has_track(w, track)) return -1;
-    uint8_t *super = w->super_index_buf[track];
-    const uint32_t n = entries_in_use(super);
-    if (n >= AVIOUT_SUPER_INDEX_ENTRIES) return -1;
-    write_standard_index(w, track);
-    const odml_track_state *t = w->odml_track[track];
+namespace {
+
+void store_super_entry(uint8_t *super, uint32_t n, const odml_track_state *t) {
     uint8_t *entry = super + at_entries + static_cast<size_t>(n) * super_entry_size;
     store_le<uint64_t>(static_cast<uint64_t>(t->std_index_pos), entry);
     store_le<uint32_t>(t->std_index_buf_size, entry + 8);
     store_le<uint32_t>(t->stream_type == type_audio ? t->index_bytes : t->chunk_count, entry + 12);
+}
+
+// A standard index that a checkpoint has already put on disk (and listed
+// as the super index's last entry) is written again over the same bytes,
+// and its entry updated; the stream goes back to where it stood.
+int rewrite_standard_index(aviout_handle *w, int32_t track, uint32_t n) {
+    const odml_track_state *t = w->odml_track[track];
+    const int64_t here = file_tell(w->file);
+    if (here < 0 || file_seek(w->file, t->std_index_pos, origin_start) != 0) return -1;
+    write_standard_index(w, track);
+    store_super_entry(w->super_index_buf[track], n - 1, t);
+    return file_seek(w->file, here, origin_start) == 0 ? track : -1;
+}
+
+}  // namespace
+
+int update_standard_index(aviout_handle *w, int32_t track) {
+    if (w == nullptr || !has_track(w, track)) return -1;
+    uint8_t *super = w->super_index_buf[track];
+    const uint32_t n = entries_in_use(super);
+    if (w->std_index_on_disk[track] != 0 && n > 0) return rewrite_standard_index(w, track, n);
+    if (n >= AVIOUT_SUPER_INDEX_ENTRIES) return -1;
+    write_standard_index(w, track);
+    store_super_entry(super, n, w->odml_track[track]);
     set_entries_in_use(super, n + 1);
+    return track;
+}
+
+int checkpoint_standard_index(aviout_handle *w, int32_t track) {
+    if (w == nullptr || !has_track(w, track)) return -1;
+    if (entries_in_use(w->std_index_buf[track]) == 0) return track;
+    if (update_standard_index(w, track) == -1) return -1;
+    w->std_index_on_disk[track] = 1;
     return track;
 }
 
@@ -203,6 +231,7 @@ int write_standard_index_chunks(aviout_handle *w, int32_t track) {
     store_le<uint64_t>(0, image + at_base_offset);
     set_entries_in_use(image, 0);
     t->std_index_pos = 0;
+    w->std_index_on_disk[track] = 0;
     t->spare = 0;
     t->elapsed_time = 0.0;
     t->chunk_count = 0;

@@ -33,7 +33,16 @@ int add_avi2_chunk(aviout_handle *w, int32_t track, int64_t chunk_pos, uint32_t 
 // Status of the writes.
 int write_standard_index(aviout_handle *w, int32_t track);
 // -1, writing nothing, when the super index already lists 100 chunks.
+// A standard index already put on disk by a checkpoint is rewritten in
+// place (the stream is moved there and back) and its super index entry
+// updated, instead of being written at the current position.
 int update_standard_index(aviout_handle *w, int32_t track);
+// At a checkpoint: puts the track's current standard index on disk, as an
+// ix## chunk of its full length at the current position the first time
+// (listed in the super index) and over the same bytes later, so a file cut
+// afterwards keeps an index of every chunk before the checkpoint. An empty
+// index writes nothing. The track, or -1 when its super index is full.
+int checkpoint_standard_index(aviout_handle *w, int32_t track);
 // 1, or -1 when update_standard_index refused (the index is then kept).
 int write_standard_index_chunks(aviout_handle *w, int32_t track);
 int write_all_standard_index_chunks(aviout_handle *w);

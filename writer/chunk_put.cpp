@@ -87,36 +87,13 @@ uint32_t start_segment(aviout_handle *w) {
 
 using namespace kelq;
 
-extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags, const uint8_t *data, uint32_t size) {
-    if (w == nullptr || stream < 0 || stream >= w->stream_count || stream >= AVIOUT_MAX_STREAMS - 1 ||
-        (data == nullptr && size > 0))
-        return 1;
-    if (w->index_count == 0 && w->riff_index == -1) {
-        w->main_header.streams = static_cast<uint32_t>(w->stream_count);
-        write_header_area(w);
-        const uint32_t status = start_segment(w);
-        // A recording cut short still leaves its header area on disk.
-        fflush(w->file);
-        if (status != 0 || w->error != 0) return 1;
-    }
-    const uint32_t id = create_fourCC(stream, chunk_type(w, stream, flags), w->swapped_ids);
-    const uint32_t index_flags = legacy_flags(flags);
-    if (entry_free(w)) {
-        aviout_index_entry &e = w->index_entries[w->index_count];
-        e.chunk_id = id;
-        e.flags = index_flags;
-        e.size = size;
-    }
-    bool indexed = true;
-    if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags);
-    const int64_t chunk_pos = file_tell(w->file);
-    if (entry_free(w)) w->index_entries[w->index_count++].position = chunk_pos;
-    ++w->chunk_count;
-    if (write_chunk(w, id, data, size) != 0) return 1;
+namespace {
 
+// Steps after the chunk is on its way: the counts the final header needs,
+// the size guard and the segment switch. 0, 1 or 4 as aviout_put_chunk.
+int account_chunk(aviout_handle *w, int32_t stream, uint32_t flags, uint32_t size, int64_t chunk_pos, int result) {
     count_chunk(w, stream, flags, size);
     const uint32_t kind = w->stream_table[stream].stream_kind;
-    const int result = indexed ? 0 : 1;
     if (kind == kind_audio) {
         if (w->stream_table[stream].header.sample_size != 0)
             ++w->segment_chunk_counts[stream];
@@ -137,4 +114,81 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
         return finished != 0 || started != 0 ? 1 : result;
     }
     return result;
+}
+
+// The stream whose time drives automatic checkpoints: the first video
+// stream, or without one the first audio stream; -1 when there is neither.
+int32_t clock_stream(const aviout_handle *w) {
+    int32_t audio = -1;
+    for (int32_t s = 0; s < w->stream_count && s < AVIOUT_MAX_STREAMS; ++s) {
+        if (w->stream_table[s].stream_kind == kind_video) return s;
+        if (audio < 0 && w->stream_table[s].stream_kind == kind_audio) audio = s;
+    }
+    return audio;
+}
+
+// Seconds of media this chunk adds to the checkpoint clock.
+double clock_seconds(const aviout_handle *w, int32_t stream, uint32_t flags, uint32_t size) {
+    if (stream != clock_stream(w) || (flags & AVIOUT_FRAME_DATA) != 0) return 0.0;
+    const uint32_t i = w->stream_table[stream].sub_index;
+    if (w->stream_table[stream].stream_kind == kind_video) {
+        if (i >= AVIOUT_MAX_VIDEO || w->video_formats[i].rate == 0) return 0.0;
+        return static_cast<double>(w->video_formats[i].scale) / w->video_formats[i].rate;
+    }
+    if (i >= AVIOUT_MAX_AUDIO || w->audio_formats[i].wave_format.avg_bytes_per_sec == 0) return 0.0;
+    return static_cast<double>(size) / w->audio_formats[i].wave_format.avg_bytes_per_sec;
+}
+
+// An automatic checkpoint once checkpoint_seconds of media have been put
+// since the last one; false when one was made and failed.
+bool checkpoint_if_due(aviout_handle *w, int32_t stream, uint32_t flags, uint32_t size) {
+    if (!(w->checkpoint_seconds > 0.0)) return true;
+    w->checkpoint_clock += clock_seconds(w, stream, flags, size);
+    if (w->checkpoint_clock < w->checkpoint_seconds) return true;
+    return aviout_checkpoint(w, static_cast<int32_t>(w->checkpoint_sync)) == 0;
+}
+
+// A write that stdio took into its buffer can still fail when the buffer
+// goes out; the stream's error flag says so, and a file that lost bytes
+// stays marked.
+bool stream_failed(aviout_handle *w) {
+    if (ferror(w->file) != 0) w->write_failed = 1;
+    return w->write_failed != 0;
+}
+
+}  // namespace
+
+extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags, const uint8_t *data, uint32_t size) {
+    if (w == nullptr || stream < 0 || stream >= w->stream_count || stream >= AVIOUT_MAX_STREAMS - 1 ||
+        (data == nullptr && size > 0))
+        return 1;
+    if (w->index_count == 0 && w->riff_index == -1) {
+        w->main_header.streams = static_cast<uint32_t>(w->stream_count);
+        write_header_area(w);
+        const uint32_t status = start_segment(w);
+        // A recording cut short still leaves its header area on disk.
+        fflush(w->file);
+        stream_failed(w);
+        if (status != 0 || w->error != 0) return 1;
+    }
+    const uint32_t id = create_fourCC(stream, chunk_type(w, stream, flags), w->swapped_ids);
+    const uint32_t index_flags = legacy_flags(flags);
+    if (entry_free(w)) {
+        aviout_index_entry &e = w->index_entries[w->index_count];
+        e.chunk_id = id;
+        e.flags = index_flags;
+        e.size = size;
+    }
+    bool indexed = true;
+    if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags);
+    const int64_t chunk_pos = file_tell(w->file);
+    if (entry_free(w)) w->index_entries[w->index_count++].position = chunk_pos;
+    ++w->chunk_count;
+    if (write_chunk(w, id, data, size) != 0) {
+        w->write_failed = 1;
+        return 1;
+    }
+    int result = account_chunk(w, stream, flags, size, chunk_pos, indexed ? 0 : 1);
+    if (!checkpoint_if_due(w, stream, flags, size)) result = 1;
+    return stream_failed(w) ? 1 : result;
 }

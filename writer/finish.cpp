@@ -15,8 +15,24 @@ namespace {
 
 constexpr size_t idx1_record_size = 16;
 
-// The legacy index: one record per data chunk of the first segment, its
-// offset counted from the "movi" list type. ix## chunks are left out.
+template <typename Record>
+void free_owned_name(Record &r) {
+    if (r.name_length > 0 && r.name != nullptr) std::free(r.name);
+}
+
+void free_streams(aviout_handle *w) {
+    for (video_stream_format &r : w->video_formats) {
+        if (r.strd_present != 0 && r.strd_data != nullptr) std::free(r.strd_data);
+        free_owned_name(r);
+    }
+    for (audio_stream_format &r : w->audio_formats) free_owned_name(r);
+    for (caption_stream_format &r : w->text_captions) free_owned_name(r);
+    for (video_stream_format &r : w->bitmap_captions) free_owned_name(r);
+    for (caption_stream_format &r : w->chapters) free_owned_name(r);
+}
+
+}  // namespace
+
 uint32_t write_idx1(aviout_handle *w) {
     uint32_t status = 0;
     const int64_t size_pos = chunk_start(w->file, &status);
@@ -38,24 +54,6 @@ uint32_t write_idx1(aviout_handle *w) {
     w->index_end = file_tell(w->file);
     return status;
 }
-
-template <typename Record>
-void free_owned_name(Record &r) {
-    if (r.name_length > 0 && r.name != nullptr) std::free(r.name);
-}
-
-void free_streams(aviout_handle *w) {
-    for (video_stream_format &r : w->video_formats) {
-        if (r.strd_present != 0 && r.strd_data != nullptr) std::free(r.strd_data);
-        free_owned_name(r);
-    }
-    for (audio_stream_format &r : w->audio_formats) free_owned_name(r);
-    for (caption_stream_format &r : w->text_captions) free_owned_name(r);
-    for (video_stream_format &r : w->bitmap_captions) free_owned_name(r);
-    for (caption_stream_format &r : w->chapters) free_owned_name(r);
-}
-
-}  // namespace
 
 uint32_t finish_segment(aviout_handle *w, int) {
     if (w->menu_file_tail != nullptr) write_menu_chunk(w->menu_file_tail, w);

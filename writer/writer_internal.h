@@ -26,6 +26,10 @@ void write_header_area(aviout_handle *w);
 void write_stream_header(aviout_handle *w, int32_t stream);
 // Opens a "movi" list (after the first segment inside a new "AVIX" form).
 uint32_t start_segment(aviout_handle *w);
+// The legacy index at the current position: one record per data chunk of
+// the first segment, its offset counted from the "movi" list type; ix##
+// chunks are left out. Sets index_end.
+uint32_t write_idx1(aviout_handle *w);
 // Closes the open segment and rewrites the header area; 0 when all went well.
 uint32_t finish_segment(aviout_handle *w, int unused);
 

@@ -1,0 +1,84 @@
+#!/bin/bash
+# A recorder killed with SIGKILL after its checkpoints: the file it leaves,
+# and that file cut at later bytes, play in ffprobe, ffmpeg, mplayer and
+# GStreamer and walk in this library's reader, every frame put before the
+# last checkpoint included, without any repair.
+# Usage: interop_checkpoint.sh CHECKER TOOL RECORDER   (native builds only)
+set -u
+. "$(dirname "$0")/lib.sh"
+recorder=$3
+need_ffmpeg
+for player in mplayer gst-launch-1.0 python3; do
+    command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }
+done
+
+# 25 different pictures, each frame a key frame.
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg" ||
+    fail "ffmpeg could not make the pictures"
+pictures=("$work"/f*.jpg)
+
+# The video frames each player hands on.
+frames_ffprobe() { ffprobe -v error -select_streams v -show_packets -of csv "$1" | grep -c '^packet'; }
+frames_mplayer() {  # the count, or "failed" when mplayer fails or says error
+    rm -f "$work/md5.txt"
+    if mplayer -really-quiet -benchmark -nolirc -noconfig all -vo md5sum:outfile="$work/md5.txt" -nosound "$1" \
+            < /dev/null > "$work/mplayer.txt" 2>&1 && ! grep -q -i -e error -e broken "$work/mplayer.txt"; then
+        wc -l < "$work/md5.txt"
+    else
+        echo failed
+    fi
+}
+frames_gst() {
+    timeout 60 gst-launch-1.0 -v filesrc location="$1" ! avidemux name=d d.video_0 ! queue ! jpegdec ! \
+        fakesink silent=false 2>&1 | grep -c 'chain'
+}
+# The video chunks this library's reader walks.
+frames_walked() {
+    kq chunks --json "$1"
+    python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); print(sum(s["chunks"] for s in d["streams"] if s["stream"] == 0))' "$work/out"
+}
+movi_end() {
+    kq riff --json "$1"
+    python3 -c '
+import json, sys
+def find(nodes):
+    for n in nodes:
+        if n.get("list_type") == "movi": return n["offset"] + 8 + n["size"]
+        r = find(n.get("children", []))
+        if r: return r
+print(find(json.load(open(sys.argv[1]))["chunks"]))' "$work/out"
+}
+
+# plays FILE EXPECTED WHAT: every player gives at least EXPECTED frames,
+# ffmpeg decodes without a word, and the reader walks exactly EXPECTED.
+plays() {
+    local file=$1 expected=$2 what=$3 n
+    n=$(frames_ffprobe "$file")
+    check "$what: ffprobe lists $n >= $expected frames" test "$n" -ge "$expected"
+    check "$what: ffmpeg decodes silently" test -z "$(ffmpeg -nostdin -v error -i "$file" -f null - 2>&1)"
+    n=$(frames_mplayer "$file")
+    check "$what: mplayer plays $n >= $expected frames" test "$n" != failed -a "$n" -ge "$expected"
+    n=$(frames_gst "$file")
+    check "$what: GStreamer plays $n >= $expected frames" test "$n" -ge "$expected"
+    n=$(frames_walked "$file")
+    check "$what: the reader walks $n = $expected frames" test "$n" -eq "$expected"
+}
+
+# Checkpoints every second (25 frames); killed after 90 frames, so the
+# last checkpoint holds 75 and some of the 15 frames after it reach the
+# disk past the end the file declares.
+for odml in 0 1; do
+    avi=$work/killed$odml.avi
+    rc=0
+    { "$recorder" "$avi" "$odml" 1.0 90 "${pictures[@]}"; } 2> /dev/null || rc=$?
+    check "odml $odml: the recorder was killed (status $rc)" test "$rc" -eq 137
+    plays "$avi" 75 "odml $odml, as killed"
+    end=$(movi_end "$avi")
+    size=$(stat -c %s "$avi")
+    check "odml $odml: frames after the checkpoint reached the disk ($size > $end)" test "$size" -gt "$((end + 20000))"
+    for cut in $((end + 3)) $((end + 8)) $((end + 5000)) $(((end + size) / 2)) $((size - 1)); do
+        head -c "$cut" "$avi" > "$work/cut.avi"
+        plays "$work/cut.avi" 75 "odml $odml, cut at $cut"
+    done
+done
+finish

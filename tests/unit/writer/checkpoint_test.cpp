@@ -1,0 +1,225 @@
+// Checkpoints and write failures: a checkpoint leaves a complete file on
+// disk without changing what the finished file holds, and a file system
+// that fills up is reported by every call from then on.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "unit/writer/writer_files.h"
+
+using namespace kelqtest;
+
+namespace {
+
+uint32_t size_of_chunk(int i) { return 300 + static_cast<uint32_t>(i * 53 % 900); }
+
+// A video and an audio stream; frame f is chunk 2f, its audio 2f + 1.
+aviout_handle *open_av_writer(const char *path, uint32_t odml) {
+    aviout_handle *w = open_video_writer(path, odml, 2.0, 0);
+    if (w == nullptr) return nullptr;
+    const audio_stream_format a = audio_record(16000, nullptr, 2);
+    const double audio_chunk = 0.04;
+    int32_t s;
+    if (aviout_set_audio_format(w, &s, &a, &audio_chunk) != 0) {
+        aviout_close(w);
+        return nullptr;
+    }
+    return w;
+}
+
+int put_frame(aviout_handle *w, int f) {
+    int r = put(w, 0, f % 10 == 0 ? AVIOUT_KEY_FRAME : 0, payload(size_of_chunk(f), static_cast<uint32_t>(f)));
+    return r | put(w, 1, 0, payload(1280, static_cast<uint32_t>(f + 7)));
+}
+
+struct schedule {
+    uint32_t odml;
+    int every;                 // frames between explicit checkpoints, 0: none
+    double seconds;            // checkpoint_seconds
+};
+
+// The chunks of the finished file as the reader walks them, with every
+// idx1 entry: what a player gets, whatever the layout.
+struct contents {
+    std::vector<walked> chunks;
+    std::vector<std::array<uint32_t, 4>> idx1;
+    uint32_t frames;
+};
+
+contents read_contents(const char *path) {
+    contents c{};
+    aviin_handle *h = aviin_open(path, 0);
+    EXPECT_NE(h, nullptr);
+    if (h == nullptr) return c;
+    int last = 0;
+    c.chunks = walk_data(h, &last, 5000);
+    EXPECT_EQ(last, 3);
+    for (uint32_t e = 0;; ++e) {
+        std::array<uint32_t, 4> v{};
+        if (aviin_get_idx1_entry(h, e, &v[0], &v[1], &v[2], &v[3]) != 0) break;
+        c.idx1.push_back(v);
+    }
+    aviin_close(h);
+    c.frames = avih_value(file_bytes(path), 4);
+    return c;
+}
+
+void write_recording(const char *path, const schedule &s, int frames) {
+    aviout_handle *w = open_av_writer(path, s.odml);
+    ASSERT_NE(w, nullptr);
+    EXPECT_EQ(aviout_checkpoint(w, 1), 0) << "before the first chunk: nothing to do";
+    EXPECT_EQ(file_bytes(path).size(), 0u);
+    w->checkpoint_seconds = s.seconds;
+    for (int f = 0; f < frames; ++f) {
+        ASSERT_EQ(put_frame(w, f), 0) << f;
+        if (s.every > 0 && (f + 1) % s.every == 0) {
+            ASSERT_EQ(aviout_checkpoint(w, f % 2), 0) << f;
+        }
+    }
+    EXPECT_EQ(aviout_close2(w), 0);
+}
+
+}  // namespace
+
+class CheckpointSchedule : public testing::TestWithParam<schedule> {};
+
+// Checkpoints change no chunk, no index entry and no count of the finished
+// file; without OpenDML they change no byte at all.
+TEST_P(CheckpointSchedule, FinishedFileHoldsTheSame) {
+    const schedule s = GetParam();
+    constexpr int frames = 240;
+    scratch_path plain, checkpointed;
+    write_recording(plain, schedule{s.odml, 0, 0.0}, frames);
+    write_recording(checkpointed, s, frames);
+    if (s.odml == 0) {
+        EXPECT_TRUE(file_bytes(plain) == file_bytes(checkpointed));
+        return;
+    }
+    const contents a = read_contents(plain), b = read_contents(checkpointed);
+    EXPECT_EQ(b.frames, static_cast<uint32_t>(frames));
+    EXPECT_EQ(a.frames, b.frames);
+    EXPECT_EQ(a.idx1, b.idx1);
+    ASSERT_EQ(a.chunks.size(), b.chunks.size());
+    for (size_t i = 0; i < a.chunks.size(); ++i) EXPECT_TRUE(a.chunks[i].data == b.chunks[i].data) << i;
+    // Both OpenDML indexes list every chunk of both tracks.
+    for (const char *path : {plain.c_str(), checkpointed.c_str()}) {
+        const std::vector<uint8_t> bytes = file_bytes(path);
+        for (int stream = 0; stream < 2; ++stream) {
+            const size_t indx = strl_chunk(bytes, stream, "indx");
+            uint64_t chunks = 0;
+            for (uint32_t e = 0; e < le32(bytes, indx + 4); ++e) {
+                const size_t ix = static_cast<size_t>(le64(bytes, indx + 24 + 16 * e));
+                chunks += le32(bytes, ix + 8 + 4);
+            }
+            EXPECT_EQ(chunks, static_cast<uint64_t>(frames)) << path << " stream " << stream;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
+                         testing::Values(schedule{0, 1, 0.0}, schedule{0, 37, 0.0}, schedule{0, 0, 1.0},
+                                         schedule{1, 1, 0.0}, schedule{1, 37, 0.0}, schedule{1, 0, 1.0},
+                                         schedule{1, 50, 0.5}));
+
+TEST(Checkpoint, NullHandles) {
+    EXPECT_EQ(aviout_checkpoint(nullptr, 0), 1);
+    EXPECT_EQ(aviout_close2(nullptr), 1);
+    scratch_path path;
+    aviout_handle *w = open_av_writer(path, 1);
+    ASSERT_NE(w, nullptr);
+    EXPECT_EQ(aviout_close2(w), 0) << "a writer without chunks leaves the file as opened";
+    EXPECT_EQ(file_bytes(path).size(), 0u);
+}
+
+// --- A card that fills up -------------------------------------------------
+
+namespace {
+
+constexpr long card_bytes = 2 * 1024 * 1024;
+
+// What the child saw, packed into its exit status: bit 0 a put or a
+// checkpoint gave 0 after one failed, bit 1 no call ever failed, bit 2 the
+// last checkpoint gave 0, bit 3 aviout_close2 gave 0. A checkpoint every
+// second may be the first to meet the full card, at its flush.
+[[noreturn]] void record_until_full(const char *path) {
+    aviout_handle *w = open_av_writer(path, 0);
+    if (w == nullptr) _exit(64);
+    int seen = 0;
+    bool failed = false;
+    const auto note = [&](int r) {
+        if (r == 0 && failed) seen |= 1;
+        if (r != 0) failed = true;
+    };
+    for (int f = 0; f < 3000; ++f) {
+        note(put_frame(w, f));
+        if (f % 25 == 24) note(aviout_checkpoint(w, 0));
+    }
+    if (!failed) seen |= 2;
+    if (aviout_checkpoint(w, 1) == 0) seen |= 4;
+    if (aviout_close2(w) == 0) seen |= 8;
+    _exit(seen);
+}
+
+// The child writes on a 2 MiB tmpfs it mounts, or under a 2 MiB file-size
+// limit (writes past it fail with EFBIG): -1 when neither can be had.
+int run_on_full_card(const char *how) {
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) return -1;
+    if (child == 0) {
+        if (std::strcmp(how, "tmpfs") == 0) {
+            char dir[] = "/tmp/kelqavi-card-XXXXXX";
+            if (mkdtemp(dir) == nullptr) _exit(65);
+            if (mount("card", dir, "tmpfs", 0, "size=2m") != 0) _exit(66);
+            const std::string path = std::string(dir) + "/rec.avi";
+            const pid_t writer = fork();
+            if (writer == 0) record_until_full(path.c_str());
+            int status = 0;
+            waitpid(writer, &status, 0);
+            umount(dir);
+            rmdir(dir);
+            _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 67);
+        }
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{static_cast<rlim_t>(card_bytes), static_cast<rlim_t>(card_bytes)};
+        if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(66);
+        char name[] = "/tmp/kelqavi-card-XXXXXX";
+        const int fd = mkstemp(name);
+        if (fd < 0) _exit(65);
+        close(fd);
+        const pid_t writer = fork();
+        if (writer == 0) record_until_full(name);
+        int status = 0;
+        waitpid(writer, &status, 0);
+        std::remove(name);
+        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 67);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+}  // namespace
+
+class FullCard : public testing::TestWithParam<const char *> {};
+
+// Once a write has failed, every put and checkpoint says so, and closing
+// reports the file incomplete.
+TEST_P(FullCard, EveryCallAfterTheFailureReportsIt) {
+    const int seen = run_on_full_card(GetParam());
+    if (seen == 66) GTEST_SKIP() << GetParam() << " cannot be had here";
+    ASSERT_GE(seen, 0);
+    ASSERT_LT(seen, 64) << "the child could not start: " << seen;
+    EXPECT_EQ(seen & 2, 0) << "the card never filled";
+    EXPECT_EQ(seen & 1, 0) << "a call gave 0 after one failed";
+    EXPECT_EQ(seen & 4, 0) << "the last checkpoint gave 0";
+    EXPECT_EQ(seen & 8, 0) << "aviout_close2 called the file complete";
+}
+
+INSTANTIATE_TEST_SUITE_P(Cards, FullCard, testing::Values("tmpfs", "file-size-limit"));
