@@ -61,23 +61,28 @@ int64_t partial_record_start(const context &ctx, const old_index &o, int64_t at)
 
 void find_stale_index(context &ctx) {
     const segment seg = first_segment(ctx);
-    if (seg.riff_end != ctx.file_size || seg.movi_end < 0 || seg.movi_end + 8 > ctx.file_size) return;
+    uint8_t b[8];
+    if (seg.movi_end < 0 || read_at(ctx.in, 0, b, sizeof b) != sizeof b) return;
+    // The form's size as the checkpoint wrote it: its idx1 ended there. Later
+    // chunks that reached past that end left none of it; a file cut before
+    // that end holds less of it.
+    const int64_t old_end = 8 + int64_t{load_le<uint32_t>(b + 4)};
+    if (old_end < ctx.file_size || read_at(ctx.in, seg.movi_end, b, 4) != 4) return;
+    const int64_t end = ctx.file_size;
     int32_t stream = -1, type = 0;
-    uint8_t b[4];
-    if (read_at(ctx.in, seg.movi_end, b, sizeof b) != sizeof b) return;
     const chunk_kind at_end = classify(ctx, load_le<uint32_t>(b), 0, stream, type);
     if (at_end != chunk_kind::data && at_end != chunk_kind::index) return;
     const old_index o{ctx.movi0 + 8, seg.movi_end + 8, seg.movi_end};
-    const int64_t span = ctx.file_size - o.first;
-    if (span < int64_t{idx1_record_size} || span % idx1_record_size != 0) return;
-    int64_t first_whole = ctx.file_size;
+    if (end < o.first + int64_t{idx1_record_size}) return;
+    const int64_t grid_end = o.first + (end - o.first) / idx1_record_size * idx1_record_size;
+    int64_t first_whole = grid_end;
     while (first_whole - int64_t{idx1_record_size} >= o.first &&
            old_record(ctx, o, first_whole - int64_t{idx1_record_size}))
         first_whole -= idx1_record_size;
-    if (first_whole == ctx.file_size) return;
+    if (first_whole == grid_end) return;
     ctx.data_end = partial_record_start(ctx, o, first_whole - int64_t{idx1_record_size});
     ctx.idx1_records = first_whole;
-    ctx.idx1_count = static_cast<uint64_t>(ctx.file_size - first_whole) / idx1_record_size;
+    ctx.idx1_count = static_cast<uint64_t>(grid_end - first_whole) / idx1_record_size;
     ctx.idx1_base = o.movi_type;
 }
 
