@@ -1032,7 +1032,7 @@ enum {
 
 typedef struct aviout_repair_stream {
     uint32_t type;          /* strh type: "vids", "auds", "txts", ... */
-    uint32_t codec;         /* video: strf compression; others: strh handler */
+    uint32_t codec;         /* video: strf compression; audio: strf format tag; others: strh handler */
     uint32_t chunks;        /* data chunks kept */
     uint32_t key_frames;    /* of them, key frames in the rebuilt indexes */
     uint64_t bytes;         /* their data bytes */

@@ -85,6 +85,8 @@ bool scan_strl(context &ctx, const head &list) {
         } else if (h.id == id_strf && s.type == type_vids && h.size >= strf_compression_at + 4) {
             s.compression = read_u32(ctx, h.pos + 8 + strf_compression_at);
             s.rule = rule_of(s.compression);
+        } else if (h.id == id_strf && s.type == type_auds && h.size >= 2) {
+            s.compression = read_u32(ctx, h.pos + 8) & 0xFFFFu;   // the format tag
         } else if (h.id == id_indx) {
             take_indx(ctx, s, h);
         }

@@ -23,7 +23,7 @@ void fill_report(const context &ctx, const layout &l, aviout_repair_report &rep)
         const stream_state &s = ctx.streams[i];
         aviout_repair_stream &out = rep.streams[i];
         out.type = s.type;
-        out.codec = s.type == ids::type_vids ? s.compression : s.handler;
+        out.codec = s.type == ids::type_vids || s.type == ids::type_auds ? s.compression : s.handler;
         out.chunks = s.chunks;
         out.key_frames = s.key_frames;
         out.bytes = s.bytes;

@@ -29,7 +29,7 @@ enum class key_rule : uint8_t { always, mpeg4, h264 };
 struct stream_state {
     uint32_t type = 0;          // strh type
     uint32_t handler = 0;       // strh handler
-    uint32_t compression = 0;   // strf compression of a "vids" stream
+    uint32_t compression = 0;   // strf compression of a "vids" stream, format tag of an "auds" one
     uint32_t sample_size = 0;
     int64_t strh_data = 0;      // position of the strh payload
     int64_t indx_pos = 0;       // position of the indx chunk's id; 0 without one

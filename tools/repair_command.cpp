@@ -47,6 +47,14 @@ const char *outcome(int result, const aviout_repair_report &r) {
 
 std::string code_text(uint32_t code) { return code == 0 ? std::string("-") : fourcc_text(code); }
 
+// Audio streams give their format tag, the others a FourCC.
+std::string codec_text(const aviout_repair_stream &s) {
+    if (s.type != make_fourCC("auds")) return code_text(s.codec);
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%04X", static_cast<unsigned>(s.codec));
+    return text;
+}
+
 void print_text(const char *path, int result, const aviout_repair_report &r) {
     const text_style style = style_for_stdout();
     std::printf("%s: %s\n", paint(path, sgr::bold, style.colour).c_str(),
@@ -68,7 +76,7 @@ void print_text(const char *path, int result, const aviout_repair_report &r) {
     rows.push_back({"STREAM", "TYPE", "CODEC", "CHUNKS", "KEY", "BYTES", "LENGTH", "STD INDEXES"});
     for (int32_t i = 0; i < r.stream_count && i < AVIOUT_REPAIR_STREAMS; ++i) {
         const aviout_repair_stream &s = r.streams[i];
-        rows.push_back({std::to_string(i), code_text(s.type), code_text(s.codec), std::to_string(s.chunks),
+        rows.push_back({std::to_string(i), code_text(s.type), codec_text(s), std::to_string(s.chunks),
                         std::to_string(s.key_frames), human_size(s.bytes), std::to_string(s.length),
                         std::to_string(s.std_indexes)});
     }
@@ -105,7 +113,7 @@ void print_json(const char *in, const char *out, int result, const aviout_repair
         j.begin_object(nullptr, true);
         j.field("stream", jw::number(i));
         j.field("type", jw::fourcc(s.type));
-        j.field("codec", jw::fourcc(s.codec));
+        j.field("codec", s.type == make_fourCC("auds") ? jw::number(s.codec) : jw::fourcc(s.codec));
         j.field("chunks", jw::number(s.chunks));
         j.field("key_frames", jw::number(s.key_frames));
         j.field("bytes", jw::number(s.bytes));
