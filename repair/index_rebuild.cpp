@@ -15,8 +15,8 @@ namespace kelq::repair {
 
 namespace {
 
-constexpr uint32_t idx1_per_flush = 256;
-constexpr uint32_t tail_per_flush = 32;
+constexpr uint32_t idx1_per_flush = 512;
+constexpr uint32_t tail_per_flush = 128;
 constexpr uint64_t max_riff_size = 0xFFFFFFFFu;
 constexpr uint16_t std_longs_per_entry = 2;
 constexpr uint8_t index_of_chunks = 1;

@@ -105,6 +105,8 @@ bool assumed_key(key_sources &k, const chunk_item &c) {
     const key_rule rule = k.ctx->streams[c.stream].rule;
     if (!is_frame(c.type) || rule == key_rule::always) return true;
     const size_t want = c.size < look_size ? c.size : look_size;
+    const uint8_t *held = window_read(*k.ctx, c.data(), want, false);
+    if (held != nullptr) return starts_key_frame(rule, held, want);
     const size_t got = want == 0 ? 0 : read_at(k.ctx->in, c.data(), k.look, want);
     return starts_key_frame(rule, k.look, got);
 }

@@ -15,12 +15,12 @@ struct header {
 };
 
 bool read_header(const context &ctx, int64_t pos, header &h) {
-    uint8_t b[12] = {};
     const size_t want = pos + list_header <= ctx.data_end ? 12 : 8;
-    if (pos < 0 || pos + 8 > ctx.data_end || read_at(ctx.in, pos, b, want) != want) return false;
+    const uint8_t *b = pos < 0 || pos + 8 > ctx.data_end ? nullptr : window_read(ctx, pos, want);
+    if (b == nullptr) return false;
     h.id = load_le<uint32_t>(b);
     h.size = load_le<uint32_t>(b + 4);
-    h.list_type = load_le<uint32_t>(b + 8);
+    h.list_type = want == 12 ? load_le<uint32_t>(b + 8) : 0;
     return true;
 }
 

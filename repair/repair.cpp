@@ -43,6 +43,8 @@ int64_t size_of(FILE *f) {
 bool write_repair(context &ctx, layout &l, const char *path, aviout_repair_report &rep) {
     FILE *out = file_open(path, 4);
     if (out == nullptr) return false;
+    // Every write is a block of its own, at its own position.
+    std::setvbuf(out, nullptr, _IONBF, 0);
     rep.changed = 1;
     bool ok = rebuild_indexes(ctx, l, out);
     ok = ok && place_appended(ctx, l, out);
@@ -105,7 +107,8 @@ extern "C" int aviout_repair(const char *path, uint32_t swapped_ids, aviout_repa
     if (ctx.in == nullptr) {
         rep.problem = AVIOUT_REPAIR_CANNOT_READ;
     } else {
-        std::setvbuf(ctx.in, ctx.read_buffer, _IOFBF, sizeof ctx.read_buffer);
+        // Reads go to the walk's window and the passes' own buffers.
+        std::setvbuf(ctx.in, nullptr, _IONBF, 0);
         result = repair_open_file(ctx, path, rep);
         file_close(ctx.in);
     }

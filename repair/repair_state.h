@@ -12,7 +12,8 @@ namespace kelq::repair {
 
 constexpr int32_t max_streams = AVIOUT_REPAIR_STREAMS;
 constexpr uint32_t max_ix_records = 1024;       // standard index chunks remembered, all streams
-constexpr size_t read_buffer_size = 16 * 1024;  // stdio buffer of the reading stream
+constexpr size_t window_size = 64 * 1024;      // bytes of the file held for the chunk walk
+constexpr size_t header_read = 1024;            // read when a window served few headers
 constexpr uint32_t idx1_record_size = 16;
 constexpr uint32_t std_entry_size = 8;
 constexpr uint32_t index_header_size = 24;     // after an index chunk's 8-byte header
@@ -108,13 +109,28 @@ struct context {
     uint32_t ix_count = 0;
     bool ix_overflow = false;
 
-    char read_buffer[read_buffer_size];
+    // The bytes last read for the walk. Small chunks are read a whole
+    // window at a time; when a window serves few headers (large chunks),
+    // only each header and the start of its data are read, until such a
+    // read serves more than one.
+    struct read_window {
+        int64_t pos = 0;
+        size_t held = 0;
+        uint32_t served = 0;   // requests the bytes held have answered
+        bool whole = true;     // windows are read whole
+        uint8_t buf[window_size];
+    };
+    mutable read_window window;
 };
 
 // Bytes read at a position; fewer at the end of the file or on failure.
 size_t read_at(FILE *f, int64_t pos, void *dst, size_t count);
 // Whole write at a position; false when it failed.
 bool write_at(FILE *f, int64_t pos, const void *src, size_t count);
+
+// count bytes at pos from the walk's window, read into it when they are not
+// there (with fill false, null instead); null when the file holds fewer.
+const uint8_t *window_read(const context &ctx, int64_t pos, size_t count, bool fill = true);
 
 // The header lists: RIFF "AVI ", hdrl (avih, strl lists, odml), the first
 // "movi". false with ctx.problem set when the file cannot be repaired.
