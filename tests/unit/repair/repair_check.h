@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -74,10 +75,42 @@ inline void expect_odml_agrees(const std::vector<uint8_t> &b, const std::vector<
     }
 }
 
+// The header counts as the writer keeps them: avih frames of the first RIFF,
+// dmlh frames of all, and per stream (sample size 0) its chunks and largest.
+inline void expect_counts(const std::vector<uint8_t> &b, const std::vector<chunk_at> &chunks, size_t first_riff) {
+    uint32_t first_frames = 0, frames = 0;
+    for (size_t i = 0; i < chunks.size(); ++i) {
+        const std::string suffix = chunks[i].id.substr(2);
+        const bool frame = suffix == "dc" || suffix == "db" || chunks[i].id.substr(0, 2) == "dc";
+        frames += frame ? 1 : 0;
+        first_frames += frame && i < first_riff ? 1 : 0;
+    }
+    EXPECT_EQ(avih_value(b, 4), first_frames) << "avih total frames";
+    const chunk_at odml = find_child(b, find_child(b, 0, "LIST", "hdrl").pos, "LIST", "odml");
+    if (odml.pos != SIZE_MAX) {
+        EXPECT_EQ(le32(b, find_child(b, odml.pos, "dmlh").data()), frames) << "dmlh frames";
+    }
+    const std::vector<chunk_at> lists = strl_lists(b);
+    for (size_t s = 0; s < lists.size(); ++s) {
+        const size_t strh = strl_chunk(b, static_cast<int>(s), "strh");
+        uint32_t count = 0, largest = 0;
+        for (const chunk_at &c : chunks) {
+            if (fourCC_streamID(make_fourCC(c.id.c_str()), 1) != s) continue;
+            ++count;
+            largest = std::max(largest, c.size);
+        }
+        if (le32(b, strh + strh_sample) == 0 && text4(b, strh) != "txts") {
+            EXPECT_EQ(le32(b, strh + strh_length), count) << "stream " << s << " length";
+        }
+        EXPECT_EQ(le32(b, strh + strh_buffer), largest) << "stream " << s << " suggested buffer size";
+    }
+}
+
 // The repaired file holds exactly `kept`, in order, its sizes tile it, its
 // idx1 describes the first RIFF's chunks with the expected key flags, and
-// the reader walks them.
-inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kept, uint32_t swapped = 0) {
+// the reader walks them; with counted, the header counts are the kept chunks'.
+inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kept, uint32_t swapped = 0,
+                            bool counted = true) {
     const std::vector<uint8_t> b = file_bytes(path);
     const std::vector<size_t> segs = segments_of(b);
     ASSERT_FALSE(segs.empty());
@@ -108,6 +141,7 @@ inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kep
         EXPECT_EQ((le32(b, r + 4) & 0x10) != 0, kept[i].key) << "key flag of record " << i;
     }
     expect_odml_agrees(b, all);
+    if (counted) expect_counts(b, all, first_riff);
     if (first_riff == 0) return;
     aviin_handle *h = aviin_open(path, swapped);
     ASSERT_NE(h, nullptr);

@@ -138,7 +138,7 @@ TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
     const recording r = record(v);
     tally t;
     const size_t movi_data = find_child(r.finished, 0, "LIST", "movi").pos + 12;
-    if (v.checkpoint_every == 0) {
+    {
         for (size_t c : cuts(r.finished, 0, r.finished.size() - 1)) {
             scratch_path path;
             put_file(path, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)));
@@ -181,5 +181,55 @@ INSTANTIATE_TEST_SUITE_P(Writer, RepairSweep,
                          testing::Values(variant{"plain", 0, 0}, variant{"odml", 1, 0}, variant{"checkpoints", 0, 7},
                                          variant{"odml_checkpoints", 1, 7}),
                          [](const testing::TestParamInfo<variant> &info) { return std::string(info.param.name); });
+
+}  // namespace
+
+namespace {
+
+// Key frames from the standard indexes: MJPEG video with a key frame in
+// three and audio put as no key frame, cut after the second flush of the
+// indexes. The chunks an ix## chunk before the cut lists keep the flags that
+// were put; the chunks after a track's last one are taken as key frames.
+TEST(RepairOpenDml, StandardIndexesGiveKeyFrames) {
+    scratch_path path;
+    aviout_handle *w = open_video_writer(path, 1, 1.4);
+    ASSERT_NE(w, nullptr);
+    const audio_stream_format audio = audio_record(8000);
+    const double duration = 0.04;
+    int32_t as = -1;
+    ASSERT_EQ(aviout_set_audio_format(w, &as, &audio, &duration), 0);
+    std::vector<kept_chunk> puts;
+    for (int i = 0; i < 30; ++i) {
+        puts.push_back({"00dc", payload(300 + static_cast<uint32_t>(i), static_cast<uint32_t>(i)), i % 3 == 0});
+        put(w, 0, puts.back().key ? AVIOUT_KEY_FRAME : 0, puts.back().data);
+        puts.push_back({"01wb", payload(161, 500u + i), false});
+        put(w, as, 0, puts.back().data);
+    }
+    aviout_close(w);
+    const std::vector<uint8_t> finished = file_bytes(path);
+    const std::vector<chunk_at> children = movi_chunks(finished);
+    size_t cut = 0, index_chunks = 0;
+    for (const chunk_at &c : children)
+        if (c.id.substr(0, 2) == "ix" && ++index_chunks == 3) cut = c.data() + c.size + 40;
+    ASSERT_GT(cut, 0u) << "two flushes of both tracks before the cut";
+    // A chunk is listed when an ix## chunk of its track ('dc' or 'wb' in its
+    // dwChunkId) follows it before the cut.
+    std::vector<kept_chunk> kept;
+    size_t n = 0;
+    for (size_t i = 0; i < children.size(); ++i) {
+        const chunk_at &c = children[i];
+        if (c.id.substr(0, 2) == "ix" || c.data() + c.size > cut) continue;
+        bool listed = false;
+        for (size_t j = i + 1; j < children.size(); ++j)
+            listed = listed || (children[j].id.substr(0, 2) == "ix" && children[j].data() + children[j].size <= cut &&
+                                text4(finished, children[j].data() + 8).substr(2) == c.id.substr(2));
+        kept.push_back(puts[n++]);
+        if (!listed) kept.back().key = true;
+    }
+    ASSERT_LT(kept.size(), puts.size());
+    put_file(path, std::vector<uint8_t>(finished.begin(), finished.begin() + static_cast<long>(cut)));
+    EXPECT_EQ(aviout_repair(path, 0, nullptr), 3);
+    expect_repaired(path, kept);
+}
 
 }  // namespace
