@@ -967,9 +967,11 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * list, or a size that runs past a list whose size is right); everything
  * from that chunk on is dropped and the file is truncated (ftruncate on the
  * stream's descriptor). A chunk whose data is complete but whose pad byte is
- * missing is kept and gets its pad byte. A "movi" size that ends where data
- * chunks of declared streams go on (a checkpoint's size, with the chunks
- * written after it) is taken as stale and the walk goes on; the bytes of the
+ * missing is kept and gets its pad byte. The chunks of a LIST "rec " group are
+ * kept (and indexed one by one) when the whole group is readable. A "movi"
+ * size that ends where data chunks of declared streams go on (a checkpoint's
+ * size, with the chunks written after it) is taken as stale and the walk
+ * goes on; the bytes of the
  * checkpoint's idx1 that later chunks did not overwrite are recognised (their
  * records describe the chunks before it) and not taken for data, though a
  * chunk whose last few bytes fell on that index keeps them.
@@ -1000,11 +1002,11 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * H.264 when its first slice is an IDR slice (empty chunks are not key
  * frames, and a chunk the look cannot decide is); "dd" chunks are not.
  *
- * Bounded: fixed buffers only (about 80 KB, whatever the file's size), every
+ * Bounded: fixed buffers only (about 160 KB, whatever the file's size), every
  * size from the file checked against its length, every loop advancing.
  * Nothing is written to a file that is already whole (every RIFF and "movi"
  * size right, idx1 present): it is left byte for byte as it was. The writes
- * go past the kept data first, then the header fields, then the truncation,
+ * go past the kept data first, then the truncation, then the header fields,
  * so a repair that is itself interrupted leaves a file that can be repaired
  * again. The data is not forced to the device (fsync is the caller's).
  * ------------------------------------------------------------------------ */
@@ -1026,7 +1028,8 @@ enum {
 enum {
     AVIOUT_REPAIR_DROP_NONE = 0,
     AVIOUT_REPAIR_DROP_CUT = 1,          /* a chunk or segment runs past the end of the file */
-    AVIOUT_REPAIR_DROP_UNREADABLE = 2,   /* an id that is no chunk of a declared stream */
+    AVIOUT_REPAIR_DROP_UNREADABLE = 2,   /* an id that is no chunk of a declared stream, or
+                                            bytes after the last segment that are no segment */
     AVIOUT_REPAIR_DROP_BAD_SIZE = 3      /* a size that runs past the end of its list */
 };
 
@@ -1034,7 +1037,7 @@ typedef struct aviout_repair_stream {
     uint32_t type;          /* strh type: "vids", "auds", "txts", ... */
     uint32_t codec;         /* video: strf compression; audio: strf format tag; others: strh handler */
     uint32_t chunks;        /* data chunks kept */
-    uint32_t key_frames;    /* of them, key frames in the rebuilt indexes */
+    uint32_t key_frames;    /* of them, key frames (as the rebuilt idx1 flags them) */
     uint64_t bytes;         /* their data bytes */
     uint32_t length;        /* the strh length the chunks kept give */
     uint32_t std_indexes;   /* standard index chunks its super index lists after repair; 0 without indx */

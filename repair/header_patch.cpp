@@ -53,7 +53,7 @@ void super_entry(uint8_t *e, int64_t pos, uint64_t chunk_size, uint64_t duration
 }
 
 // One super index: the kept standard indexes of its stream, then the final
-// one; emptied when they do not all fit. Unused entries are zeroed.
+// one; emptied when they do not all fit. Entries no longer in use are zeroed.
 bool patch_super_index(const context &ctx, int32_t stream, FILE *out) {
     const stream_state &s = ctx.streams[stream];
     const bool audio = s.type == ids::type_auds;
@@ -71,9 +71,16 @@ bool patch_super_index(const context &ctx, int32_t stream, FILE *out) {
                     audio ? s.tail_bytes : s.tail_entries);
         ok = write_at(out, s.indx_pos + first_entry_at + int64_t{n++} * super_entry_size, e, sizeof e) && ok;
     }
-    const uint8_t zeros[super_entry_size] = {};
-    for (uint32_t i = n; i < s.indx_capacity; ++i)
-        ok = write_at(out, s.indx_pos + first_entry_at + int64_t{i} * super_entry_size, zeros, sizeof zeros) && ok;
+    // Entries past those the chunk had in use are zero already.
+    uint8_t b[4] = {};
+    read_at(out, s.indx_pos + entries_in_use_at, b, sizeof b);
+    const uint32_t used = load_le<uint32_t>(b) < s.indx_capacity ? load_le<uint32_t>(b) : s.indx_capacity;
+    static constexpr uint8_t zeros[32 * super_entry_size] = {};
+    for (uint32_t i = n; i < used;) {
+        const uint32_t k = used - i < 32 ? used - i : 32;
+        ok = write_at(out, s.indx_pos + first_entry_at + int64_t{i} * super_entry_size, zeros, k * super_entry_size) && ok;
+        i += k;
+    }
     return put32(out, s.indx_pos + entries_in_use_at, n) && ok;
 }
 
