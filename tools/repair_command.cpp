@@ -10,6 +10,8 @@
 
 #include "kelqavi.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -126,6 +128,12 @@ void print_json(const char *in, const char *out, int result, const aviout_repair
     j.write(stdout);
 }
 
+// True when both paths name one file (copying it onto itself would empty it).
+bool same_file(const char *a, const char *b) {
+    struct stat sa, sb;
+    return stat(a, &sa) == 0 && stat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
 // IN copied to OUT byte for byte.
 bool copy_file(const char *in, const char *out, std::string &error) {
     FILE *from = file_open(in, 0);
@@ -185,6 +193,7 @@ int run_repair_command(int argc, char **argv) {
     if (stop) return parsed;
     const char *in = options.operands[0];
     const char *out = options.operands.size() > 1 ? options.operands[1] : nullptr;
+    if (out != nullptr && same_file(in, out)) out = nullptr;   // OUT is IN: repaired in place
     std::string error;
     if (out != nullptr && !copy_file(in, out, error)) {
         print_error("%s", error.c_str());

@@ -46,8 +46,9 @@ fi
 check "in place and into a copy give the same file" cmp -s "$work/cut.avi" "$work/copy.avi"
 kq chunks "$work/cut.avi"
 expect_status 0 "the repaired file walks to the end of its lists"
-kq repair "$work/cut.avi"
-expect_status 0 "repair of a repaired file"
+kq repair "$work/cut.avi" "$work/../$(basename "$work")/cut.avi"
+expect_status 0 "repair of a repaired file, OUT naming IN"
+check "OUT naming IN repairs in place, without emptying the file" cmp -s "$work/cut.avi" "$work/copy.avi"
 check "a repaired file is whole" has 'whole, nothing to repair'
 
 # Files that cannot be repaired: 1, one line, nothing written.
