@@ -85,6 +85,19 @@ case_file two_segments() {
     return {whole.prefix(cut), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
 }
 
+// The same two segments as a checkpoint leaves them in "AVIX": its sizes end
+// after two chunks, two more follow them, the last cut short.
+case_file two_segments_checkpointed() {
+    const std::vector<planned> p = six_chunks();
+    const indexed_file first_form = make_indexed(mjpeg_pcm, {p[0], p[1]});
+    byte_image closed, later;
+    for (size_t i = 2; i < 4; ++i) closed.chunk(p[i].id.c_str(), p[i].data);
+    for (size_t i = 4; i < 6; ++i) later.chunk(p[i].id.c_str(), p[i].data);
+    byte_image whole = first_form.bytes;
+    whole.append(avi_form(movi(closed), "AVIX")).append(later);
+    return {whole.prefix(whole.size() - 10), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
+}
+
 // A "rec " group of two chunks, then a chunk cut short.
 case_file rec_group() {
     const std::vector<planned> p = six_chunks();
@@ -151,6 +164,7 @@ const row rows[] = {
          return case_file{f.bytes.prefix(f.bytes.size() - 2 * 16 - 5), kept};
      }},
     {"two segments, cut in AVIX", two_segments},
+    {"two segments, AVIX sizes stale", two_segments_checkpointed},
     {"rec group", rec_group},
     {"MPEG-4 VOP coding types",
      [] { return bitstream("XVID", {{vop(0), true}, {vop(1), false}, {byte_image(), false}, {vop(2), false}, {vop(0), true}}); }},
