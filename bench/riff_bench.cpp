@@ -301,6 +301,7 @@ int main(int argc, char **argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.print_ratios();
     print_writer_memory();
+    print_writer_checkpoints();
     benchmark::Shutdown();
     std::remove(value_file().c_str());
     std::remove(movi_file().c_str());

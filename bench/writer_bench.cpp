@@ -12,7 +12,9 @@ extern "C" {
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -80,16 +82,20 @@ writer_streams set_streams(aviout_handle *w, const chunk_mix &m) {
     return s;
 }
 
-// Writes the mix; after_chunks is called once, when that many chunks are out.
+// Writes the mix; probe is called once, when probe_at chunks are out.
+// checkpoint_seconds > 0 makes automatic checkpoints, < 0 an explicit one
+// after every frame.
 template <typename Probe>
-void write_with_writer(const chunk_mix &m, uint32_t odml, int probe_at, Probe probe) {
+void write_with_writer(const chunk_mix &m, uint32_t odml, int probe_at, Probe probe, double checkpoint_seconds = 0.0) {
     aviout_handle *w = aviout_open(output_path().c_str(), odml, 0);
     const writer_streams s = set_streams(w, m);
+    if (checkpoint_seconds > 0.0) w->checkpoint_seconds = checkpoint_seconds;
     const uint8_t *data = payload().data();
     for (int i = 0; i < m.frames; ++i) {
         aviout_put_chunk(w, s.video, AVIOUT_KEY_FRAME, data, m.video_bytes);
         aviout_put_chunk(w, s.audio, AVIOUT_KEY_FRAME, data, m.audio_bytes);
         if (2 * (i + 1) == probe_at) probe();
+        if (checkpoint_seconds < 0.0) aviout_checkpoint(w, 0);
     }
     aviout_close(w);
 }
@@ -247,6 +253,65 @@ void print_writer_memory() {
     }
     std::printf("writer handle: %zu bytes of address space, one calloc\n", sizeof(aviout_handle));
     std::remove(output_path().c_str());
+}
+
+namespace {
+
+// Bytes this process has handed to write() so far.
+long long bytes_written() {
+    FILE *io = std::fopen("/proc/self/io", "r");
+    if (io == nullptr) return -1;
+    char line[128];
+    long long bytes = -1;
+    while (std::fgets(line, sizeof line, io) != nullptr)
+        if (std::strncmp(line, "wchar:", 6) == 0) bytes = std::atoll(line + 6);
+    std::fclose(io);
+    return bytes;
+}
+
+struct timed_write {
+    double seconds;      // median of the runs
+    long long bytes;     // handed to write() by one run
+};
+
+timed_write time_writer(const chunk_mix &m, uint32_t odml, double checkpoint_seconds, int runs) {
+    std::vector<double> times;
+    long long bytes = 0;
+    for (int r = 0; r < runs; ++r) {
+        const long long before = bytes_written();
+        timespec start{}, end{};
+        clock_gettime(CLOCK_MONOTONIC, &start);
+        write_with_writer(m, odml, 0, [] {}, checkpoint_seconds);
+        clock_gettime(CLOCK_MONOTONIC, &end);
+        bytes = bytes_written() - before;
+        times.push_back(double(end.tv_sec - start.tv_sec) + (end.tv_nsec - start.tv_nsec) / 1e9);
+    }
+    std::sort(times.begin(), times.end());
+    return timed_write{times[times.size() / 2], bytes};
+}
+
+}  // namespace
+
+// The writer with an automatic checkpoint every second of video against
+// none (the goal is at least 0.95 of the throughput), and what one
+// checkpoint costs: an explicit checkpoint after every frame, less the run
+// without any, per checkpoint.
+void print_writer_checkpoints() {
+    std::printf("\ncheckpoints (median of 5 runs; file in the page cache)\n");
+    std::printf("%-36s %10s %10s %12s %12s %14s\n", "", "none (ms)", "1/s (ms)", "throughput", "per checkpt",
+                "bytes/checkpt");
+    for (const chunk_mix *m : {&large_mix, &small_mix}) {
+        for (uint32_t odml : {0u, 1u}) {
+            const timed_write none = time_writer(*m, odml, 0.0, 5);
+            const timed_write second = time_writer(*m, odml, 1.0, 5);
+            const timed_write every = time_writer(*m, odml, -1.0, 5);
+            const double each_us = (every.seconds - none.seconds) / m->frames * 1e6;
+            std::printf("%-36s %10.1f %10.1f %11.3fx %10.1f us %14.0f\n",
+                        (std::string(m->name) + (odml ? ", OpenDML" : "")).c_str(), none.seconds * 1e3,
+                        second.seconds * 1e3, none.seconds / second.seconds, each_us,
+                        double(every.bytes - none.bytes) / m->frames);
+        }
+    }
 }
 
 void remove_writer_bench_file() { std::remove(output_path().c_str()); }

@@ -865,10 +865,15 @@ typedef struct aviout_handle {
      * aviout_checkpoint return 1, and aviout_close2 reports the file as
      * incomplete. */
     uint32_t write_failed;
-    /* Per track: 1 while its current standard index is on disk, put there
-     * by a checkpoint and listed as its super index's last entry; the
-     * index is then rewritten in place, not appended. */
-    uint8_t std_index_on_disk[AVIOUT_MAX_STREAMS];
+    /* Per track: the entries of its current standard index that a
+     * checkpoint has put on disk (0: none). Such an index is listed as its
+     * super index's last entry and rewritten in place, not appended. */
+    uint32_t std_index_on_disk[AVIOUT_MAX_STREAMS];
+    /* Where the last checkpoint left its "JUNK" header at the end of the
+     * file (0: none): the chunks put since then lie inside it. */
+    int64_t checkpoint_junk_pos;
+    uint8_t *header_image;              /* the header area, as checkpoints render it */
+    int64_t header_image_size;
 } aviout_handle;
 
 /* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the
@@ -922,6 +927,12 @@ KELQAVI_API int aviout_set_metadata_info(aviout_handle *w, const uint8_t *data, 
  * header area first). flags: AVIOUT_KEY_FRAME, AVIOUT_FRAME_DATA,
  * AVIOUT_UNCOMPRESSED. 0 written; 1 a write failed (or the header area did);
  * 4 written, and the file has reached 0x7F000000 bytes: close it.
+ * 0 means the chunk went into the stream's 64 KiB buffer: a write that
+ * fails when the buffer goes out (a full card) is reported by the call
+ * that meets it, and from then on every call gives 1 (write_failed stays
+ * set), so a recorder knows that what it put since its last successful
+ * aviout_checkpoint may be lost. With checkpoint_seconds set, a call that
+ * made an automatic checkpoint that failed gives 1 too.
  * Chunks past the legacy index's 1,872,000 entries are written but not
  * indexed in idx1. With OpenDML on, 1 also when the chunk was written but its
  * track's index is full (a 101st standard index chunk, or more chunks than a
@@ -944,7 +955,24 @@ KELQAVI_API void aviout_close(aviout_handle *w);
  * closing the writer; writing then goes on where it was. 0 done, 1 failed
  * (also once any earlier write has failed, and for a null w). Before the
  * first chunk it does nothing and gives 0. sync non-zero also forces the
- * data to the device (fsync). */
+ * data to the device (fsync).
+ * What it writes, all in place: with OpenDML on, each track's current
+ * standard index as an ix## chunk of its full length (N x 8 + 48 bytes) at
+ * the end of the data the first time, and over those same bytes at later
+ * checkpoints and when the index is full, with its super index entry kept
+ * current; idx1 after the last chunk (first segment only); the "movi" size
+ * up to the end of the data, the form's size up to the end of idx1; the
+ * header area with the counts so far. The stream then goes back to where
+ * idx1 begins: the next chunks overwrite it, and the final idx1 lands there
+ * again. A file cut at any later byte declares its lists to end at the last
+ * checkpoint, so a reader finds every chunk put before it, with the counts
+ * and (OpenDML) the index that go with them; the chunks after it lie past
+ * the declared end, where players that scan find them too.
+ * Cost per checkpoint: the header area, 16 bytes per chunk so far (idx1)
+ * and one standard index chunk per OpenDML track, with a few seeks; no
+ * memory. Without OpenDML a finished file is the same byte for byte with or
+ * without checkpoints; with it only the places of the ix## chunks differ.
+ * The menu file tail is copied only when the file is finished. */
 KELQAVI_API int aviout_checkpoint(aviout_handle *w, int32_t sync);
 /* aviout_close that says whether the file is complete: 0 when every write
  * of the file, its finishing and its closing succeeded (a writer that got no

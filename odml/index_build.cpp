@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace kelq {
 
 namespace {
@@ -217,9 +219,28 @@ int update_standard_index(aviout_handle *w, int32_t track) {
 
 int checkpoint_standard_index(aviout_handle *w, int32_t track) {
     if (w == nullptr || !has_track(w, track)) return -1;
-    if (entries_in_use(w->std_index_buf[track]) == 0) return track;
-    if (update_standard_index(w, track) == -1) return -1;
-    w->std_index_on_disk[track] = 1;
+    const uint32_t n = entries_in_use(w->std_index_buf[track]);
+    const uint32_t on_disk = w->std_index_on_disk[track];
+    if (n == 0 || n == on_disk) return track;
+    if (on_disk == 0) {
+        if (update_standard_index(w, track) == -1) return -1;
+        w->std_index_on_disk[track] = n;
+        return track;
+    }
+    // Already on disk, and flushed there: its header and the entries added
+    // since go straight to their places.
+    const odml_track_state *t = w->odml_track[track];
+    const uint8_t *image = w->std_index_buf[track];
+    const int64_t at = t->std_index_pos + chunk_header_size;
+    const int fd = fileno(w->file);
+    const size_t added = static_cast<size_t>(n - on_disk) * std_entry_size;
+    const size_t first = at_entries + static_cast<size_t>(on_disk) * std_entry_size;
+    if (pwrite(fd, image, at_entries, at) != static_cast<ssize_t>(at_entries) ||
+        pwrite(fd, image + first, added, at + static_cast<int64_t>(first)) != static_cast<ssize_t>(added))
+        return -1;
+    uint8_t *super = w->super_index_buf[track];
+    store_super_entry(super, entries_in_use(super) - 1, t);
+    w->std_index_on_disk[track] = n;
     return track;
 }
 

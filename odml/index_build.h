@@ -39,9 +39,11 @@ int write_standard_index(aviout_handle *w, int32_t track);
 int update_standard_index(aviout_handle *w, int32_t track);
 // At a checkpoint: puts the track's current standard index on disk, as an
 // ix## chunk of its full length at the current position the first time
-// (listed in the super index) and over the same bytes later, so a file cut
-// afterwards keeps an index of every chunk before the checkpoint. An empty
-// index writes nothing. The track, or -1 when its super index is full.
+// (listed in the super index); later its header and the entries added
+// since are written over their places (the stream must have been flushed
+// since: they go straight to the file), so a file cut afterwards keeps an
+// index of every chunk before the checkpoint. An empty index writes
+// nothing. The track, or -1 when its super index is full or a write failed.
 int checkpoint_standard_index(aviout_handle *w, int32_t track);
 // 1, or -1 when update_standard_index refused (the index is then kept).
 int write_standard_index_chunks(aviout_handle *w, int32_t track);

@@ -29,15 +29,27 @@ int64_t write_header_with_placeholder(uint32_t id, uint32_t type, FILE *stream, 
     return size_pos;
 }
 
+// One block of the pattern, laid out at compile time: a header rewritten
+// at every checkpoint writes it each time.
+struct filler_bytes {
+    char bytes[filler_block];
+};
+
+constexpr filler_bytes make_filler() {
+    filler_bytes block{};
+    for (size_t i = 0; i < filler_block; ++i) block.bytes[i] = filler_word[i % filler_period];
+    return block;
+}
+
+constexpr filler_bytes filler = make_filler();
+
 // Writes count filler bytes; each block starts on a whole period, so the
 // pattern runs on unbroken from block to block.
 int write_filler(uint32_t count, FILE *stream) {
-    char block[filler_block];
-    for (size_t i = 0; i < filler_block; ++i) block[i] = filler_word[i % filler_period];
     int result = 0;
     while (count > 0) {
         const size_t n = count < filler_block ? count : filler_block;
-        result |= file_write(stream, block, n) == n ? 0 : 1;
+        result |= file_write(stream, filler.bytes, n) == n ? 0 : 1;
         count -= static_cast<uint32_t>(n);
     }
     return result;

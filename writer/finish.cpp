@@ -56,8 +56,8 @@ uint32_t write_idx1(aviout_handle *w) {
 }
 
 uint32_t finish_segment(aviout_handle *w, int) {
+    uint32_t status = settle_checkpoint_junk(w);
     if (w->menu_file_tail != nullptr) write_menu_chunk(w->menu_file_tail, w);
-    uint32_t status = 0;
     end_mark(w->movi_mark, w->file, &status);
     if (w->riff_index == 0)
         status |= write_idx1(w);
@@ -93,6 +93,7 @@ uint32_t close_writer(aviout_handle *w) {
     if (w->file != nullptr && ferror(w->file) != 0) status |= 1;
     if (file_close(w->file) != 0) status |= 1;
     std::free(w->io_buffer);
+    std::free(w->header_image);
     free_streams(w);
     if (w->odml == 1) avi2_cleanup(w);
     std::free(w->menu_data);

@@ -30,6 +30,9 @@ uint32_t start_segment(aviout_handle *w);
 // the first segment, its offset counted from the "movi" list type; ix##
 // chunks are left out. Sets index_end.
 uint32_t write_idx1(aviout_handle *w);
+// The "JUNK" header the last checkpoint left at the end of the file made an
+// empty chunk of the data that now follows it; 0 when all went well.
+uint32_t settle_checkpoint_junk(aviout_handle *w);
 // Closes the open segment and rewrites the header area; 0 when all went well.
 uint32_t finish_segment(aviout_handle *w, int unused);
 

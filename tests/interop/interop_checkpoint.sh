@@ -76,7 +76,9 @@ for odml in 0 1; do
     end=$(movi_end "$avi")
     size=$(stat -c %s "$avi")
     check "odml $odml: frames after the checkpoint reached the disk ($size > $end)" test "$size" -gt "$((end + 20000))"
-    for cut in $((end + 3)) $((end + 8)) $((end + 5000)) $(((end + size) / 2)) $((size - 1)); do
+    # The checkpoint ends with the 8-byte header of the "JUNK" chunk that
+    # holds what comes after it.
+    for cut in $((end + 8)) $((end + 9)) $((end + 5000)) $(((end + size) / 2)) $((size - 1)); do
         head -c "$cut" "$avi" > "$work/cut.avi"
         plays "$work/cut.avi" 75 "odml $odml, cut at $cut"
     done

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 #include "unit/writer/writer_files.h"
@@ -42,6 +43,7 @@ struct schedule {
     uint32_t odml;
     int every;                 // frames between explicit checkpoints, 0: none
     double seconds;            // checkpoint_seconds
+    int checkpoints;           // made over 240 frames at 25 a second
 };
 
 // The chunks of the finished file as the reader walks them, with every
@@ -90,42 +92,94 @@ void write_recording(const char *path, const schedule &s, int frames) {
 class CheckpointSchedule : public testing::TestWithParam<schedule> {};
 
 // Checkpoints change no chunk, no index entry and no count of the finished
-// file; without OpenDML they change no byte at all.
+// file: each one followed by chunks leaves an empty 8-byte "JUNK" chunk in
+// movi, and with OpenDML the ix## chunks stand elsewhere.
 TEST_P(CheckpointSchedule, FinishedFileHoldsTheSame) {
     const schedule s = GetParam();
     constexpr int frames = 240;
     scratch_path plain, checkpointed;
-    write_recording(plain, schedule{s.odml, 0, 0.0}, frames);
+    write_recording(plain, schedule{s.odml, 0, 0.0, 0}, frames);
     write_recording(checkpointed, s, frames);
-    if (s.odml == 0) {
-        EXPECT_TRUE(file_bytes(plain) == file_bytes(checkpointed));
-        return;
-    }
     const contents a = read_contents(plain), b = read_contents(checkpointed);
     EXPECT_EQ(b.frames, static_cast<uint32_t>(frames));
     EXPECT_EQ(a.frames, b.frames);
     EXPECT_EQ(a.idx1, b.idx1);
     ASSERT_EQ(a.chunks.size(), b.chunks.size());
     for (size_t i = 0; i < a.chunks.size(); ++i) EXPECT_TRUE(a.chunks[i].data == b.chunks[i].data) << i;
+    const std::vector<uint8_t> bytes = file_bytes(checkpointed);
+    size_t junk = 0;
+    for (const chunk_at &c : movi_chunks(bytes))
+        if (c.id == "JUNK") {
+            EXPECT_EQ(c.size, 0u) << c.pos;
+            ++junk;
+        }
+    EXPECT_EQ(junk, static_cast<size_t>(s.checkpoints));
+    if (s.odml == 0) {
+        EXPECT_EQ(bytes.size(), file_bytes(plain).size() + 8 * junk);
+    }
     // Both OpenDML indexes list every chunk of both tracks.
     for (const char *path : {plain.c_str(), checkpointed.c_str()}) {
-        const std::vector<uint8_t> bytes = file_bytes(path);
-        for (int stream = 0; stream < 2; ++stream) {
-            const size_t indx = strl_chunk(bytes, stream, "indx");
+        const std::vector<uint8_t> image = file_bytes(path);
+        for (int stream = 0; s.odml == 1 && stream < 2; ++stream) {
+            const size_t indx = strl_chunk(image, stream, "indx");
             uint64_t chunks = 0;
-            for (uint32_t e = 0; e < le32(bytes, indx + 4); ++e) {
-                const size_t ix = static_cast<size_t>(le64(bytes, indx + 24 + 16 * e));
-                chunks += le32(bytes, ix + 8 + 4);
+            for (uint32_t e = 0; e < le32(image, indx + 4); ++e) {
+                const size_t ix = static_cast<size_t>(le64(image, indx + 24 + 16 * e));
+                chunks += le32(image, ix + 8 + 4);
             }
             EXPECT_EQ(chunks, static_cast<uint64_t>(frames)) << path << " stream " << stream;
         }
     }
 }
 
+// Every 0.5 s with explicit ones every 50 frames, which restart the clock:
+// 13, 26, 39, 50, 63, ... 200, 213, 226, 239: 19 in all.
 INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
-                         testing::Values(schedule{0, 1, 0.0}, schedule{0, 37, 0.0}, schedule{0, 0, 1.0},
-                                         schedule{1, 1, 0.0}, schedule{1, 37, 0.0}, schedule{1, 0, 1.0},
-                                         schedule{1, 50, 0.5}));
+                         testing::Values(schedule{0, 1, 0.0, 240}, schedule{0, 37, 0.0, 6},
+                                         schedule{0, 0, 1.0, 9}, schedule{1, 1, 0.0, 240},
+                                         schedule{1, 37, 0.0, 6}, schedule{1, 0, 1.0, 9},
+                                         schedule{1, 50, 0.5, 19}));
+
+// A file that starts at 0 has its header area rendered in memory; one
+// appended after other data has it rewritten through the stream. Both lay
+// the same bytes (a 4096-byte prefix keeps the 2048-byte alignment), and
+// the file on disk after each checkpoint declares exactly what was put.
+TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
+    scratch_path fresh, appended;
+    put_file(appended, std::vector<uint8_t>(4096, 0xEE));
+    std::vector<uint8_t> images[2];
+    for (int i = 0; i < 2; ++i) {
+        aviout_handle *w = aviout_open(i == 0 ? fresh : appended, 0, i);
+        ASSERT_NE(w, nullptr);
+        const video_stream_format v = video_record();
+        int32_t s;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
+        for (int f = 0; f < 70; ++f) {
+            ASSERT_EQ(put(w, 0, AVIOUT_KEY_FRAME, payload(size_of_chunk(f), static_cast<uint32_t>(f))), 0);
+            if (f == 59 || f == 69) {
+                ASSERT_EQ(aviout_checkpoint(w, 0), 0);
+            }
+        }
+        // A second checkpoint with nothing new changes nothing.
+        images[i] = file_bytes(i == 0 ? fresh : appended);
+        ASSERT_EQ(aviout_checkpoint(w, 1), 0);
+        EXPECT_TRUE(file_bytes(i == 0 ? fresh : appended) == images[i]);
+        EXPECT_EQ(aviout_close2(w), 0);
+    }
+    size_t junk = 0;
+    for (const chunk_at &c : movi_chunks(file_bytes(fresh))) junk += c.id == "JUNK" && c.size == 0 ? 1 : 0;
+    EXPECT_EQ(junk, 2u) << "one empty JUNK chunk a checkpoint";
+    ASSERT_EQ(images[1].size(), images[0].size() + 4096);
+    EXPECT_TRUE(std::equal(images[0].begin(), images[0].end(), images[1].begin() + 4096));
+    const std::vector<uint8_t> &b = images[0];
+    EXPECT_EQ(avih_value(b, 4), 70u);
+    EXPECT_EQ(avih_value(b, 3), 0x100u) << "no idx1 yet";
+    EXPECT_EQ(le32(b, 4) + 8u + 8u, b.size()) << "the form ends where the JUNK header begins";
+    EXPECT_EQ(text4(b, b.size() - 8), "JUNK");
+    size_t frames = 0;
+    for (const chunk_at &c : movi_chunks(b)) frames += c.id == "00dc" ? 1 : 0;
+    EXPECT_EQ(frames, 70u);
+}
 
 TEST(Checkpoint, NullHandles) {
     EXPECT_EQ(aviout_checkpoint(nullptr, 0), 1);

@@ -254,7 +254,8 @@ inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
 // Every data chunk of the current movi list; stops at the first result that
 // is not 0. The writer's ix## ids ('i', 'x', a digit, 0) are not taken as
 // index ids by the walk: they start a resync scan that hands the skipped
-// bytes out as type 0, so both type 0 and type 8 results are left out.
+// bytes out as type 0, so both type 0 and type 8 results are left out, and
+// so are the empty "JUNK" chunks checkpoints leave.
 inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
     std::vector<walked> out;
     for (size_t i = 0; i < limit; ++i) {
@@ -263,7 +264,8 @@ inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr
             if (last_status != nullptr) *last_status = c.status;
             return out;
         }
-        if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN) out.push_back(c);
+        if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN && c.type != KELQAVI_CHUNK_JUNK)
+            out.push_back(c);
     }
     if (last_status != nullptr) *last_status = -1;
     return out;
