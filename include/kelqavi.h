@@ -997,12 +997,15 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * stream's descriptor). A chunk whose data is complete but whose pad byte is
  * missing is kept and gets its pad byte. The chunks of a LIST "rec " group are
  * kept (and indexed one by one) when the whole group is readable. A "movi"
- * size that ends where data chunks of declared streams go on (a checkpoint's
- * size, with the chunks written after it) is taken as stale and the walk
- * goes on; the bytes of the
- * checkpoint's idx1 that later chunks did not overwrite are recognised (their
- * records describe the chunks before it) and not taken for data, though a
- * chunk whose last few bytes fell on that index keeps them.
+ * size that ends where data chunks of declared streams go on is taken as
+ * stale and the walk goes on; so is one that ends at the header of a "JUNK"
+ * chunk running past the end of the file (what aviout_checkpoint leaves: the
+ * chunks put after it lie inside that chunk), which the walk steps into and
+ * the repair makes an empty "JUNK" chunk of "movi". An idx1 written after
+ * the data and partly overwritten by chunks written later (by a recorder
+ * that indexes in place) is recognised by its records, which describe the
+ * chunks before it, and is not taken for data, though a chunk whose last few
+ * bytes fell on that index keeps them.
  *
  * What is rebuilt: when the last RIFF segment kept was cut, its "movi" and
  * RIFF sizes; for the first RIFF an idx1 (offsets from the "movi" type code)

@@ -40,9 +40,12 @@ bool patch_counts(const context &ctx, const layout &l, FILE *out) {
     return ok;
 }
 
+// The segment's sizes, and a checkpoint's "JUNK" header inside the kept
+// data made an empty chunk of "movi".
 bool patch_sizes(const context &ctx, const layout &l, FILE *out) {
     if (!l.rebuild) return true;
     bool ok = put32(out, ctx.last_movi + 4, static_cast<uint64_t>(l.movi_end - ctx.last_movi - 8));
+    if (ctx.wrapper != 0) ok = put32(out, ctx.wrapper + 4, 0) && ok;
     return put32(out, ctx.last_segment + 4, static_cast<uint64_t>(l.file_end - ctx.last_segment - 8)) && ok;
 }
 

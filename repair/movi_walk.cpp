@@ -33,8 +33,7 @@ chunk_item item_at(const context &ctx, int64_t pos, const header &h) {
     return c;
 }
 
-walk_result dropped(int64_t pos, uint32_t cause) {
-    walk_result r;
+walk_result dropped(walk_result r, int64_t pos, uint32_t cause) {
     r.end = walk_end::dropped;
     r.stop = pos;
     r.cause = cause;
@@ -66,14 +65,21 @@ bool goes_on(const context &ctx, int64_t pos) {
     return c.kind == chunk_kind::data || c.kind == chunk_kind::index;
 }
 
+// A checkpoint's "JUNK" header: it runs past the end of the file.
+bool wraps_the_rest(const context &ctx, int64_t pos) {
+    header h;
+    return read_header(ctx, pos, h) && h.id == fourcc("JUNK") && pos + 8 + int64_t{h.size} > ctx.data_end;
+}
+
 }  // namespace
 
 walk_result walk_movi(const context &ctx, int64_t movi, int64_t size_end, bool go_on, const chunk_visitor &v) {
     walk_result r;
     header h;
     for (int64_t at = movi + list_header;;) {
+        if (go_on && at == size_end && wraps_the_rest(ctx, at)) r.wrapper = at;
         if (size_end >= 0 && at >= size_end) {
-            if (!(go_on && at == size_end && goes_on(ctx, at))) {
+            if (!(go_on && at == size_end && (r.wrapper == at || goes_on(ctx, at)))) {
                 r.end = walk_end::at_size;
                 r.stop = at;
                 return r;
@@ -81,25 +87,38 @@ walk_result walk_movi(const context &ctx, int64_t movi, int64_t size_end, bool g
             r.stale = true;
             size_end = -1;
         }
+        if (at != 0 && (at == r.wrapper || at == ctx.wrapper)) {
+            at += 8;
+            continue;
+        }
         if (at >= ctx.data_end) {
             r.end = walk_end::at_eof;
             r.stop = at;
             return r;
         }
-        if (!read_header(ctx, at, h)) return dropped(at, AVIOUT_REPAIR_DROP_CUT);
+        if (!read_header(ctx, at, h)) {
+            // Bytes too few for a header before a checkpoint's idx1 tail: the
+            // last few bytes new chunks and the old index agree on.
+            if (ctx.data_end < ctx.file_size) {
+                r.end = walk_end::at_eof;
+                r.stop = at;
+                return r;
+            }
+            return dropped(r, at, AVIOUT_REPAIR_DROP_CUT);
+        }
         const chunk_item c = item_at(ctx, at, h);
         if (c.kind == chunk_kind::idx1) {
             r.end = walk_end::at_idx1;
             r.stop = at;
             return r;
         }
-        if (c.kind == chunk_kind::unknown) return dropped(at, AVIOUT_REPAIR_DROP_UNREADABLE);
+        if (c.kind == chunk_kind::unknown) return dropped(r, at, AVIOUT_REPAIR_DROP_UNREADABLE);
         const int64_t data_end = c.data() + c.size;
-        if (data_end > ctx.data_end) return dropped(at, AVIOUT_REPAIR_DROP_CUT);
-        if (size_end >= 0 && data_end > size_end) return dropped(at, AVIOUT_REPAIR_DROP_BAD_SIZE);
+        if (data_end > ctx.data_end) return dropped(r, at, AVIOUT_REPAIR_DROP_CUT);
+        if (size_end >= 0 && data_end > size_end) return dropped(r, at, AVIOUT_REPAIR_DROP_BAD_SIZE);
         if (c.kind == chunk_kind::rec_list) {
             const uint32_t cause = walk_group(ctx, c, nullptr);
-            if (cause != AVIOUT_REPAIR_DROP_NONE) return dropped(at, cause);
+            if (cause != AVIOUT_REPAIR_DROP_NONE) return dropped(r, at, cause);
             walk_group(ctx, c, &v);
         } else if (c.kind != chunk_kind::filler) {
             v.visit(v.self, c);

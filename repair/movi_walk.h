@@ -44,12 +44,16 @@ struct walk_result {
     uint32_t cause = AVIOUT_REPAIR_DROP_NONE;
     bool pad_missing = false;  // the last chunk kept ends at the end of the file without its pad byte
     bool stale = false;        // chunks went on past the list's size
+    int64_t wrapper = 0;       // a checkpoint's "JUNK" header where the size ended; 0 none
 };
 
 // Walks from the first chunk of the "movi" list whose header is at movi.
 // size_end: where its size says it ends, or -1 when the size cannot be
 // right. With go_on, data chunks found where the size ends show the size to
-// be stale and the walk goes on. Never reads at or past ctx.data_end.
+// be stale and the walk goes on; so does the header of a "JUNK" chunk there
+// that runs past the end of the file (a checkpoint's: the chunks written
+// after it lie inside it), which the walk steps into. The header at
+// ctx.wrapper is stepped into too. Never reads at or past ctx.data_end.
 walk_result walk_movi(const context &ctx, int64_t movi, int64_t size_end, bool go_on, const chunk_visitor &v);
 
 // The end a list's size gives when it can be right (not a placeholder, not

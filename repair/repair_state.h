@@ -91,6 +91,7 @@ struct context {
     bool last_closed = false;   // it ends where its sizes say (and the first RIFF has its idx1)
     bool trailing = false;      // bytes after the last segment were dropped
     int64_t kept_end = 0;       // end of the kept data of the last segment (pad byte included)
+    int64_t wrapper = 0;        // the "JUNK" header a checkpoint left where "movi" ended; 0 none
     bool pad_missing = false;   // the last kept chunk lacks its pad byte
     int64_t drop_offset = -1;
     uint32_t drop_cause = AVIOUT_REPAIR_DROP_NONE;

@@ -108,6 +108,7 @@ void scan_segments(context &ctx) {
         const walk_result r = walk_movi(ctx, seg.movi, seg.movi_end, true, v);
         ctx.kept_end = r.stop;
         ctx.pad_missing = r.pad_missing;
+        ctx.wrapper = r.wrapper;
         if (r.end == walk_end::dropped) drop_from(ctx, r.stop, r.cause);
         // The idx1 where the walk or the first "movi" size ends gives key frames.
         if (k.first_riff && r.end == walk_end::at_idx1) take_idx1(ctx, r.stop);

@@ -98,6 +98,24 @@ case_file two_segments_checkpointed() {
     return {whole.prefix(whole.size() - 10), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
 }
 
+// A checkpoint that wrote an idx1 after the data, and one chunk written
+// since over its start: the index's last records, still there after the new
+// chunk, are not data, and give the key frames of the chunks they describe.
+case_file checkpoint_index_tail() {
+    const std::vector<planned> p = {{"00dc", filler(31, 1), true}, {"01wb", filler(20, 2), true},
+                                    {"00dc", filler(25, 3), true}, {"00dc", filler(40, 5), false}};
+    const indexed_file f = make_indexed(mjpeg_pcm, p);
+    const size_t checkpoint = static_cast<size_t>(f.chunks.back().header) + 8 + 40;
+    const planned later{"01wb", filler(21, 7), true};
+    std::vector<uint8_t> bytes = f.bytes.bytes();
+    const std::vector<uint8_t> chunk = byte_image().chunk(later.id.c_str(), later.data).bytes();
+    std::copy(chunk.begin(), chunk.end(), bytes.begin() + static_cast<long>(checkpoint));
+    std::vector<kept_chunk> kept = first(p, 4, true);
+    kept[0].key = kept[1].key = true;   // their records were overwritten: assumed
+    kept.push_back({later.id, later.data.bytes(), true});
+    return {bytes, kept};
+}
+
 // A "rec " group of two chunks, then a chunk cut short.
 case_file rec_group() {
     const std::vector<planned> p = six_chunks();
@@ -166,6 +184,7 @@ const row rows[] = {
     {"two segments, cut in AVIX", two_segments},
     {"two segments, AVIX sizes stale", two_segments_checkpointed},
     {"rec group", rec_group},
+    {"a checkpoint's idx1 under later chunks", checkpoint_index_tail},
     {"MPEG-4 VOP coding types",
      [] { return bitstream("XVID", {{vop(0), true}, {vop(1), false}, {byte_image(), false}, {vop(2), false}, {vop(0), true}}); }},
     {"H.264 IDR slices",
