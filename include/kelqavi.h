@@ -1029,7 +1029,7 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * the data ("ix00", or this writer's "ix0" and a zero byte; such a chunk
  * belongs to the stream of the chunk its first entry names). Where no index
  * says: audio, text and uncompressed or MJPEG video chunks are key frames;
- * MPEG-4 part 2 video is a key frame when its first VOP is intra coded,
+ * MPEG-4 Visual video is a key frame when its first VOP is intra coded,
  * H.264 when its first slice is an IDR slice (empty chunks are not key
  * frames, and a chunk the look cannot decide is); "dd" chunks are not.
  *

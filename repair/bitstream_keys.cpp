@@ -1,5 +1,5 @@
 // Key frames told from the bitstream, for video without an index: an
-// MPEG-4 part 2 chunk whose first VOP is intra coded, an H.264 chunk whose
+// MPEG-4 Visual chunk whose first VOP is intra coded, an H.264 chunk whose
 // first slice belongs to an IDR picture. What the look cannot decide is a
 // key frame; an empty chunk (a dropped frame) is not.
 #include "repair/key_sources.h"
