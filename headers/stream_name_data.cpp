@@ -34,6 +34,13 @@ int read_header_strn(stream_name *r, FILE *stream) {
     // A missing name is not an error: the record keeps a null name.
     if (r->length < 0) return status;
     const size_t length = static_cast<size_t>(r->length);
+    const int64_t left = kelq::bytes_left(stream);
+    if (left < 0 || length > static_cast<uint64_t>(left)) {
+        // Reading it would run off the end of the file: go there and fail
+        // without allocating what the size field claims.
+        file_seek(stream, 0, 2);
+        return 1;
+    }
     r->name = static_cast<char *>(std::calloc(length + 1, 1));
     if (r->name == nullptr) return status;
     if (length > 0) status |= read_bytes(reinterpret_cast<uint8_t *>(r->name), static_cast<uint32_t>(length), stream);

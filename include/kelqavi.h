@@ -272,7 +272,10 @@ KELQAVI_API int write_header_strf_text_caption(const caption_format *record, FIL
  * reads a name whose length is the low 16 bits of the size, taken as signed,
  * into a fresh block of length + 1 bytes (NUL-terminated). When that block
  * cannot be had, or the length is negative, the name is null and the result
- * is still 0. record->name must be null or a block from malloc. */
+ * is still 0. A length larger than the bytes left in the file (or a stream
+ * that cannot tell) is not allocated: the name is null, the stream goes to
+ * the end of the file and the result is 1. record->name must be null or a
+ * block from malloc. */
 KELQAVI_API int read_header_strn(stream_name *record, FILE *stream);
 /* Size is the length rounded up to even; a zero byte follows an odd length.
  * A negative length, or a null name with a positive length, writes nothing

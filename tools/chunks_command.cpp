@@ -221,7 +221,9 @@ private:
                 const bool worth_reading = declared <= largest_buffer && !c.has(flag_in_index);
                 if (data_end <= layout_.file_size && worth_reading && !retried) {
                     // Too large for the buffer, and passed over: grow the buffer and read it again.
-                    buffer_.resize(std::max<size_t>(declared, buffer_.size() * 2));
+                    // Doubling, but never past the file's size.
+                    buffer_.resize(std::max<size_t>(declared, std::min<uint64_t>(buffer_.size() * 2,
+                                                                                 static_cast<uint64_t>(layout_.file_size))));
                     if (aviin_seek_by_offset(h_, static_cast<uint64_t>(position)) != 0) {
                         w.end = walk_end::read_failure;
                         w.end_position = position;

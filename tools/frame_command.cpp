@@ -157,8 +157,8 @@ int run_frame_command(int argc, char **argv) {
 
     const std::string *extract = options.value("--extract");
     if (extract != nullptr) {
-        if (size > largest_extract) {
-            print_error("frame %d's chunk claims %u bytes: not extracted", frame, size);
+        if (size > largest_extract || static_cast<int64_t>(header + 8 + size) > s.file_size) {
+            print_error("frame %d's chunk claims %u bytes, which '%s' does not hold: not extracted", frame, size, path);
             return exit_problems;
         }
         std::vector<uint8_t> data(size);

@@ -10,7 +10,6 @@ namespace kelqtool {
 
 namespace {
 
-constexpr uint32_t largest_table = 1u << 22;  // key frames; 480 MiB of entries would be absurd
 
 }  // namespace
 
@@ -30,6 +29,7 @@ int key_session::open(const char *path, bool require_index) {
         print_error("%s", error.c_str());
         return exit_bad_input;
     }
+    file_size = layout.file_size;
     h = open_reader(path, 0, layout);
     if (h == nullptr) return exit_bad_input;
     {
@@ -88,10 +88,14 @@ int key_session::open(const char *path, bool require_index) {
         print_error("'%s' has no legacy index (idx1) to find key frames in", path);
         return exit_bad_input;
     }
-    uint32_t capacity = table.entry_total == 0 ? 1 : table.entry_total;
-    if (capacity > largest_table) capacity = largest_table;
-    storage.resize(capacity);
-    aviin_init_keyindex(h, &table, storage.data(), capacity, video_stream);
+    uint64_t capacity = table.entry_total == 0 ? 1 : table.entry_total;
+    // No more memory than the file has bytes: a real key frame takes far
+    // more room in the file than its entry (120 bytes) in the table. Should
+    // a file hold more key frames, the table keeps every second one.
+    const uint64_t by_size = static_cast<uint64_t>(file_size) / sizeof(keyindex_entry);
+    if (capacity > by_size) capacity = by_size > 0 ? by_size : 1;
+    storage.resize(static_cast<size_t>(capacity));
+    aviin_init_keyindex(h, &table, storage.data(), static_cast<uint32_t>(capacity), video_stream);
     int r = 0;
     while ((r = aviin_build_keyindex_entry(h, &table, 0)) == 0) {
     }

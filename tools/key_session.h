@@ -46,6 +46,7 @@ public:
     keyindex_table table{};
     bool has_table = false;
     int64_t index_base = -1;
+    int64_t file_size = 0;
     int64_t movi_start = -1;  // the first chunk of the first 'movi' list  // file position idx1 offsets count from; -1 while unknown
 
     double frame_seconds() const;

@@ -6,6 +6,7 @@
 
 #include "avi_output.h"
 #include "diagnostics.h"
+#include "loss_report.h"
 #include "output_format.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <glob.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelqtool {
@@ -27,6 +29,7 @@ struct mux_options {
     const char *text_caption = nullptr;
     const char *chapters = nullptr;
     const char *metadata = nullptr;
+    const char *checkpoint = nullptr;
     bool odml = false;
     bool swapped_ids = false;
     bool json = false;
@@ -52,7 +55,8 @@ int parse_options(int argc, char **argv, mux_options &o, bool &stop) {
                                  {"--audio", &o.audio},
                                  {"--text-caption", &o.text_caption},
                                  {"--chapters", &o.chapters},
-                                 {"--metadata", &o.metadata}};
+                                 {"--metadata", &o.metadata},
+                                 {"--checkpoint", &o.checkpoint}};
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         if (std::strcmp(arg, "--odml") == 0) {
@@ -271,7 +275,8 @@ struct wave_file {
     uint16_t channels = 0, block_align = 0, bits = 0;
     uint32_t rate = 0, avg_bytes = 0;
     int64_t data_offset = 0;
-    uint64_t blocks = 0;  // whole sample frames in the data chunk
+    uint64_t data_bytes = 0;  // in the data chunk
+    uint64_t blocks = 0;      // whole sample frames among them
 
     ~wave_file() {
         if (file != nullptr) file_close(file);
@@ -347,6 +352,7 @@ int open_wave(const char *path, wave_file &wav) {
                 bytes = left;
             }
             wav.data_offset = data;
+            wav.data_bytes = bytes;
             wav.blocks = bytes / wav.block_align;
             return exit_ok;
         }
@@ -405,13 +411,191 @@ int read_timed_text(const char *path, const char *option, std::vector<timed_text
     return exit_ok;
 }
 
+// Everything mux reads before it writes, and the frames it will write.
+struct mux_inputs {
+    uint32_t rate = 0, scale = 0;
+    std::vector<picture> pictures;
+    wave_file wav;
+    std::vector<timed_text> captions, chapters;
+    std::vector<uint8_t> metadata;
+    double checkpoint = 0;
+    uint64_t audio_steps = 0, steps = 0;
+
+    // Sample frames before frame i: floor(i * scale * sample rate / rate),
+    // split so that no product leaves 64 bits.
+    uint64_t blocks_before(uint64_t frame) const {
+        const uint64_t a = frame * scale;
+        const uint64_t n = (a / rate) * wav.rate + (a % rate) * wav.rate / rate;
+        return n < wav.blocks ? n : wav.blocks;
+    }
+};
+
+// Reads and checks every input; the exit status to leave with, or exit_ok.
+int read_inputs(const mux_options &o, mux_inputs &in) {
+    if (!parse_rate(o.fps, in.rate, in.scale)) {
+        print_error("--fps needs a rate above 0 such as 25, 29.97 or 30000/1001, not '%s'", o.fps);
+        return exit_usage;
+    }
+    if (o.checkpoint != nullptr && !parse_checkpoint("mux", o.checkpoint, in.checkpoint)) return exit_usage;
+    int r = exit_ok;
+    if (o.video != nullptr) r = find_pictures(o.video, in.pictures);
+    if (r == exit_ok && o.audio != nullptr) r = open_wave(o.audio, in.wav);
+    if (r == exit_ok && o.text_caption != nullptr) r = read_timed_text(o.text_caption, "--text-caption", in.captions);
+    if (r == exit_ok && o.chapters != nullptr) r = read_timed_text(o.chapters, "--chapters", in.chapters);
+    std::string error;
+    if (r == exit_ok && o.metadata != nullptr && !read_whole_file(o.metadata, in.metadata, error)) {
+        print_error("%s", error.c_str());
+        r = exit_bad_input;
+    }
+    if (r != exit_ok) return r;
+    if (in.wav.blocks > 0) {
+        // The frame in which the last sample falls, plus one.
+        const uint64_t den = static_cast<uint64_t>(in.wav.rate) * in.scale;
+        in.audio_steps = (in.wav.blocks * in.rate + den - 1) / den;
+    }
+    in.steps = std::max<uint64_t>(in.pictures.size(), in.audio_steps);
+    if (in.steps == 0) {
+        print_error("nothing to write: '%s' holds no samples", o.audio);
+        return exit_bad_input;
+    }
+    for (const auto *list : {&in.captions, &in.chapters}) {
+        if (!list->empty() && list->back().frame >= in.steps) {
+            print_error("'%s' names frame %llu, but the file has frames 0 to %llu",
+                        list == &in.captions ? o.text_caption : o.chapters,
+                        static_cast<unsigned long long>(list->back().frame),
+                        static_cast<unsigned long long>(in.steps - 1));
+            return exit_bad_input;
+        }
+    }
+    return exit_ok;
+}
+
+struct mux_streams {
+    int32_t video = -1, audio = -1, caption = -1, chapter = -1;
+};
+
+bool add_streams(const mux_inputs &in, avi_output &out, mux_streams &ids, std::string &error) {
+    const double frame_seconds = static_cast<double>(in.scale) / in.rate;
+    bool ok = true;
+    if (!in.pictures.empty()) {
+        video_stream_format v{};
+        v.rate = in.rate;
+        v.scale = in.scale;
+        v.width = in.pictures[0].width;
+        v.height = in.pictures[0].height;
+        std::memcpy(v.handler, "MJPG", 4);
+        std::memcpy(v.compression, "MJPG", 4);
+        v.quality = 0xFFFFFFFFu;
+        char name[] = "Video";
+        v.name = name;
+        v.name_length = 5;
+        ok = out.add_video(v, frame_seconds, ids.video, error);
+    }
+    if (ok && in.wav.blocks > 0) {
+        const wave_file &wav = in.wav;
+        audio_stream_format a{};
+        a.scale = wav.block_align;
+        a.rate = wav.avg_bytes;
+        a.sample_size = wav.block_align;
+        a.wave_format.format_tag = 1;
+        a.wave_format.channels = wav.channels;
+        a.wave_format.samples_per_sec = wav.rate;
+        a.wave_format.avg_bytes_per_sec = wav.avg_bytes;
+        a.wave_format.block_align = wav.block_align;
+        a.wave_format.bits_per_sample = wav.bits;
+        char name[] = "Audio";
+        a.name = name;
+        a.name_length = 5;
+        ok = out.add_audio(a, frame_seconds, ids.audio, error);
+    }
+    caption_stream_format c{};
+    char caption_name[] = "Subtitle", chapter_name[] = "Chapter";
+    c.name = caption_name;
+    c.name_length = 8;
+    if (ok && !in.captions.empty()) ok = out.add_text_caption(c, ids.caption, error);
+    c.name = chapter_name;
+    c.name_length = 7;
+    if (ok && !in.chapters.empty()) ok = out.add_chapter(c, ids.chapter, error);
+    if (ok && !in.metadata.empty())
+        ok = out.set_metadata(in.metadata.data(), static_cast<int32_t>(in.metadata.size()), error);
+    return ok;
+}
+
+// Frame i's captions and chapters, picture and sound. False with a line
+// printed when an input cannot be read or the output not written.
+bool write_frame(const mux_options &o, mux_inputs &in, avi_output &out, const mux_streams &ids, uint64_t i,
+                 size_t &next_caption, size_t &next_chapter, std::vector<uint8_t> &bytes) {
+    const auto put = [&](int32_t stream, const uint8_t *data, size_t size) {
+        if (out.put(stream, AVIOUT_KEY_FRAME, data, static_cast<uint32_t>(size)) == 0) return true;
+        print_error("%s", out.write_error().c_str());
+        return false;
+    };
+    const auto put_text = [&](int32_t stream, const std::string &t) {
+        return put(stream, reinterpret_cast<const uint8_t *>(t.data()), t.size());
+    };
+    for (; next_caption < in.captions.size() && in.captions[next_caption].frame == i; ++next_caption)
+        if (!put_text(ids.caption, in.captions[next_caption].text)) return false;
+    for (; next_chapter < in.chapters.size() && in.chapters[next_chapter].frame == i; ++next_chapter)
+        if (!put_text(ids.chapter, in.chapters[next_chapter].text)) return false;
+    std::string error;
+    if (i < in.pictures.size()) {
+        if (!read_whole_file(in.pictures[i].path.c_str(), bytes, error)) {
+            print_error("%s", error.c_str());
+            return false;
+        }
+        if (bytes.size() != in.pictures[i].size) {
+            print_error("'%s' changed while it was being written", in.pictures[i].path.c_str());
+            return false;
+        }
+        if (!put(ids.video, bytes.data(), bytes.size())) return false;
+    }
+    if (i >= in.audio_steps) return true;
+    const uint64_t first = in.blocks_before(i), last = in.blocks_before(i + 1);
+    const wave_file &wav = in.wav;
+    bytes.resize(static_cast<size_t>((last - first) * wav.block_align));
+    if (file_seek(wav.file, wav.data_offset + static_cast<int64_t>(first * wav.block_align), 0) != 0 ||
+        file_read(wav.file, bytes.data(), bytes.size()) != bytes.size()) {
+        print_error("cannot read the samples of '%s'", o.audio);
+        return false;
+    }
+    return put(ids.audio, bytes.data(), bytes.size());
+}
+
+// What each input holds, beside what its stream received.
+void tally_inputs(const mux_inputs &in, const avi_output &out, const mux_streams &ids, loss_report &losses) {
+    const auto add = [&](int32_t stream, uint64_t chunks, uint64_t bytes, const std::string &note) {
+        if (stream < 0) return;
+        const written_stream *w = out.stream(stream);
+        stream_tally t;
+        t.stream = stream;
+        t.kind = stream_kind_word(w != nullptr ? w->kind : 0);
+        t.read_chunks = chunks;
+        t.read_bytes = bytes;
+        t.written_chunks = w != nullptr ? w->chunks : 0;
+        t.written_bytes = w != nullptr ? w->bytes : 0;
+        if (t.lost()) t.note = note;
+        losses.streams.push_back(t);
+    };
+    uint64_t picture_bytes = 0;
+    for (const picture &p : in.pictures) picture_bytes += p.size;
+    add(ids.video, in.pictures.size(), picture_bytes, "");
+    const uint64_t left = in.wav.data_bytes - in.wav.blocks * in.wav.block_align;
+    add(ids.audio, in.audio_steps, in.wav.data_bytes,
+        "the WAV data ends with " + std::to_string(left) + " bytes, less than a whole sample frame");
+    for (const auto &list : {std::make_pair(ids.caption, &in.captions), std::make_pair(ids.chapter, &in.chapters)}) {
+        uint64_t text_bytes = 0;
+        for (const timed_text &t : *list.second) text_bytes += t.text.size();
+        add(list.first, list.second->size(), text_bytes, "");
+    }
+}
+
 }  // namespace
 
 void print_mux_help(FILE *out) {
     std::fprintf(out,
                  "Usage: kelqavi mux -o OUT.avi --fps RATE [--video 'GLOB'] [--audio WAV]\n"
                  "                   [--text-caption FILE] [--chapters FILE] [--metadata FILE]\n"
-                 "                   [--odml] [--swapped-ids] [--json]\n"
+                 "                   [--odml] [--swapped-ids] [--checkpoint SECONDS] [--json]\n"
                  "\n"
                  "Writes an AVI file with MJPEG video and PCM sound from JPEG pictures and a WAV\n"
                  "file, copying their bytes as they are (no decoding, no encoding).\n"
@@ -438,12 +622,20 @@ void print_mux_help(FILE *out) {
                  "  --swapped-ids         chunk ids type first (\"dc00\"); only readers that know\n"
                  "                        this form can read the result ('kelqavi chunks\n"
                  "                        --swapped-ids'), players cannot\n"
+                 "  --checkpoint SECONDS  make OUT.avi a complete file on disk every SECONDS of\n"
+                 "                        media while it is written (0, the default: only at the\n"
+                 "                        end)\n"
                  "  --json                the summary of what was written as JSON\n"
                  "\n"
                  "Chunks go in frame order: the frame's captions and chapters, its picture\n"
-                 "(a key frame), then its sound. The summary lists each stream's chunks and bytes.\n"
-                 "Exit status: 0 written, 1 an input cannot be used or the output not written,\n"
-                 "2 usage error.\n");
+                 "(a key frame), then its sound. The summary lists each stream's chunks and bytes,\n"
+                 "and any difference between what the inputs hold and what was written (such as\n"
+                 "bytes after the WAV data's last whole sample frame). When OUT.avi reaches the\n"
+                 "writer's size limit (0x7F000000 bytes) it is finished and the frames go on in\n"
+                 "OUT-2.avi, OUT-3.avi ..., each a complete file with the same streams.\n"
+                 "Exit status: 0 everything written, 1 an input cannot be used or the output not\n"
+                 "written (the file being written is then removed), 2 usage error, 3 written,\n"
+                 "but not everything the inputs hold: the losses are listed.\n");
 }
 
 int run_mux_command(int argc, char **argv) {
@@ -451,68 +643,9 @@ int run_mux_command(int argc, char **argv) {
     bool stop = false;
     const int parsed = parse_options(argc, argv, o, stop);
     if (stop) return parsed;
-
-    uint32_t rate = 0, scale = 0;
-    if (!parse_rate(o.fps, rate, scale)) {
-        print_error("--fps needs a rate above 0 such as 25, 29.97 or 30000/1001, not '%s'", o.fps);
-        return exit_usage;
-    }
-    const double frame_seconds = static_cast<double>(scale) / rate;
-
-    std::vector<picture> pictures;
-    if (o.video != nullptr) {
-        const int r = find_pictures(o.video, pictures);
-        if (r != exit_ok) return r;
-    }
-    wave_file wav;
-    if (o.audio != nullptr) {
-        const int r = open_wave(o.audio, wav);
-        if (r != exit_ok) return r;
-    }
-    std::vector<timed_text> captions, chapters;
-    if (o.text_caption != nullptr) {
-        const int r = read_timed_text(o.text_caption, "--text-caption", captions);
-        if (r != exit_ok) return r;
-    }
-    if (o.chapters != nullptr) {
-        const int r = read_timed_text(o.chapters, "--chapters", chapters);
-        if (r != exit_ok) return r;
-    }
-    std::vector<uint8_t> metadata;
-    if (o.metadata != nullptr) {
-        std::string error;
-        if (!read_whole_file(o.metadata, metadata, error)) {
-            print_error("%s", error.c_str());
-            return exit_bad_input;
-        }
-    }
-
-    // Sample frames before frame i: floor(i * scale * sample rate / rate),
-    // split so that no product leaves 64 bits.
-    auto blocks_before = [&](uint64_t frame) -> uint64_t {
-        const uint64_t a = frame * scale;
-        const uint64_t n = (a / rate) * wav.rate + (a % rate) * wav.rate / rate;
-        return n < wav.blocks ? n : wav.blocks;
-    };
-    uint64_t audio_steps = 0;
-    if (wav.blocks > 0) {
-        // The frame in which the last sample falls, plus one.
-        const uint64_t den = static_cast<uint64_t>(wav.rate) * scale;
-        audio_steps = (wav.blocks * rate + den - 1) / den;
-    }
-    const uint64_t steps = std::max<uint64_t>(pictures.size(), audio_steps);
-    if (steps == 0) {
-        print_error("nothing to write: '%s' holds no samples", o.audio);
-        return exit_bad_input;
-    }
-    for (const auto *list : {&captions, &chapters}) {
-        if (!list->empty() && list->back().frame >= steps) {
-            print_error("'%s' names frame %llu, but the file has frames 0 to %llu",
-                        list == &captions ? o.text_caption : o.chapters,
-                        static_cast<unsigned long long>(list->back().frame), static_cast<unsigned long long>(steps - 1));
-            return exit_bad_input;
-        }
-    }
+    mux_inputs in;
+    const int read = read_inputs(o, in);
+    if (read != exit_ok) return read;
 
     avi_output out;
     std::string error;
@@ -526,130 +659,37 @@ int run_mux_command(int argc, char **argv) {
     w->swapped_ids = o.swapped_ids ? 1 : 0;
     // The reader finds a metadata block inside a LIST 'KQDT' only.
     w->extension_list = 1;
-
-    int32_t video = -1, audio = -1, caption_stream = -1, chapter_stream = -1;
-    bool ok = true;
-    if (!pictures.empty()) {
-        video_stream_format v{};
-        v.rate = rate;
-        v.scale = scale;
-        v.width = pictures[0].width;
-        v.height = pictures[0].height;
-        std::memcpy(v.handler, "MJPG", 4);
-        std::memcpy(v.compression, "MJPG", 4);
-        v.quality = 0xFFFFFFFFu;
-        char name[] = "Video";
-        v.name = name;
-        v.name_length = 5;
-        ok = out.add_video(v, frame_seconds, video, error);
-    }
-    if (ok && wav.blocks > 0) {
-        audio_stream_format a{};
-        a.scale = wav.block_align;
-        a.rate = wav.avg_bytes;
-        a.sample_size = wav.block_align;
-        a.wave_format.format_tag = 1;
-        a.wave_format.channels = wav.channels;
-        a.wave_format.samples_per_sec = wav.rate;
-        a.wave_format.avg_bytes_per_sec = wav.avg_bytes;
-        a.wave_format.block_align = wav.block_align;
-        a.wave_format.bits_per_sample = wav.bits;
-        char name[] = "Audio";
-        a.name = name;
-        a.name_length = 5;
-        ok = out.add_audio(a, frame_seconds, audio, error);
-    }
-    if (ok && o.text_caption != nullptr) {
-        caption_stream_format c{};
-        char name[] = "Subtitle";
-        c.name = name;
-        c.name_length = 8;
-        ok = out.add_text_caption(c, caption_stream, error);
-    }
-    if (ok && o.chapters != nullptr) {
-        caption_stream_format c{};
-        char name[] = "Chapter";
-        c.name = name;
-        c.name_length = 7;
-        ok = out.add_chapter(c, chapter_stream, error);
-    }
-    if (ok && !metadata.empty() &&
-        aviout_set_metadata_info(w, metadata.data(), static_cast<int32_t>(metadata.size())) != 0) {
-        ok = false;
-        error = "the writer refused the metadata block";
-    }
-    if (!ok) {
-        print_error("%s", error.c_str());
-        return exit_bad_input;
-    }
-
-    int exit_code = exit_ok;
+    w->checkpoint_seconds = in.checkpoint;
+    mux_streams ids;
+    bool ok = add_streams(in, out, ids, error);
+    if (!ok) print_error("%s", error.c_str());
     {
-        progress_bar progress(("kelqavi: writing " + std::string(o.output)).c_str(), "frames", steps);
-        std::vector<uint8_t> bytes, sound;
+        progress_bar progress(("kelqavi: writing " + std::string(o.output)).c_str(), "frames", in.steps);
+        std::vector<uint8_t> bytes;
         size_t next_caption = 0, next_chapter = 0;
-        auto fail = [&](const std::string &why) {
-            print_error("%s", why.c_str());
-            exit_code = exit_bad_input;
-        };
-        // 0 go on, 1 stop (a message printed), 4 the size limit was reached.
-        auto put = [&](int32_t stream, uint32_t flags, const uint8_t *data, size_t size) -> int {
-            const int r = out.put(stream, flags, data, static_cast<uint32_t>(size));
-            if (r == 0) return 0;
-            // With OpenDML, 1 also means the chunk was written but its index is full.
-            if (r == 1) fail(std::string("cannot write '") + o.output + "': " +
-                             (std::ferror(w->file) ? std::strerror(errno) : "the writer failed"));
-            return r;
-        };
-        for (uint64_t i = 0; i < steps && exit_code == exit_ok && !out.size_limit_reached; ++i) {
+        for (uint64_t i = 0; i < in.steps && ok; ++i) {
             progress.update(i, i);
-            for (; next_caption < captions.size() && captions[next_caption].frame == i; ++next_caption) {
-                const std::string &t = captions[next_caption].text;
-                if (put(caption_stream, AVIOUT_KEY_FRAME, reinterpret_cast<const uint8_t *>(t.data()), t.size()) == 1) break;
-            }
-            for (; exit_code == exit_ok && next_chapter < chapters.size() && chapters[next_chapter].frame == i; ++next_chapter) {
-                const std::string &t = chapters[next_chapter].text;
-                if (put(chapter_stream, AVIOUT_KEY_FRAME, reinterpret_cast<const uint8_t *>(t.data()), t.size()) == 1) break;
-            }
-            if (exit_code != exit_ok) break;
-            if (i < pictures.size()) {
-                if (!read_whole_file(pictures[i].path.c_str(), bytes, error)) {
-                    fail(error);
-                    break;
-                }
-                if (bytes.size() != pictures[i].size) {
-                    fail("'" + pictures[i].path + "' changed while it was being written");
-                    break;
-                }
-                if (put(video, AVIOUT_KEY_FRAME, bytes.data(), bytes.size()) != 0) break;
-            }
-            if (i < audio_steps) {
-                const uint64_t first = blocks_before(i), last = blocks_before(i + 1);
-                sound.resize(static_cast<size_t>((last - first) * wav.block_align));
-                if (file_seek(wav.file, wav.data_offset + static_cast<int64_t>(first * wav.block_align), 0) != 0 ||
-                    file_read(wav.file, sound.data(), sound.size()) != sound.size()) {
-                    fail(std::string("cannot read the samples of '") + o.audio + "'");
-                    break;
-                }
-                if (put(audio, AVIOUT_KEY_FRAME, sound.data(), sound.size()) != 0) break;
-            }
+            ok = write_frame(o, in, out, ids, i, next_caption, next_chapter, bytes);
         }
         progress.finish();
     }
-    if (out.size_limit_reached)
-        print_error("stopped: '%s' reached the writer's size limit of 0x7F000000 bytes; the file is closed with what "
-                    "was written", o.output);
-    if (!out.close(error)) {
-        print_error("%s", error.c_str());
+    const bool closed = out.close(error);
+    if (ok && !closed) print_error("%s", error.c_str());
+    if (!ok || !closed) {
+        // What the writer could not finish, or what stopped half-way, is not kept.
+        remove_output(out.current_path());
         return exit_bad_input;
     }
-    if (exit_code != exit_ok) return exit_code;
-    out.print_summary(stdout, o.json);
+    loss_report losses;
+    tally_inputs(in, out, ids, losses);
+    out.print_summary(stdout, o.json, &losses);
     if (std::fflush(stdout) != 0) {
         print_error("cannot write the output: %s", std::strerror(errno));
         return exit_bad_input;
     }
-    return out.size_limit_reached ? exit_bad_input : exit_ok;
+    if (!losses.any()) return exit_ok;
+    losses.print_error_line("the inputs hold");
+    return exit_problems;
 }
 
 }  // namespace kelqtool

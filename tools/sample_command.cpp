@@ -55,6 +55,8 @@ int run_sample_command(int argc, char **argv) {
     std::string error;
     if (!write_sample_avi(path, out, error)) {
         print_error("%s", error.c_str());
+        // A file the writer could not finish is incomplete.
+        remove_output(out.current_path());
         return exit_bad_input;
     }
     out.print_summary(stdout, json);

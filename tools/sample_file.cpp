@@ -161,10 +161,7 @@ bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
     bool ok = out.add_video(v, frame_seconds, video, error);
     // An opaque per-stream block, carried as it is.
     static const uint8_t strd_block[] = {'K', 'Q', 0x01, 0x00, 0x2A, 0x00, 0x10, 0x00};
-    if (ok && aviout_set_strd_info(w, strd_block, sizeof strd_block) != 0) {
-        error = "the writer refused the strd block";
-        ok = false;
-    }
+    ok = ok && out.set_strd(strd_block, sizeof strd_block, error);
 
     audio_stream_format a{};
     a.scale = 2;
@@ -208,11 +205,8 @@ bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
     static const char metadata[] = "title=kelqavi sample\nartist=kelqavi\ncomment=written by the library's writer\n";
     // Odd-sized on purpose: the writer stores it with a pad byte.
     static const char menu[] = "KQMENU 1 Play;2 Chapters";
-    if (ok && (aviout_set_metadata_info(w, reinterpret_cast<const uint8_t *>(metadata), sizeof metadata - 1) != 0 ||
-               aviout_set_menu_info(w, reinterpret_cast<const uint8_t *>(menu), sizeof menu - 1) != 0)) {
-        error = "the writer refused the metadata or menu block";
-        ok = false;
-    }
+    ok = ok && out.set_metadata(reinterpret_cast<const uint8_t *>(metadata), sizeof metadata - 1, error) &&
+         out.set_menu(reinterpret_cast<const uint8_t *>(menu), sizeof menu - 1, error);
     if (!ok) return false;
 
     const std::vector<timed_chunk> caption_chunks = {
@@ -235,11 +229,10 @@ bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
              out.put(video, AVIOUT_KEY_FRAME, picture.data(), static_cast<uint32_t>(picture.size())) == 0 &&
              out.put(audio, AVIOUT_KEY_FRAME, sound.data(), static_cast<uint32_t>(sound.size())) == 0;
     }
-    const int write_errno = errno;
     std::string close_error;
     const bool closed = out.close(close_error);
     if (!ok) {
-        error = std::string("cannot write '") + path + "': " + (write_errno != 0 ? std::strerror(write_errno) : "the writer failed");
+        error = out.write_error();
         return false;
     }
     if (!closed) error = close_error;

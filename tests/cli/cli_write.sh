@@ -222,11 +222,75 @@ remux_error 2 "unknown option" --bogus "$work/a.avi" "$work/x.avi"
 remux_error 1 "cannot open" "$work/none.avi" "$work/x.avi"
 remux_error 1 "" "$work/tone.wav" "$work/x.avi"
 remux_error 1 "cannot create" "$work/a.avi" "$work/no/such/dir/x.avi"
-# A chunk whose size runs past the end of the file.
+
+# --- Damaged inputs: what could be read is written, the loss listed, status 3 -----
+# Cut inside the first chunk of sound: the walk stops there, with the rest of
+# 'movi' (which idx1 followed) unread; the picture before it is written.
+idx1_at=$("${tool[@]}" riff --json "$work/a.avi" | sed -n 's/.*"offset": \([0-9]*\), "kind": "chunk", "id": "idx1".*/\1/p')
 head -c 3000 "$work/a.avi" > "$work/cut.avi"
-kq remux "$work/cut.avi" "$work/x.avi"
-expect_status "1 3" "remux of a cut file"
-check "remux of a cut file: one line" err_one_line
-check "remux of a damaged file leaves no output" [ ! -e "$work/x.avi" ]
+kq remux --json "$work/cut.avi" "$work/x.avi"
+expect_status 3 "remux of a cut file"
+check "remux of a cut file: one line on stderr" err_one_line
+check "the walk stopped at the chunk cut short; 'movi' unread from there to where idx1 was" \
+    json_is "[(w['reason'], w['stopped_at'] + w['unread_bytes']) for w in d['walk_stops']] == [('a chunk runs past the end of the file', $idx1_at)] and not d['complete']"
+check "the output holds the input's chunks up to the cut" \
+    [ "$(chunk_sizes "$work/a.avi" | head -n 1)" = "$(chunk_sizes "$work/x.avi")" ]
+# One chunk id damaged (the second picture's): the walk stops there, and idx1
+# lists more of each stream than was read before it.
+second=$("${tool[@]}" chunks --json "$work/a.avi" | sed -n 's/.*"offset": \([0-9]*\), "id": "00dc".*/\1/p' | sed -n 2p)
+cp "$work/a.avi" "$work/bad.avi"
+printf 'zz99' | dd of="$work/bad.avi" bs=1 seek="$second" conv=notrunc 2> /dev/null
+kq remux --json "$work/bad.avi" "$work/x.avi"
+expect_status 3 "remux with a damaged chunk id"
+check "the walk stopped at the damaged id" \
+    json_is "[(w['stopped_at'], w['reason']) for w in d['walk_stops']] == [($second, \"'zz99' is no chunk id\")]"
+check "idx1 lists 5 pictures and 2 sound chunks, 1 of each read" \
+    json_is '[(i["stream"], i["listed"], i["read"]) for i in d["index_shortfalls"]] == [(0, 5, 1), (1, 2, 1)]'
+kq remux "$work/bad.avi" "$work/x.avi"
+check "the text summary lists the stop" has "^Lost: segment 0: the walk of the 'movi' list at [0-9]* stopped at $second ('zz99' is no chunk id); [0-9]* bytes of it not read$"
+check "and the index" has '^Lost: stream 0: the idx1 index lists 5 chunks, 1 read$'
+# A stream the reader does not classify (a text stream named neither
+# "Subtitle..." nor "Chapter..."): its chunks are read, not written.
+LC_ALL=C sed 's/Chapter list/Xhapter list/' "$work/sample.avi" > "$work/unclassified.avi"
+kq remux "$work/unclassified.avi" "$work/x.avi"
+expect_status 3 "remux with an unclassified stream"
+check "the unclassified stream's chunks are listed as lost" \
+    has '^Lost: stream 4 (unclassified): read 2 chunks, 16 bytes; wrote 0 chunks, 0 bytes (not copied: the reader does not classify this stream)$'
+# Sound whose data ends inside a sample frame: mux writes the whole frames.
+wav 1 2 8000 16 100 > "$work/odd.wav"
+printf '\217\001' | dd of="$work/odd.wav" bs=1 seek=40 conv=notrunc 2> /dev/null   # 399 bytes of data
+kq mux -o "$work/x.avi" --fps 4 --audio "$work/odd.wav"
+expect_status 3 "mux of sound ending inside a sample frame"
+check "the partial frame is listed as lost" \
+    has '^Lost: stream 0 (audio): read 1 chunk, 399 bytes; wrote 1 chunk, 396 bytes (the WAV data ends with 3 bytes, less than a whole sample frame)$'
+
+# --- --checkpoint: taken by the writer, and checked ---------------------------------
+# 1.25 s of pictures: checkpoints at 0.5 and 1 s, each leaving an empty JUNK
+# chunk in 'movi'; the same chunks as without.
+kq mux -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --audio "$work/tone.wav" --checkpoint 0.5 --json
+check "mux --checkpoint 0.5 reaches the writer" has '"checkpoint_seconds": 0.5,'
+check "two checkpoints made" [ "$("${tool[@]}" chunks --json "$work/x.avi" | grep -c '"type": "junk"')" -eq 2 ]
+check "the chunks of a file without checkpoints" [ "$(chunk_sizes "$work/x.avi")" = "$(chunk_sizes "$work/a.avi")" ]
+kq remux --checkpoint=0.5 --json "$work/a.avi" "$work/x.avi"
+check "remux --checkpoint=0.5 reaches the writer" has '"checkpoint_seconds": 0.5,'
+kq remux --checkpoint 0 --json "$work/a.avi" "$work/x.avi"
+expect_status 0 "--checkpoint 0 turns checkpoints off"
+for bad in abc -1 1e3 inf '' . 0x10 1.2.3; do
+    mux_error 2 "--checkpoint needs seconds" -o "$work/x.avi" --fps 4 --video "$work/frames/*.jpg" --checkpoint "$bad"
+    remux_error 2 "--checkpoint needs seconds" --checkpoint "$bad" "$work/a.avi" "$work/x.avi"
+done
+
+# --- A device that takes no bytes: one line, status 1, and the device left alone ------
+if [ -c /dev/full ]; then
+    for args in "mux -o /dev/full --fps 4 --video $work/frames/f?.jpg" "remux $work/a.avi /dev/full" "sample /dev/full"; do
+        # shellcheck disable=SC2086
+        set -f
+        kq $args
+        set +f
+        expect_status 1 "$args"
+        check "$args: one line" err_is "kelqavi: cannot write '/dev/full': No space left on device"
+        check "$args: /dev/full is still there" [ -c /dev/full ]
+    done
+fi
 
 finish

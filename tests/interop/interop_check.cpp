@@ -1,14 +1,12 @@
 // Compares what the kelqavi tool says about an AVI file with what ffprobe
-// says about it, both as JSON, and makes damaged copies of files for the
-// robustness runs. Built only for native test runs; needs nothing but the C++
-// standard library, so the interop tests need neither python nor jq.
+// says about it, both as JSON. Built only for native test runs; needs nothing
+// but the C++ standard library, so the interop tests need neither python nor
+// jq.
 //
 //   interop_check valid FILE...                      each FILE is well-formed JSON
 //   interop_check streams INFO PROBE                 info --json against ffprobe -show_streams
 //   interop_check packets CHUNKS PROBE RIFF          chunks --json against ffprobe -show_packets
 //   interop_check indexes INFO CHUNKS RIFF [PROBE]   idx1, super indexes and segments against the walk
-//   interop_check corrupt IN OUT SEED                a copy of IN with a few seeded byte changes
-//   interop_check opendml OUT                        a small two-segment OpenDML file
 //
 // Exit status: 0 agreement, 1 a difference (each one printed), 2 bad input.
 #include <algorithm>
@@ -590,234 +588,10 @@ int compare_indexes(const json &info, const json &chunks, const json &riff, cons
     return differences == 0 ? 0 : 1;
 }
 
-// ---------------------------------------------------------------------------
-// corrupt: a few byte changes, seeded, aimed mostly at the structure.
-// ---------------------------------------------------------------------------
-
-struct xorshift {
-    uint64_t state;
-    uint64_t next() {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        return state;
-    }
-    uint64_t below(uint64_t n) { return n == 0 ? 0 : next() % n; }
-};
-
-int corrupt(const char *in_path, const char *out_path, unsigned long long seed) {
-    std::ifstream in(in_path, std::ios::binary);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty()) {
-        std::printf("cannot read %s\n", in_path);
-        return 2;
-    }
-    xorshift rng{seed * 0x9E3779B97F4A7C15ull + 1};
-    for (int i = 0; i < 8; ++i) rng.next();
-    // Chunk headers: every position where four letters or digits are
-    // followed by a size; most of the structure lies there.
-    std::vector<size_t> headers;
-    for (size_t i = 0; i + 8 <= bytes.size(); i += 2) {
-        bool id = true;
-        for (size_t k = 0; k < 4 && id; ++k) {
-            const unsigned char c = bytes[i + k];
-            id = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || (k > 0 && c == ' ');
-        }
-        if (id) headers.push_back(i);
-    }
-    static const uint32_t sizes[] = {0, 1, 3, 4, 7, 8, 12, 0x7FFFFFFF, 0x80000000, 0xFFFFFFF0, 0xFFFFFFFF, 0x10000, 40, 56};
-    const int changes = 1 + static_cast<int>(rng.below(4));
-    for (int c = 0; c < changes; ++c) {
-        const uint64_t how = rng.below(4);
-        if (how == 0 && !headers.empty()) {
-            // A chunk's size field gets a value that tests a bound.
-            const size_t at = headers[rng.below(headers.size())] + 4;
-            const uint32_t v = rng.below(2) == 0 ? sizes[rng.below(sizeof sizes / sizeof sizes[0])] : static_cast<uint32_t>(rng.next());
-            for (int k = 0; k < 4; ++k) bytes[at + k] = static_cast<unsigned char>(v >> (8 * k));
-        } else if (how == 1 && !headers.empty()) {
-            // A chunk's id gets one byte changed.
-            bytes[headers[rng.below(headers.size())] + rng.below(4)] = static_cast<unsigned char>(rng.next());
-        } else if (how == 2) {
-            // Somewhere in the first 2 KiB: the header lists.
-            bytes[rng.below(std::min<size_t>(bytes.size(), 2048))] = static_cast<unsigned char>(rng.next());
-        } else {
-            bytes[rng.below(bytes.size())] = static_cast<unsigned char>(rng.next());
-        }
-    }
-    std::ofstream out(out_path, std::ios::binary);
-    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return out ? 0 : 2;
-}
-
-// ---------------------------------------------------------------------------
-// opendml: a small two-segment OpenDML file, laid out as ffmpeg lays out the
-// large ones (ffmpeg writes OpenDML indexes only past 1 GiB): super indexes in
-// the header, the standard index chunks ix00 and ix01 at the end of each
-// 'movi' list with qwBaseOffset at the list's type, idx1 for the first
-// segment. 8x6 raw video ("00db", 144 bytes a frame) and 8-bit PCM in chunks
-// of 801 bytes, an odd size.
-// ---------------------------------------------------------------------------
-
-class byte_writer {
-public:
-    std::vector<unsigned char> bytes;
-
-    size_t pos() const { return bytes.size(); }
-    void u8(uint32_t v) { bytes.push_back(static_cast<unsigned char>(v)); }
-    void u16(uint32_t v) { u8(v & 0xff); u8(v >> 8 & 0xff); }
-    void u32(uint32_t v) { u16(v & 0xffff); u16(v >> 16); }
-    void u64(uint64_t v) { u32(static_cast<uint32_t>(v)); u32(static_cast<uint32_t>(v >> 32)); }
-    void fourcc(const char *t) { for (int i = 0; i < 4; ++i) u8(static_cast<unsigned char>(t[i])); }
-    void fill(size_t n, unsigned char v) { bytes.insert(bytes.end(), n, v); }
-    void patch32(size_t at, uint32_t v) { for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<unsigned char>(v >> (8 * i)); }
-    void patch64(size_t at, uint64_t v) { patch32(at, static_cast<uint32_t>(v)); patch32(at + 4, static_cast<uint32_t>(v >> 32)); }
-    // A chunk or list begun: returns where its size field is.
-    size_t begin(const char *id, const char *type = nullptr) {
-        fourcc(id);
-        const size_t at = pos();
-        u32(0);
-        if (type != nullptr) fourcc(type);
-        return at;
-    }
-    // Patches the size and adds the pad byte of an odd size.
-    void end(size_t size_at) {
-        const size_t size = pos() - size_at - 4;
-        patch32(size_at, static_cast<uint32_t>(size));
-        if (size % 2 != 0) u8(0);
-    }
-};
-
-struct media_chunk {
-    size_t header;    // position of the chunk's id
-    uint32_t size;
-};
-
-constexpr uint32_t frame_bytes = 8 * 6 * 3;
-constexpr uint32_t audio_chunk_bytes = 801;
-
-void stream_list(byte_writer &w, bool video, size_t &indx_entries_at) {
-    const size_t strl = w.begin("LIST", "strl");
-    const size_t strh = w.begin("strh");
-    w.fourcc(video ? "vids" : "auds");
-    if (video) w.fourcc("DIB "); else w.u32(0);
-    w.u32(0); w.u16(0); w.u16(0); w.u32(0);
-    w.u32(1);                                   // scale
-    w.u32(video ? 5 : 8000);                    // rate
-    w.u32(0);
-    w.u32(video ? 5 : 5 * audio_chunk_bytes);   // length
-    w.u32(video ? frame_bytes : audio_chunk_bytes);
-    w.u32(0xFFFFFFFFu);
-    w.u32(video ? 0 : 1);                       // sample size
-    w.u16(0); w.u16(0); w.u16(video ? 8 : 0); w.u16(video ? 6 : 0);
-    w.end(strh);
-    const size_t strf = w.begin("strf");
-    if (video) {
-        w.u32(40); w.u32(8); w.u32(6); w.u16(1); w.u16(24); w.u32(0); w.u32(frame_bytes);
-        w.u32(0); w.u32(0); w.u32(0); w.u32(0);
-    } else {
-        w.u16(1); w.u16(1); w.u32(8000); w.u32(8000); w.u16(1); w.u16(8);
-    }
-    w.end(strf);
-    const size_t indx = w.begin("indx");
-    w.u16(4); w.u8(0); w.u8(0);  // four longs an entry, an index of indexes
-    w.u32(2);
-    w.fourcc(video ? "00db" : "01wb");
-    w.u32(0); w.u32(0); w.u32(0);
-    indx_entries_at = w.pos();
-    w.fill(2 * 16, 0);
-    w.end(indx);
-    w.end(strl);
-}
-
-// One 'movi' list: frames and audio chunks in turn, then ix00 and ix01.
-// The index chunks' positions, sizes and durations go into the super indexes.
-void movie_list(byte_writer &w, int frames, std::vector<media_chunk> &chunks, size_t super_video, size_t super_audio,
-                int segment, unsigned char &fill) {
-    const size_t movi = w.begin("LIST", "movi");
-    const size_t base = movi + 4;  // qwBaseOffset: the list's type, as ffmpeg writes it
-    std::vector<media_chunk> video, audio;
-    for (int i = 0; i < frames; ++i) {
-        const size_t v = w.begin("00db");
-        w.fill(frame_bytes, fill++);
-        w.end(v);
-        video.push_back({v - 4, frame_bytes});
-        const size_t a = w.begin("01wb");
-        w.fill(audio_chunk_bytes, fill++);
-        w.end(a);
-        audio.push_back({a - 4, audio_chunk_bytes});
-    }
-    const auto standard_index = [&](const char *id, const char *chunk_id, const std::vector<media_chunk> &list,
-                                    size_t super, uint32_t duration) {
-        const size_t at = w.pos();
-        const size_t ix = w.begin(id);
-        w.u16(2); w.u8(0); w.u8(1);  // two longs an entry, an index of chunks
-        w.u32(static_cast<uint32_t>(list.size()));
-        w.fourcc(chunk_id);
-        w.u64(base);
-        w.u32(0);
-        for (const media_chunk &c : list) {
-            w.u32(static_cast<uint32_t>(c.header + 8 - base));
-            w.u32(c.size);  // bit 31 clear: every chunk a key frame
-        }
-        w.end(ix);
-        const size_t entry = super + static_cast<size_t>(segment) * 16;
-        w.patch64(entry, at);
-        w.patch32(entry + 8, static_cast<uint32_t>(w.pos() - at));
-        w.patch32(entry + 12, duration);
-    };
-    standard_index("ix00", "00db", video, super_video, static_cast<uint32_t>(video.size()));
-    standard_index("ix01", "01wb", audio, super_audio, static_cast<uint32_t>(audio.size() * audio_chunk_bytes));
-    w.end(movi);
-    chunks.insert(chunks.end(), video.begin(), video.end());
-    chunks.insert(chunks.end(), audio.begin(), audio.end());
-}
-
-int make_opendml(const char *out_path) {
-    byte_writer w;
-    unsigned char fill = 1;
-    const size_t riff = w.begin("RIFF", "AVI ");
-    const size_t hdrl = w.begin("LIST", "hdrl");
-    const size_t avih = w.begin("avih");
-    w.u32(200000); w.u32(frame_bytes * 5 + 8000); w.u32(0); w.u32(0x110); w.u32(3); w.u32(0); w.u32(2);
-    w.u32(0); w.u32(8); w.u32(6); w.fill(16, 0);
-    w.end(avih);
-    size_t super_video = 0, super_audio = 0;
-    stream_list(w, true, super_video);
-    stream_list(w, false, super_audio);
-    const size_t odml = w.begin("LIST", "odml");
-    const size_t dmlh = w.begin("dmlh");
-    w.u32(5);
-    w.fill(244, 0);
-    w.end(dmlh);
-    w.end(odml);
-    w.end(hdrl);
-    std::vector<media_chunk> first;
-    const size_t movi_type = w.pos() + 8;
-    movie_list(w, 3, first, super_video, super_audio, 0, fill);
-    const size_t idx1 = w.begin("idx1");
-    std::sort(first.begin(), first.end(), [](const media_chunk &a, const media_chunk &b) { return a.header < b.header; });
-    for (const media_chunk &c : first) {
-        w.bytes.insert(w.bytes.end(), w.bytes.begin() + static_cast<std::ptrdiff_t>(c.header),
-                       w.bytes.begin() + static_cast<std::ptrdiff_t>(c.header) + 4);
-        w.u32(0x10);
-        w.u32(static_cast<uint32_t>(c.header - movi_type));
-        w.u32(c.size);
-    }
-    w.end(idx1);
-    w.end(riff);
-    const size_t avix = w.begin("RIFF", "AVIX");
-    std::vector<media_chunk> second;
-    movie_list(w, 2, second, super_video, super_audio, 1, fill);
-    w.end(avix);
-    std::ofstream out(out_path, std::ios::binary);
-    out.write(reinterpret_cast<const char *>(w.bytes.data()), static_cast<std::streamsize>(w.bytes.size()));
-    return out ? 0 : 2;
-}
-
 int usage() {
     std::fprintf(stderr,
                  "usage: interop_check valid FILE... | streams INFO PROBE | packets CHUNKS PROBE RIFF |\n"
-                 "       indexes INFO CHUNKS RIFF [PROBE] | corrupt IN OUT SEED | opendml OUT\n");
+                 "       indexes INFO CHUNKS RIFF [PROBE]\n");
     return 2;
 }
 
@@ -833,8 +607,6 @@ int main(int argc, char **argv) {
         }
         return 0;
     }
-    if (command == "opendml" && argc == 3) return make_opendml(argv[2]);
-    if (command == "corrupt" && argc == 5) return corrupt(argv[2], argv[3], std::strtoull(argv[4], nullptr, 10));
     if (command == "streams" && argc == 4) {
         json info, probe;
         if (!load(argv[2], info) || !load(argv[3], probe)) return 2;

@@ -3,10 +3,10 @@
 # and that file cut at later bytes, play in ffprobe, ffmpeg, mplayer and
 # GStreamer and walk in this library's reader, every frame put before the
 # last checkpoint included, without any repair.
-# Usage: interop_checkpoint.sh CHECKER TOOL RECORDER   (native builds only)
+# Usage: interop_checkpoint.sh CHECKER TOOL MAKER RECORDER   (native builds only)
 set -u
 . "$(dirname "$0")/lib.sh"
-recorder=$3
+recorder=$4
 need_ffmpeg
 for player in mplayer gst-launch-1.0 python3; do
     command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }

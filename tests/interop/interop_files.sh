@@ -4,7 +4,7 @@
 # that 'kelqavi chunks' meets, in both of its walks, are ffprobe's packets,
 # stream by stream, in order, with the same positions and sizes. A file with
 # a palette after its video format must be refused, with the reason.
-# Usage: interop_files.sh CHECKER TOOL   (native builds only; exit 77 without ffmpeg)
+# Usage: interop_files.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
 need_ffmpeg

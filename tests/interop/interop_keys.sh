@@ -4,10 +4,10 @@
 # frames are those ffprobe flags, and each key frame's audio chunks are the
 # packets playing at its time (key_table_check). Then the keys, frame and
 # subs commands on one of them, checked against ffprobe's positions.
-# Usage: interop_keys.sh CHECKER TOOL KEY-TABLE-CHECK   (native builds only; exit 77 without ffmpeg)
+# Usage: interop_keys.sh CHECKER TOOL MAKER KEY-TABLE-CHECK   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
-key_check=$3
+key_check=$4
 need_ffmpeg
 
 video=(-f lavfi -i testsrc=size=64x48:rate=25)

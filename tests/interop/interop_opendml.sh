@@ -4,7 +4,7 @@
 # ix00 and ix01, and super indexes in the header. The same comparisons as
 # for the small files, across both segments, and the index chunks met as
 # the walk meets them. The file is made in a few seconds and deleted after.
-# Usage: interop_opendml.sh CHECKER TOOL   (native builds only; exit 77 without ffmpeg)
+# Usage: interop_opendml.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
 need_ffmpeg

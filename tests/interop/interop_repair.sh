@@ -5,10 +5,10 @@
 # (counted by a walk of its bytes here), and the result plays in ffprobe
 # (packet sizes), ffmpeg (no word), mplayer and GStreamer. An MPEG-4
 # recording keeps its key frames (one in 12) without any index to say so.
-# Usage: interop_repair.sh CHECKER TOOL RECORDER   (native builds only)
+# Usage: interop_repair.sh CHECKER TOOL MAKER RECORDER   (native builds only)
 set -u
 . "$(dirname "$0")/lib.sh"
-recorder=$3
+recorder=$4
 need_ffmpeg
 for player in mplayer gst-launch-1.0 python3; do
     command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }

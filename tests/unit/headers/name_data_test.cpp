@@ -92,13 +92,17 @@ TEST(StreamName, ReaderOddCases) {
     EXPECT_EQ(n.length, INT16_MIN);
     EXPECT_EQ(n.name, nullptr);
 
-    // A name cut off by the end of the file: what is there is kept.
-    temp_stream cut(byte_image().id("strn").u32(10).text("abcd"));
-    EXPECT_EQ(read_header_strn(&n, cut), 1);
-    EXPECT_EQ(n.length, 10);
-    ASSERT_NE(n.name, nullptr);
-    EXPECT_EQ(std::string(n.name, 4), "abcd");
-    std::free(n.name);
+    // A name longer than the rest of the file is not allocated: the stream
+    // goes to the end; one that ends exactly there is read.
+    for (const uint32_t size : {5u, 4u, 0x7FFFu}) {
+        temp_stream cut(byte_image().id("strn").u32(size).text("abcd"));
+        EXPECT_EQ(read_header_strn(&n, cut), size == 4 ? 0 : 1) << size;
+        EXPECT_EQ(n.length, static_cast<int16_t>(size));
+        EXPECT_EQ(n.name == nullptr, size != 4) << size;
+        EXPECT_EQ(cut.tell(), 12);
+        std::free(n.name);
+        n.name = nullptr;
+    }
 }
 
 TEST(StreamName, WriterRefusesWhatItCannotWrite) {

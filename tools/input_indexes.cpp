@@ -1,0 +1,107 @@
+#include "input_indexes.h"
+
+#include <algorithm>
+
+namespace kelqtool {
+
+namespace {
+
+constexpr int64_t chunk_header_size = 8;
+constexpr int64_t list_header_size = 12;
+constexpr uint32_t idx1_key_frame = 0x10;
+constexpr uint32_t std_index_not_key = 0x80000000u;
+constexpr size_t block_entries = 4096;
+const uint32_t stream_vids = make_fourCC("vids");
+
+// Calls take(entry bytes) for `count` entries of `size` bytes from offset,
+// reading a block at a time; stops early where the file ends.
+template <typename F>
+void for_each_entry(FILE *f, int64_t offset, uint64_t count, size_t size, F &&take) {
+    if (file_seek(f, offset, 0) != 0) return;
+    std::vector<uint8_t> block(block_entries * size);
+    for (uint64_t done = 0; done < count;) {
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(count - done, block_entries));
+        const size_t got = file_read(f, block.data(), want * size) / size;
+        for (size_t i = 0; i < got; ++i) take(&block[i * size]);
+        done += got;
+        if (got < want) return;
+    }
+}
+
+// Entries that fit between offset and the end of the file.
+uint64_t entries_in_file(int64_t offset, int64_t file_size, size_t size) {
+    return offset < file_size ? static_cast<uint64_t>(file_size - offset) / size : 0;
+}
+
+void read_idx1(FILE *f, const riff_form &form, int64_t file_size, input_indexes &out) {
+    if (!form.has_idx1 || !form.has_movi) return;
+    const int64_t start = form.idx1_offset + chunk_header_size;
+    const uint64_t count = std::min<uint64_t>(form.idx1_size / 16, entries_in_file(start, file_size, 16));
+    if (count == 0) return;
+    out.has_idx1 = true;
+    // Offsets count from the 'movi' type code; some writers give absolute
+    // positions instead, which a first entry beyond the list's start shows.
+    uint8_t first[16] = {};
+    if (file_seek(f, start, 0) != 0 || file_read(f, first, sizeof first) != sizeof first) return;
+    const int64_t movi_type = form.movi_offset + chunk_header_size;
+    const int64_t base = static_cast<int64_t>(str2long(first + 8)) > form.movi_offset ? 0 : movi_type;
+    const int64_t movi_end = movi_type + static_cast<int64_t>(form.movi_size);
+    for_each_entry(f, start, count, 16, [&](const uint8_t *e) {
+        const uint32_t id = str2long(e);
+        const int64_t header = base + static_cast<int64_t>(str2long(e + 8));
+        out.key_by_data[header + chunk_header_size] = (str2long(e + 4) & idx1_key_frame) != 0;
+        const int32_t type = get_chunk_type(id, 1);
+        const uint32_t stream = fourCC_streamID(id, 1);
+        const bool media = type >= KELQAVI_CHUNK_AUDIO && type <= KELQAVI_CHUNK_CHAPTER;
+        if (media && stream < out.idx1_listed.size() && header >= form.movi_offset + list_header_size && header < movi_end)
+            ++out.idx1_listed[stream];
+    });
+}
+
+// One standard index chunk (ix##) of a stream: its entries give key flags and
+// are counted. False when no such chunk is there.
+bool read_standard_index(FILE *f, int64_t offset, int64_t file_size, size_t stream, input_indexes &out) {
+    uint8_t head[32];
+    if (file_seek(f, offset, 0) != 0 || file_read(f, head, sizeof head) != sizeof head) return false;
+    const uint32_t size = str2long(head + 4);
+    if (head[0] != 'i' || head[1] != 'x' || head[11] != 1 || size < 24) return false;
+    const uint64_t count = std::min<uint64_t>({str2long(head + 12), (size - 24) / 8u,
+                                               entries_in_file(offset + 32, file_size, 8)});
+    const uint64_t base = str2longlong(head + 20);
+    out.odml_listed[stream] += count;
+    for_each_entry(f, offset + 32, count, 8, [&](const uint8_t *e) {
+        out.key_by_data[static_cast<int64_t>(base + str2long(e))] = (str2long(e + 4) & std_index_not_key) == 0;
+    });
+    return true;
+}
+
+void read_standard_indexes(FILE *f, const riff_form &form, int64_t file_size, input_indexes &out) {
+    for (size_t s = 0; s < form.streams.size() && s < out.odml_listed.size(); ++s) {
+        const stream_list &list = form.streams[s];
+        if (!list.has_indx || list.indx.entries.empty()) continue;
+        out.has_odml[s] = true;
+        for (const super_index_entry &e : list.indx.entries) {
+            // A video stream's super index counts the chunks of each standard
+            // index: where one is not in the file, its count stands for it.
+            const bool read = e.offset < static_cast<uint64_t>(file_size) &&
+                              read_standard_index(f, static_cast<int64_t>(e.offset), file_size, s, out);
+            if (!read && list.has_strh && fourCC_equal(list.strh.type, stream_vids)) out.odml_listed[s] += e.duration;
+        }
+    }
+}
+
+}  // namespace
+
+void read_input_indexes(const char *path, const avi_layout &layout, size_t stream_count, input_indexes &out) {
+    out.idx1_listed.assign(stream_count, 0);
+    out.odml_listed.assign(stream_count, 0);
+    out.has_odml.assign(stream_count, false);
+    if (layout.forms.empty()) return;
+    FILE *f = file_open(path, 0);
+    if (f == nullptr) return;
+    read_standard_indexes(f, layout.forms[0], layout.file_size, out);
+    read_idx1(f, layout.forms[0], layout.file_size, out);
+    file_close(f);
+}
+
+}  // namespace kelqtool

@@ -1,0 +1,29 @@
+// What the indexes of an AVI file say about its chunks, read with the
+// RIFF-layer calls beside the reader: the key-frame flag of each chunk, and
+// how many chunks of each stream the first segment's idx1 and the OpenDML
+// standard indexes list. Counts read from the file are bounded by the bytes
+// the file holds, and the entries are read a block at a time.
+#pragma once
+
+#include "avi_layout.h"
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+namespace kelqtool {
+
+struct input_indexes {
+    // Key-frame flags by the position of a chunk's data.
+    std::unordered_map<int64_t, bool> key_by_data;
+    bool has_idx1 = false;
+    std::vector<uint64_t> idx1_listed;   // by stream: data chunks idx1 lists inside the first 'movi'
+    std::vector<bool> has_odml;          // by stream: it has standard indexes
+    std::vector<uint64_t> odml_listed;   // by stream: chunks they list
+};
+
+// Reads the indexes of the file at path for streams 0 .. stream_count - 1.
+// An index that cannot be read counts as absent.
+void read_input_indexes(const char *path, const avi_layout &layout, size_t stream_count, input_indexes &out);
+
+}  // namespace kelqtool
