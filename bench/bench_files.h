@@ -4,5 +4,6 @@
 void remove_reader_bench_file();
 void remove_writer_bench_file();
 void remove_seek_bench_files();
+void remove_repair_bench_files();
 void print_writer_memory();
 void print_writer_checkpoints();

@@ -308,6 +308,7 @@ int main(int argc, char **argv) {
     remove_reader_bench_file();
     remove_writer_bench_file();
     remove_seek_bench_files();
+    remove_repair_bench_files();
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     std::printf("peak resident memory: %ld KiB\n", usage.ru_maxrss);

@@ -34,10 +34,11 @@ int read_header_strn(stream_name *r, FILE *stream) {
     // A missing name is not an error: the record keeps a null name.
     if (r->length < 0) return status;
     const size_t length = static_cast<size_t>(r->length);
-    const int64_t left = kelq::bytes_left(stream);
-    if (left < 0 || length > static_cast<uint64_t>(left)) {
-        // Reading it would run off the end of the file: go there and fail
-        // without allocating what the size field claims.
+    // A name longer than the whole file is a size field no file of this
+    // length can hold: it is not allocated. A shorter one cut off by the
+    // end of the file keeps the bytes that are there.
+    const int64_t whole = kelq::file_length(stream);
+    if (whole < 0 || length > static_cast<uint64_t>(whole)) {
         file_seek(stream, 0, 2);
         return 1;
     }

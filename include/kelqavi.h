@@ -272,9 +272,10 @@ KELQAVI_API int write_header_strf_text_caption(const caption_format *record, FIL
  * reads a name whose length is the low 16 bits of the size, taken as signed,
  * into a fresh block of length + 1 bytes (NUL-terminated). When that block
  * cannot be had, or the length is negative, the name is null and the result
- * is still 0. A length larger than the bytes left in the file (or a stream
- * that cannot tell) is not allocated: the name is null, the stream goes to
- * the end of the file and the result is 1. record->name must be null or a
+ * is still 0. A length larger than the whole file (or a stream that cannot
+ * tell) is not allocated: the name is null, the stream goes to the end of
+ * the file and the result is 1; a name cut off by the end of the file keeps
+ * the bytes that are there, with result 1. record->name must be null or a
  * block from malloc. */
 KELQAVI_API int read_header_strn(stream_name *record, FILE *stream);
 /* Size is the length rounded up to even; a zero byte follows an odd length.
@@ -982,6 +983,127 @@ KELQAVI_API int aviout_checkpoint(aviout_handle *w, int32_t sync);
  * chunk gives 0 too), 1 otherwise. The handle is freed either way; null
  * gives 1. */
 KELQAVI_API int aviout_close2(aviout_handle *w);
+
+/* ------------------------------------------------------------------------
+ * Repairing a recording that was cut short.
+ *
+ * A recording that loses power, or a writer killed while it writes, leaves
+ * a file whose sizes are placeholders (0xFFFFFFFF) or stale, with no idx1 and
+ * with its last chunk cut. aviout_repair makes such a file whole in place:
+ * the files of this library's writer (with or without OpenDML indexes and
+ * checkpoints) and those of other recorders alike.
+ *
+ * What is kept: every complete chunk of the "movi" lists, in file order, up
+ * to the first chunk that runs past the end of the file or cannot be read (an
+ * id that is neither a data chunk of a declared stream nor an index, JUNK or
+ * list, or a size that runs past a list whose size is right); everything
+ * from that chunk on is dropped and the file is truncated (ftruncate on the
+ * stream's descriptor). A chunk whose data is complete but whose pad byte is
+ * missing is kept and gets its pad byte. The chunks of a LIST "rec " group are
+ * kept (and indexed one by one) when the whole group is readable. A "movi"
+ * size that ends where data chunks of declared streams go on is taken as
+ * stale and the walk goes on; so is one that ends at the header of a "JUNK"
+ * chunk running past the end of the file (what aviout_checkpoint leaves: the
+ * chunks put after it lie inside that chunk), which the walk steps into and
+ * the repair makes an empty "JUNK" chunk of "movi". An idx1 written after
+ * the data and partly overwritten by chunks written later (by a recorder
+ * that indexes in place) is recognised by its records, which describe the
+ * chunks before it, and is not taken for data, though a chunk whose last few
+ * bytes fell on that index keeps them.
+ *
+ * What is rebuilt: when the last RIFF segment kept was cut, its "movi" and
+ * RIFF sizes; for the first RIFF an idx1 (offsets from the "movi" type code)
+ * with the avih has-index flag; the header counts in place (avih total
+ * frames of the first RIFF, each strh length and suggested buffer size, the
+ * dmlh total frames), counted as the writer counts: a stream whose sample
+ * size is 0 counts chunks, any other ceil(size / sample size) per chunk,
+ * "dd" chunks are not counted, and text streams ("txts") keep their length.
+ * With OpenDML indexes (a stream with an "indx"), each super index lists the
+ * standard index chunks (ix##) kept in the data, trimmed to the chunks kept;
+ * the chunks after a stream's last standard index are listed in one more
+ * standard index chunk ("ix" and two digits) appended at the end of the last
+ * "movi", so a player finds exactly the kept chunks whichever index it reads.
+ * A super index with no room for them all is emptied (players then use
+ * idx1). A segment that was finished whole is left as it is: after it a cut
+ * segment is dropped, and its chunks after the last standard index are
+ * then found through idx1 (first RIFF) only.
+ *
+ * Key frames come from what index survives: an idx1 (offsets from "movi" or
+ * from the file start, told apart by the chunk headers), the ix## chunks in
+ * the data ("ix00", or this writer's "ix0" and a zero byte; such a chunk
+ * belongs to the stream of the chunk its first entry names). Where no index
+ * says: audio, text and uncompressed or MJPEG video chunks are key frames;
+ * MPEG-4 Visual video is a key frame when its first VOP is intra coded,
+ * H.264 when its first slice is an IDR slice (empty chunks are not key
+ * frames, and a chunk the look cannot decide is); "dd" chunks are not.
+ *
+ * Bounded: fixed buffers only (about 160 KB, whatever the file's size), every
+ * size from the file checked against its length, every loop advancing.
+ * Nothing is written to a file that is already whole (every RIFF and "movi"
+ * size right, idx1 present): it is left byte for byte as it was. The writes
+ * go past the kept data first, then the truncation, then the header fields,
+ * so a repair that is itself interrupted leaves a file that can be repaired
+ * again. The data is not forced to the device (fsync is the caller's).
+ * ------------------------------------------------------------------------ */
+
+#define AVIOUT_REPAIR_STREAMS 20
+
+/* Why aviout_repair gave 1 (report.problem). */
+enum {
+    AVIOUT_REPAIR_NO_PROBLEM = 0,
+    AVIOUT_REPAIR_CANNOT_READ = 1,       /* the file cannot be opened or read */
+    AVIOUT_REPAIR_NOT_AVI = 2,           /* it does not open with a RIFF "AVI " form */
+    AVIOUT_REPAIR_BAD_HEADER = 3,        /* cut or damaged inside the header lists */
+    AVIOUT_REPAIR_NO_MOVI = 4,           /* no "movi" list follows the header lists */
+    AVIOUT_REPAIR_TOO_MANY_STREAMS = 5,  /* more than AVIOUT_REPAIR_STREAMS */
+    AVIOUT_REPAIR_CANNOT_WRITE = 6       /* opening for writing, a write or the truncation failed */
+};
+
+/* What ended the kept data (report.drop_cause). */
+enum {
+    AVIOUT_REPAIR_DROP_NONE = 0,
+    AVIOUT_REPAIR_DROP_CUT = 1,          /* a chunk or segment runs past the end of the file */
+    AVIOUT_REPAIR_DROP_UNREADABLE = 2,   /* an id that is no chunk of a declared stream, or
+                                            bytes after the last segment that are no segment */
+    AVIOUT_REPAIR_DROP_BAD_SIZE = 3      /* a size that runs past the end of its list */
+};
+
+typedef struct aviout_repair_stream {
+    uint32_t type;          /* strh type: "vids", "auds", "txts", ... */
+    uint32_t codec;         /* video: strf compression; audio: strf format tag; others: strh handler */
+    uint32_t chunks;        /* data chunks kept */
+    uint32_t key_frames;    /* of them, key frames (as the rebuilt idx1 flags them) */
+    uint64_t bytes;         /* their data bytes */
+    uint32_t length;        /* the strh length the chunks kept give */
+    uint32_t std_indexes;   /* standard index chunks its super index lists after repair; 0 without indx */
+} aviout_repair_stream;
+
+typedef struct aviout_repair_report {
+    uint32_t changed;       /* 1 when the file was written */
+    uint32_t problem;       /* AVIOUT_REPAIR_... when the result is 1 */
+    int32_t stream_count;
+    uint32_t segments;      /* RIFF segments kept */
+    uint32_t index_entries; /* idx1 records written; 0 when no idx1 was written */
+    uint32_t std_indexes_added; /* final standard index chunks appended */
+    uint32_t drop_cause;    /* AVIOUT_REPAIR_DROP_... */
+    uint32_t reserved;
+    int64_t file_size;      /* before */
+    int64_t repaired_size;  /* after (the same when nothing changed) */
+    int64_t drop_offset;    /* where the first dropped chunk began; -1 when none was */
+    int64_t dropped_bytes;  /* bytes of the file from drop_offset to its end */
+    aviout_repair_stream streams[AVIOUT_REPAIR_STREAMS];
+} aviout_repair_report;
+
+/* Repairs the AVI file at path in place (see above). swapped_ids non-zero
+ * also takes data chunk ids written type first ("dc00"), and names a new
+ * index "1idx". 0: the file was whole (nothing written, changed 0) or was
+ * repaired without dropping a chunk; 3: repaired, and chunks from
+ * drop_offset on were dropped; 1: not an AVI this call can repair (not RIFF
+ * "AVI ", cut inside the header lists, no "movi", too many streams) or not
+ * readable, the file untouched, or writing it failed (problem says which;
+ * after a failed write the file may be half repaired, and can be repaired
+ * again). report may be null; it is filled as far as the repair went. */
+KELQAVI_API int aviout_repair(const char *path, uint32_t swapped_ids, aviout_repair_report *report);
 
 #ifdef __cplusplus
 }

@@ -12,4 +12,10 @@ int64_t bytes_left(FILE *stream) {
     return end > here ? end - here : 0;
 }
 
+int64_t file_length(FILE *stream) {
+    const int64_t here = file_tell(stream);
+    const int64_t left = bytes_left(stream);
+    return here < 0 || left < 0 ? -1 : here + left;
+}
+
 }  // namespace kelq

@@ -12,7 +12,7 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clan
 
 targets="$*"
 [ -n "$targets" ] || targets=$(ls fuzz/corpus)
-library="riff headers odml reader extensions writer"
+library="riff headers odml reader extensions writer repair"
 first=""
 objects=""
 rm -f "$build"/*.profraw

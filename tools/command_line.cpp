@@ -68,7 +68,7 @@ const std::string *valued_options::value(const char *option) const {
 
 int parse_valued_options(const char *command, int argc, char **argv, std::initializer_list<const char *> flags,
                          std::initializer_list<const char *> with_value, size_t operands, const char *usage,
-                         void (*help)(FILE *), valued_options &options, bool &stop) {
+                         void (*help)(FILE *), valued_options &options, bool &stop, size_t optional) {
     stop = true;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--") == 0) break;
@@ -100,7 +100,7 @@ int parse_valued_options(const char *command, int argc, char **argv, std::initia
                 print_error("unknown option '%s' for '%s' (see 'kelqavi %s --help')", arg, command, command);
                 return exit_usage;
             }
-        } else if (options.operands.size() < operands + 1) {
+        } else if (options.operands.size() < operands + 1 + optional) {
             options.operands.push_back(arg);
         } else {
             print_error("too many arguments for '%s': '%s' (usage: kelqavi %s %s)", command, arg, command, usage);

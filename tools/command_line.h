@@ -37,9 +37,10 @@ struct valued_options {
     const std::string *value(const char *option) const;        // the last one given, or null
 };
 
+// optional: how many more operands may follow the required ones.
 int parse_valued_options(const char *command, int argc, char **argv, std::initializer_list<const char *> flags,
                          std::initializer_list<const char *> with_value, size_t operands, const char *usage,
-                         void (*help)(FILE *), valued_options &options, bool &stop);
+                         void (*help)(FILE *), valued_options &options, bool &stop, size_t optional = 0);
 
 // A whole decimal number within [low, high]; false for anything else.
 bool parse_number(const std::string &text, long long low, long long high, long long &value);

@@ -7,6 +7,7 @@
 #include "keys_command.h"
 #include "mux_command.h"
 #include "remux_command.h"
+#include "repair_command.h"
 #include "riff_command.h"
 #include "sample_command.h"
 #include "subs_command.h"
@@ -43,6 +44,8 @@ constexpr command commands[] = {
     {"mux", "write an MJPEG and PCM AVI file from JPEG pictures and a WAV file", run_mux_command, print_mux_help},
     {"remux", "read an AVI file with the reader and write it again with the writer", run_remux_command,
      print_remux_help},
+    {"repair", "make a recording that was cut short whole again, in place or in a copy", run_repair_command,
+     print_repair_help},
     {"sample", "write the built-in sample AVI file (every stream kind, menu, metadata)", run_sample_command,
      print_sample_help},
 };

@@ -31,7 +31,7 @@ stride=${KELQAVI_SWEEP_STRIDE:-1}
 # The commands, '@' standing for the damaged file. Rows for new commands go
 # here, one line each.
 commands=(
-    # "repair ..."   the repair command's row goes here, with that command
+    "repair --swapped-ids @ $work/repaired.avi"
     "riff @"
     "info --json @"
     "chunks @"

@@ -92,13 +92,19 @@ TEST(StreamName, ReaderOddCases) {
     EXPECT_EQ(n.length, INT16_MIN);
     EXPECT_EQ(n.name, nullptr);
 
-    // A name longer than the rest of the file is not allocated: the stream
-    // goes to the end; one that ends exactly there is read.
-    for (const uint32_t size : {5u, 4u, 0x7FFFu}) {
-        temp_stream cut(byte_image().id("strn").u32(size).text("abcd"));
-        EXPECT_EQ(read_header_strn(&n, cut), size == 4 ? 0 : 1) << size;
-        EXPECT_EQ(n.length, static_cast<int16_t>(size));
-        EXPECT_EQ(n.name == nullptr, size != 4) << size;
+    // A name cut off by the end of the file keeps the bytes that are there;
+    // one longer than the whole 12-byte file is not allocated, and the
+    // stream goes to the end.
+    struct { uint32_t size; int result; const char *name; } rows[] = {
+        {4, 0, "abcd"}, {5, 1, "abcd"}, {12, 1, "abcd"}, {13, 1, nullptr}, {0x7FFF, 1, nullptr}};
+    for (const auto &row : rows) {
+        temp_stream cut(byte_image().id("strn").u32(row.size).text("abcd"));
+        EXPECT_EQ(read_header_strn(&n, cut), row.result) << row.size;
+        EXPECT_EQ(n.length, static_cast<int16_t>(row.size));
+        if (row.name == nullptr)
+            EXPECT_EQ(n.name, nullptr) << row.size;
+        else
+            EXPECT_EQ(std::string(n.name), row.name) << row.size;
         EXPECT_EQ(cut.tell(), 12);
         std::free(n.name);
         n.name = nullptr;

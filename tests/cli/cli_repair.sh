@@ -1,0 +1,70 @@
+#!/bin/bash
+# kelqavi repair: in place and into a copy, a whole file left alone, the
+# exit statuses, the JSON, the help and the usage errors.
+# Usage: cli_repair.sh [EMULATOR...] TOOL
+set -u
+. "$(dirname "$0")/lib.sh"
+
+kq repair --help
+expect_status 0 "repair --help"
+check "repair --help prints its usage" has '^Usage: kelqavi repair '
+check "repair --help documents the exit status" has '^Exit status:'
+kq --help
+check "kelqavi --help lists repair" has '^  repair '
+for args in "" "a.avi b.avi c.avi" "--bogus a.avi"; do
+    kq repair $args
+    expect_status 2 "repair $args"
+    check "repair $args: one line on stderr" err_one_line
+done
+
+kq sample "$work/sample.avi"
+expect_status 0 "sample"
+cp "$work/sample.avi" "$work/whole.avi"
+kq repair "$work/whole.avi"
+expect_status 0 "repair of a whole file"
+check "a whole file is said to be whole" has 'whole, nothing to repair'
+check "a whole file is left byte for byte" cmp -s "$work/sample.avi" "$work/whole.avi"
+
+# Cut inside a chunk: 3, and the copy and the file repaired in place agree.
+head -c 60000 "$work/sample.avi" > "$work/cut.avi"
+cp "$work/cut.avi" "$work/cut_kept.avi"
+kq repair "$work/cut.avi" "$work/copy.avi"
+expect_status 3 "repair IN OUT of a cut file"
+check "IN is left as it was" cmp -s "$work/cut.avi" "$work/cut_kept.avi"
+check "the table shows the five streams" [ "$(grep -c '^ *[0-4]  ' "$work/out")" -eq 5 ]
+check "what was dropped is said" has '^  dropped  .* from offset [0-9]* on (cut short)'
+kq repair --json "$work/cut.avi"
+expect_status 3 "repair --json IN"
+if command -v python3 > /dev/null 2>&1; then
+    check "--json parses, with the drop and five streams" python3 -c '
+import json, sys
+d = json.load(open(sys.argv[1]))
+assert d["result"] == "repaired, data dropped" and d["changed"] and d["output"] is None, d
+assert d["dropped"]["offset"] + d["dropped"]["bytes"] == 60000 and d["dropped"]["cause"] == "cut short", d
+assert len(d["streams"]) == 5 and d["streams"][1]["codec"] == 1 and d["index_entries"] > 0, d' "$work/out"
+fi
+check "in place and into a copy give the same file" cmp -s "$work/cut.avi" "$work/copy.avi"
+kq chunks "$work/cut.avi"
+expect_status 0 "the repaired file walks to the end of its lists"
+kq repair "$work/cut.avi" "$work/../$(basename "$work")/cut.avi"
+expect_status 0 "repair of a repaired file, OUT naming IN"
+check "OUT naming IN repairs in place, without emptying the file" cmp -s "$work/cut.avi" "$work/copy.avi"
+check "a repaired file is whole" has 'whole, nothing to repair'
+
+# Files that cannot be repaired: 1, one line, nothing written.
+printf 'RIFF\x10\x00\x00\x00WAVEfmt ' > "$work/wave.wav"
+head -c 100 "$work/sample.avi" > "$work/header.avi"
+for f in wave.wav header.avi missing.avi; do
+    cp "$work/$f" "$work/before" 2> /dev/null
+    kq repair "$work/$f" "$work/$f.out"
+    expect_status 1 "repair of $f"
+    check "$f: one line says why" err_one_line
+    check "$f: no copy is left" [ ! -e "$work/$f.out" ]
+    [ -e "$work/$f" ] && check "$f: left as it was" cmp -s "$work/$f" "$work/before"
+done
+kq repair "$work/wave.wav"
+check "a WAVE file is not an AVI" grep -q "not an AVI file" "$work/err"
+kq repair "$work/header.avi"
+check "a file cut in its header lists says so" grep -q "header lists" "$work/err"
+
+finish

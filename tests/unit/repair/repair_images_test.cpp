@@ -1,0 +1,234 @@
+// aviout_repair over byte images, one rule each: cuts in the header, in a
+// chunk's header, data or pad byte, an unreadable id, placeholder sizes, a
+// whole file, type-first ids, an idx1 counting from the start of the file,
+// two segments, "rec " groups, and key frames told from the bitstream.
+#include <gtest/gtest.h>
+
+#include <cctype>
+
+#include "support/avi_image.h"
+#include "unit/reader/index_images.h"
+#include "unit/repair/repair_check.h"
+
+using namespace kelqtest;
+
+namespace {
+
+struct case_file {
+    std::vector<uint8_t> bytes;
+    std::vector<kept_chunk> kept;   // what must be left, in order
+    int result = 0;
+    uint32_t cause = AVIOUT_REPAIR_DROP_NONE;
+    uint32_t problem = AVIOUT_REPAIR_NO_PROBLEM;
+    uint32_t swapped = 0;
+    uint32_t segments = 1;
+    bool whole = false;             // left as it is
+};
+
+const byte_image mjpeg_pcm = hdrl({video_list(1, 25, "MJPG"), audio_strl()});
+
+// Six chunks, odd sizes among them; the middle video frame is no key frame.
+std::vector<planned> six_chunks(const char *video = "00dc", const char *audio = "01wb") {
+    return {{video, filler(31, 1), true}, {audio, filler(20, 2), true}, {video, filler(25, 3), false},
+            {audio, filler(20, 4), true}, {video, filler(40, 5), true}, {audio, filler(21, 6), true}};
+}
+
+// The first n planned chunks, with key flags as the repair must find them:
+// from a surviving index (as planned) or, without one, all key (MJPEG, PCM).
+std::vector<kept_chunk> first(const std::vector<planned> &p, size_t n, bool index_survives) {
+    std::vector<kept_chunk> out;
+    for (size_t i = 0; i < n; ++i) out.push_back({p[i].id, p[i].data.bytes(), index_survives ? p[i].key : true});
+    return out;
+}
+
+// The sizes a cut recording leaves: RIFF and movi at the placeholder.
+std::vector<uint8_t> unpatched(indexed_file f) {
+    f.bytes.set_u32(4, 0xFFFFFFFFu).set_u32(static_cast<size_t>(f.movi_list) + 4, 0xFFFFFFFFu);
+    return f.bytes.bytes();
+}
+
+size_t at(const indexed_file &f, size_t chunk, size_t plus) { return static_cast<size_t>(f.chunks[chunk].header) + plus; }
+
+case_file cut_at(size_t chunk, size_t plus, size_t kept, int result) {
+    const indexed_file f = make_indexed(mjpeg_pcm, six_chunks());
+    return {f.bytes.prefix(at(f, chunk, plus)), first(six_chunks(), kept, false), result,
+            result == 3 ? AVIOUT_REPAIR_DROP_CUT : AVIOUT_REPAIR_DROP_NONE};
+}
+
+// Video chunks whose bytes alone say whether they are key frames.
+case_file bitstream(const char *codec, const std::vector<std::pair<byte_image, bool>> &frames) {
+    std::vector<planned> p;
+    std::vector<kept_chunk> kept;
+    for (const auto &fr : frames) {
+        p.push_back({"00dc", fr.first, fr.second});
+        kept.push_back({"00dc", fr.first.bytes(), fr.second});
+    }
+    return {unpatched(make_indexed(hdrl({video_list(1, 25, codec)}), p, index_offsets::movi_relative, false)), kept};
+}
+
+byte_image vop(uint8_t coding_type) { return byte_image().raw({0, 0, 1, 0xB6, static_cast<uint8_t>(coding_type << 6), 1, 2, 3}); }
+byte_image nal(std::initializer_list<uint8_t> types) {
+    byte_image b;
+    for (uint8_t t : types) b.raw({0, 0, 0, 1, static_cast<uint8_t>(0x60 | t), 9, 9});
+    return b;
+}
+
+// RIFF "AVI " with two chunks and idx1, then "AVIX" whose fourth chunk is cut.
+case_file two_segments() {
+    const std::vector<planned> p = six_chunks();
+    const indexed_file first_form = make_indexed(mjpeg_pcm, {p[0], p[1]});
+    byte_image body;
+    for (size_t i = 2; i < 6; ++i) body.chunk(p[i].id.c_str(), p[i].data);
+    byte_image whole = first_form.bytes;
+    whole.append(avi_form(movi(body), "AVIX"));
+    const size_t cut = whole.size() - 10;
+    return {whole.prefix(cut), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
+}
+
+// The same two segments as a checkpoint leaves them in "AVIX": its sizes end
+// after two chunks, two more follow them, the last cut short.
+case_file two_segments_checkpointed() {
+    const std::vector<planned> p = six_chunks();
+    const indexed_file first_form = make_indexed(mjpeg_pcm, {p[0], p[1]});
+    byte_image closed, later;
+    for (size_t i = 2; i < 4; ++i) closed.chunk(p[i].id.c_str(), p[i].data);
+    for (size_t i = 4; i < 6; ++i) later.chunk(p[i].id.c_str(), p[i].data);
+    byte_image whole = first_form.bytes;
+    whole.append(avi_form(movi(closed), "AVIX")).append(later);
+    return {whole.prefix(whole.size() - 10), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
+}
+
+// A checkpoint that wrote an idx1 after the data, and one chunk written
+// since over its start: the index's last records, still there after the new
+// chunk, are not data, and give the key frames of the chunks they describe.
+case_file checkpoint_index_tail() {
+    const std::vector<planned> p = {{"00dc", filler(31, 1), true}, {"01wb", filler(20, 2), true},
+                                    {"00dc", filler(25, 3), true}, {"00dc", filler(40, 5), false}};
+    const indexed_file f = make_indexed(mjpeg_pcm, p);
+    const size_t checkpoint = static_cast<size_t>(f.chunks.back().header) + 8 + 40;
+    const planned later{"01wb", filler(21, 7), true};
+    std::vector<uint8_t> bytes = f.bytes.bytes();
+    const std::vector<uint8_t> chunk = byte_image().chunk(later.id.c_str(), later.data).bytes();
+    std::copy(chunk.begin(), chunk.end(), bytes.begin() + static_cast<long>(checkpoint));
+    std::vector<kept_chunk> kept = first(p, 4, true);
+    kept[0].key = kept[1].key = true;   // their records were overwritten: assumed
+    kept.push_back({later.id, later.data.bytes(), true});
+    return {bytes, kept};
+}
+
+// A "rec " group of two chunks, then a chunk cut short.
+case_file rec_group() {
+    const std::vector<planned> p = six_chunks();
+    byte_image group;
+    group.chunk(p[0].id.c_str(), p[0].data).chunk(p[1].id.c_str(), p[1].data);
+    byte_image body;
+    body.list("LIST", "rec ", group).chunk(p[2].id.c_str(), p[2].data);
+    const byte_image file = avi_form(byte_image().append(mjpeg_pcm).append(movi(body)));
+    return {file.prefix(file.size() - 4), first(p, 2, false), 3, AVIOUT_REPAIR_DROP_CUT};
+}
+
+struct row {
+    const char *name;
+    case_file (*make)();
+};
+
+const row rows[] = {
+    {"whole file",
+     [] {
+         case_file c{make_indexed(mjpeg_pcm, six_chunks()).bytes.bytes(), first(six_chunks(), 6, true)};
+         c.whole = true;
+         return c;
+     }},
+    {"cut inside the header lists",
+     [] {
+         const indexed_file f = make_indexed(mjpeg_pcm, six_chunks());
+         return case_file{f.bytes.prefix(static_cast<size_t>(f.movi_list) - 20), {}, 1, 0, AVIOUT_REPAIR_BAD_HEADER};
+     }},
+    {"no movi", [] { return case_file{avi_form(mjpeg_pcm).bytes(), {}, 1, 0, AVIOUT_REPAIR_NO_MOVI}; }},
+    {"not RIFF AVI", [] { return case_file{avi_form(mjpeg_pcm, "WAVE").bytes(), {}, 1, 0, AVIOUT_REPAIR_NOT_AVI}; }},
+    {"cut inside a chunk header", [] { return cut_at(3, 3, 3, 3); }},
+    {"cut inside chunk data", [] { return cut_at(4, 8 + 5, 4, 3); }},
+    {"cut at a chunk boundary", [] { return cut_at(4, 0, 4, 0); }},
+    {"cut before a pad byte", [] { return cut_at(5, 8 + 21, 6, 0); }},
+    {"unreadable id in the middle",
+     [] {
+         indexed_file f = make_indexed(mjpeg_pcm, six_chunks());
+         f.bytes.set_u32(at(f, 3, 0), make_fourCC("zz!!"));
+         return case_file{f.bytes.bytes(), first(six_chunks(), 3, true), 3, AVIOUT_REPAIR_DROP_UNREADABLE};
+     }},
+    {"size past a right movi size",
+     [] {
+         indexed_file f = make_indexed(mjpeg_pcm, six_chunks());
+         f.bytes.set_u32(at(f, 5, 4), 60);
+         return case_file{f.bytes.bytes(), first(six_chunks(), 5, true), 3, AVIOUT_REPAIR_DROP_BAD_SIZE};
+     }},
+    {"placeholder sizes, no idx1",
+     [] {
+         return case_file{unpatched(make_indexed(mjpeg_pcm, six_chunks(), index_offsets::movi_relative, false)),
+                          first(six_chunks(), 6, false)};
+     }},
+    {"type-first ids",
+     [] {
+         const std::vector<planned> p = six_chunks("dc00", "wb01");
+         case_file c{unpatched(make_indexed(mjpeg_pcm, p, index_offsets::movi_relative, false)), first(p, 6, false)};
+         c.swapped = 1;
+         return c;
+     }},
+    {"idx1 counting from the file start, cut inside",
+     [] {
+         const indexed_file f = make_indexed(mjpeg_pcm, six_chunks(), index_offsets::absolute);
+         std::vector<kept_chunk> kept = first(six_chunks(), 6, false);
+         kept[2].key = false;   // its record survives the cut
+         return case_file{f.bytes.prefix(f.bytes.size() - 2 * 16 - 5), kept};
+     }},
+    {"two segments, cut in AVIX", two_segments},
+    {"two segments, AVIX sizes stale", two_segments_checkpointed},
+    {"rec group", rec_group},
+    {"a checkpoint's idx1 under later chunks", checkpoint_index_tail},
+    {"MPEG-4 VOP coding types",
+     [] { return bitstream("XVID", {{vop(0), true}, {vop(1), false}, {byte_image(), false}, {vop(2), false}, {vop(0), true}}); }},
+    {"H.264 IDR slices",
+     [] { return bitstream("H264", {{nal({7, 8, 5}), true}, {nal({1}), false}, {nal({6, 5}), true}, {nal({9, 1}), false}}); }},
+};
+
+class RepairImage : public testing::TestWithParam<row> {};
+
+TEST_P(RepairImage, KeepsTheCompleteChunks) {
+    const case_file c = GetParam().make();
+    temp_file file(c.bytes);
+    aviout_repair_report report;
+    ASSERT_EQ(aviout_repair(file.path(), c.swapped, &report), c.result) << report.problem;
+    EXPECT_EQ(report.problem, c.problem);
+    EXPECT_EQ(report.drop_cause, c.cause);
+    EXPECT_EQ(report.changed, c.result == 1 || c.whole ? 0u : 1u);
+    if (c.result == 1 || c.whole) {
+        EXPECT_EQ(file_bytes(file.path()), c.bytes) << "left byte for byte as it was";
+    }
+    if (c.result == 1) return;
+    EXPECT_EQ(report.segments, c.segments);
+    EXPECT_EQ(report.drop_offset >= 0, c.result == 3);
+    EXPECT_EQ(report.dropped_bytes, report.drop_offset >= 0 ? static_cast<int64_t>(c.bytes.size()) - report.drop_offset : 0);
+    uint32_t chunks = 0, keys = 0;
+    for (int32_t s = 0; s < report.stream_count; ++s) {
+        chunks += report.streams[s].chunks;
+        keys += report.streams[s].key_frames;
+    }
+    uint32_t want_keys = 0;
+    for (const kept_chunk &k : c.kept) want_keys += k.key ? 1 : 0;
+    EXPECT_EQ(chunks, c.kept.size());
+    EXPECT_EQ(keys, want_keys);
+    expect_repaired(file.path(), c.kept, c.swapped, !c.whole);
+    // A repaired file is whole: a second repair changes nothing.
+    const std::vector<uint8_t> once = file_bytes(file.path());
+    EXPECT_EQ(aviout_repair(file.path(), c.swapped, &report), 0);
+    EXPECT_EQ(report.changed, 0u);
+    EXPECT_EQ(file_bytes(file.path()), once);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RepairImage, testing::ValuesIn(rows), [](const testing::TestParamInfo<row> &info) {
+    std::string name;
+    for (const char *p = info.param.name; *p != '\0'; ++p) name += std::isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
+    return name;
+});
+
+}  // namespace
