@@ -1,5 +1,5 @@
 #!/bin/bash
-# Recordings killed with SIGKILL while they write (ffmpeg, GStreamer, and
+# Recordings killed with SIGKILL while they write (ffmpeg, mencoder, GStreamer, and
 # this library's writer with checkpoints, OpenDML on and off), repaired with
 # 'kelqavi repair': exactly the chunks the killed file holds whole are kept
 # (counted by a walk of its bytes here), and the result plays in ffprobe
@@ -10,7 +10,7 @@ set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
 need_ffmpeg
-for player in mplayer gst-launch-1.0 python3; do
+for player in mplayer mencoder gst-launch-1.0 python3; do
     command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }
 done
 
@@ -74,12 +74,28 @@ repaired_plays() {
     check "$what: GStreamer demuxes it ($(head -c 200 "$work/gst.txt"))" test $? -eq 0
 }
 
+# every_twelfth_key FILE WHAT: the repaired file flags as key frames exactly
+# the frames the encoder made intra (one in 12), with no index to say so.
+every_twelfth_key() {
+    local keys
+    keys=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$1" |
+        awk '{ if (($1 ~ /K/) != ((NR - 1) % 12 == 0)) bad++ } END { print NR, bad + 0 }')
+    check "$2: key frames are every 12th of the ${keys% *} frames (${keys#* } wrong)" test "${keys#* }" -eq 0
+}
+
 kill_at "$work/killed.avi" 600000 ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 \
     -f lavfi -i sine=sample_rate=16000 -t 60 -c:v mpeg4 -g 12 -q:v 3 -c:a pcm_s16le -y "$work/killed.avi"
 repaired_plays "$work/ffmpeg.avi" "ffmpeg MPEG-4"
-keys=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/ffmpeg.avi" |
-    awk '{ if (($1 ~ /K/) != ((NR - 1) % 12 == 0)) bad++ } END { print NR, bad + 0 }')
-check "ffmpeg MPEG-4: key frames are every 12th of the ${keys% *} frames (${keys#* } wrong)" test "${keys#* }" -eq 0
+every_twelfth_key "$work/ffmpeg.avi" "ffmpeg MPEG-4"
+
+# mencoder encodes a minute of ffmpeg's test picture; it is killed well
+# before it has written its index.
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 -f lavfi -i sine=sample_rate=16000 -t 60 \
+    -c:v mpeg4 -q:v 3 -c:a pcm_s16le -y "$work/source.avi"
+kill_at "$work/killed.avi" 600000 mencoder "$work/source.avi" -really-quiet -ovc lavc \
+    -lavcopts vcodec=mpeg4:keyint=12 -oac pcm -o "$work/killed.avi"
+repaired_plays "$work/mencoder.avi" "mencoder MPEG-4"
+every_twelfth_key "$work/mencoder.avi" "mencoder MPEG-4"
 
 kill_at "$work/killed.avi" 600000 gst-launch-1.0 -q videotestsrc num-buffers=5000 ! \
     video/x-raw,width=320,height=240,framerate=25/1 ! jpegenc ! queue ! avimux name=m ! \
