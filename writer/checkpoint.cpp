@@ -10,9 +10,10 @@
 // - patches the "movi" size and the form's size to end at D, and rewrites
 //   the header area with the counts so far and without the has-index flag:
 //   there is no idx1 yet;
-// - writes at D the header of a top-level "JUNK" chunk whose size reaches
-//   past any later end of the file, flushes (and on request forces the data
-//   to the device), and goes on after it.
+// - flushes everything up to D (and on request forces it to the device),
+//   and goes on at D with the header of a top-level "JUNK" chunk whose size
+//   reaches past any later end of the file; that header reaches the disk
+//   with the next chunks, so a cut file ends at D or holds it.
 // The chunks put after a checkpoint thus lie inside that "JUNK" chunk: a
 // file cut at any later byte is the form of the checkpoint followed by one
 // top-level chunk running to the end of the file, which every reader passes
@@ -23,7 +24,8 @@
 // checkpoint would cost 16 bytes per chunk so far, every time.
 // Cost: the header area (rendered in memory and written in one piece when
 // the file starts at offset 0), 12 bytes, and per OpenDML track the index
-// entries added since the last checkpoint; three to five system calls.
+// entries added since the last checkpoint; four system calls (the data's
+// write, the two patches, a seek) and one per OpenDML track.
 #include "odml/index_build.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
@@ -144,20 +146,24 @@ extern "C" int aviout_checkpoint(aviout_handle *w, int32_t sync) {
     w->checkpoint_clock = 0.0;
     const uint32_t before = w->write_failed | w->error;
     bring_odml_indexes_up_to_date(w);
-    int64_t data_end = file_tell(w->file);
+    const int64_t data_end = file_tell(w->file);
     if (data_end < 0) return 1;
-    // Nothing since the last checkpoint: its "JUNK" header stays the end.
+    // Nothing since the last checkpoint: the file on disk already ends there.
     const bool nothing_new = w->checkpoint_junk_pos != 0 && data_end == w->checkpoint_junk_pos + chunk_header_size;
-    if (nothing_new) {
-        data_end = w->checkpoint_junk_pos;
-        w->checkpoint_junk_pos = 0;
-    }
-    uint32_t status = settle_checkpoint_junk(w);
-    status |= close_lists_in_place(w, data_end);
-    if (!nothing_new)
+    uint32_t status = 0;
+    if (!nothing_new) {
+        status = settle_checkpoint_junk(w);
+        status |= close_lists_in_place(w, data_end);
+        // Everything up to data_end is flushed now. Seeking to where writing
+        // goes on lets stdio know the position again (a flush makes it
+        // forget, and every later chunk's position would cost a system
+        // call); the "JUNK" header then waits in the buffer and goes out
+        // with the next chunks.
+        status |= static_cast<uint32_t>(file_seek(w->file, data_end, origin_start));
         status |= static_cast<uint32_t>(write_fourCC(ids::id_junk, w->file) | write_val32(junk_to_the_end, w->file));
-    w->checkpoint_junk_pos = data_end;
-    bool lost = fflush(w->file) != 0 || ferror(w->file) != 0;
+        w->checkpoint_junk_pos = data_end;
+    }
+    bool lost = ferror(w->file) != 0;
     if (sync != 0 && !lost) lost = fsync(fileno(w->file)) != 0;
     if (lost || status != 0) w->write_failed = 1;
     return before != 0 || status != 0 || lost ? 1 : 0;

@@ -174,8 +174,8 @@ TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
     const std::vector<uint8_t> &b = images[0];
     EXPECT_EQ(avih_value(b, 4), 70u);
     EXPECT_EQ(avih_value(b, 3), 0x100u) << "no idx1 yet";
-    EXPECT_EQ(le32(b, 4) + 8u + 8u, b.size()) << "the form ends where the JUNK header begins";
-    EXPECT_EQ(text4(b, b.size() - 8), "JUNK");
+    // The JUNK header that opens what comes next waits for the next chunks.
+    EXPECT_EQ(le32(b, 4) + 8u, b.size()) << "the form ends where the file ends";
     size_t frames = 0;
     for (const chunk_at &c : movi_chunks(b)) frames += c.id == "00dc" ? 1 : 0;
     EXPECT_EQ(frames, 70u);
