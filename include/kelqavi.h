@@ -962,20 +962,25 @@ KELQAVI_API void aviout_close(aviout_handle *w);
  * data to the device (fsync).
  * What it writes, all in place: with OpenDML on, each track's current
  * standard index as an ix## chunk of its full length (N x 8 + 48 bytes) at
- * the end of the data the first time, and over those same bytes at later
- * checkpoints and when the index is full, with its super index entry kept
- * current; idx1 after the last chunk (first segment only); the "movi" size
- * up to the end of the data, the form's size up to the end of idx1; the
- * header area with the counts so far. The stream then goes back to where
- * idx1 begins: the next chunks overwrite it, and the final idx1 lands there
- * again. A file cut at any later byte declares its lists to end at the last
- * checkpoint, so a reader finds every chunk put before it, with the counts
- * and (OpenDML) the index that go with them; the chunks after it lie past
- * the declared end, where players that scan find them too.
- * Cost per checkpoint: the header area, 16 bytes per chunk so far (idx1)
- * and one standard index chunk per OpenDML track, with a few seeks; no
- * memory. Without OpenDML a finished file is the same byte for byte with or
- * without checkpoints; with it only the places of the ix## chunks differ.
+ * the end D of the data the first time, and its header and new entries over
+ * those same bytes at later checkpoints, with its super index entry kept
+ * current; the "movi" size and the form's size up to D; the header area
+ * with the counts so far and without the has-index flag (no idx1 yet). The
+ * data up to D is flushed, and writing goes on at D with the 8-byte header
+ * of a top-level "JUNK" chunk whose size runs past any later end of the
+ * file (it reaches the disk with the next chunks). A file cut at any later
+ * byte is thus the checkpoint's complete form, possibly followed by one
+ * chunk every reader passes over: it opens and plays every chunk put before
+ * the checkpoint, with the counts and (OpenDML) the index that go with
+ * them. The next checkpoint, or finishing the file, makes that header an
+ * empty "JUNK" chunk of "movi". idx1 is written only when the file is
+ * finished (aviout_repair rebuilds it for a cut one).
+ * Cost per checkpoint: the header area in one write, 8 bytes, per OpenDML
+ * track the entries added since the last one; four system calls and one per
+ * OpenDML track; one copy of the header area in memory, kept with the
+ * handle. A checkpoint with nothing put since the last one writes nothing.
+ * A finished file holds 8 bytes more per checkpoint (the empty "JUNK"
+ * chunks) and, with OpenDML, its ix## chunks where the checkpoints put them.
  * The menu file tail is copied only when the file is finished. */
 KELQAVI_API int aviout_checkpoint(aviout_handle *w, int32_t sync);
 /* aviout_close that says whether the file is complete: 0 when every write
