@@ -78,8 +78,9 @@ const double *pick_frame_duration(byte_source &in) {
 void numbered(session &s, int result, int32_t stream, uint32_t kind, const video_stream_format *picture,
               const audio_stream_format *audio, int32_t name_length) {
     if (s.header_written) check(result == 1 && stream == -1, "no stream is set up after the first chunk");
+    // A refused stream still counts, and is written with its record too.
+    if (!s.header_written && name_length < 0) s.run.negative_name = true;
     if (stream < 0 || stream >= writer_stream_limit) return;
-    if (result == 0 && name_length < 0) s.run.negative_name = true;
     stream_given &g = s.run.streams[stream];
     g.kind = kind;
     if (picture != nullptr) g.picture = *picture;

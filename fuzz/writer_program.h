@@ -41,7 +41,7 @@ struct writer_run {
     stream_given streams[writer_stream_limit] = {};
     int32_t vids_streams = 0, txts_streams = 0;   // numbered streams by strh type
     bool metadata_given = false;
-    bool negative_name = false;       // a stream taken with a name length below 0
+    bool negative_name = false;       // a stream given with a name length below 0
     int32_t metadata_size = 0;
     uint8_t metadata_seed = 0;
     std::vector<put_call> puts;
