@@ -8,12 +8,22 @@
 
 namespace kelq {
 
+// Written out per size: compilers turn each into one load on a
+// little-endian host (a loop over the bytes stays a loop).
 template <typename T>
 constexpr T load_le(const uint8_t *bytes) {
     static_assert(std::is_unsigned<T>::value, "little-endian loads are unsigned");
-    T value = 0;
-    for (size_t i = sizeof(T); i-- > 0;) value = static_cast<T>((value << 8) | bytes[i]);
-    return value;
+    if constexpr (sizeof(T) == 1) {
+        return bytes[0];
+    } else if constexpr (sizeof(T) == 2) {
+        return static_cast<T>(bytes[0] | bytes[1] << 8);
+    } else if constexpr (sizeof(T) == 4) {
+        return static_cast<T>(uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
+                              uint32_t{bytes[3]} << 24);
+    } else {
+        static_assert(sizeof(T) == 8, "little-endian loads of 1, 2, 4 or 8 bytes");
+        return static_cast<T>(uint64_t{load_le<uint32_t>(bytes)} | uint64_t{load_le<uint32_t>(bytes + 4)} << 32);
+    }
 }
 
 template <typename T>
