@@ -9,8 +9,9 @@
 
 namespace {
 
-// The repair's own state is about 160 KB; stdio and the report's streams
-// fit in what is left.
+// The repair's own state is about 160 KB, and the chunks it holds between
+// its passes take at most twice the input's length (128 KiB for the longest
+// input); stdio fits in what is left.
 constexpr size_t repair_memory = 256 * 1024;
 
 }  // namespace

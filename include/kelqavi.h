@@ -1042,8 +1042,11 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * H.264 when its first slice is an IDR slice (empty chunks are not key
  * frames, and a chunk the look cannot decide is); "dd" chunks are not.
  *
- * Bounded: fixed buffers only (about 160 KB, whatever the file's size), every
- * size from the file checked against its length, every loop advancing.
+ * Bounded: fixed buffers (about 160 KB, whatever the file's size), and 16
+ * bytes per data chunk for up to 65,536 chunks (at most 1 MiB, and never more
+ * than 2 bytes per byte of the file) so that the file is walked once; a file
+ * with more chunks, or when that block cannot be had, is walked twice. Every
+ * size from the file is checked against its length, every loop advances.
  * Nothing is written to a file that is already whole (every RIFF and "movi"
  * size right, idx1 present): it is left byte for byte as it was. The writes
  * go past the kept data first, then the truncation, then the header fields,

@@ -21,9 +21,8 @@ bool is_index_id(uint32_t id, uint32_t swapped) {
     return get_chunk_type(id, swapped) == KELQAVI_CHUNK_INDEX;
 }
 
-}  // namespace
-
-chunk_kind classify(const context &ctx, uint32_t id, uint32_t list_type, int32_t &stream, int32_t &type) {
+// What the id is, worked out afresh.
+chunk_kind classify_id(const context &ctx, uint32_t id, uint32_t list_type, int32_t &stream, int32_t &type) {
     if (id == ids::id_idx1 || id == ids::id_idx1_swapped) return chunk_kind::idx1;
     if (id == ids::id_list && list_type == fourcc("rec ")) return chunk_kind::rec_list;
     if (id == ids::id_list || id == ids::id_riff) return chunk_kind::filler;
@@ -36,6 +35,24 @@ chunk_kind classify(const context &ctx, uint32_t id, uint32_t list_type, int32_t
     stream = static_cast<int32_t>(s);
     type = t;
     return chunk_kind::data;
+}
+
+}  // namespace
+
+// Data chunk ids are remembered: a recording cycles through a few of them.
+chunk_kind classify(const context &ctx, uint32_t id, uint32_t list_type, int32_t &stream, int32_t &type) {
+    for (const context::id_memo &m : ctx.ids_seen)
+        if (m.id == id && m.id != 0) {
+            stream = m.stream;
+            type = m.type;
+            return chunk_kind::data;
+        }
+    const chunk_kind kind = classify_id(ctx, id, list_type, stream, type);
+    if (kind == chunk_kind::data) {
+        ctx.ids_seen[ctx.ids_next] = {id, stream, type};
+        ctx.ids_next = (ctx.ids_next + 1) % 4;
+    }
+    return kind;
 }
 
 int64_t sized_end(int64_t pos, uint32_t size, int64_t limit) {

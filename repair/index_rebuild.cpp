@@ -15,8 +15,8 @@ namespace kelq::repair {
 
 namespace {
 
-constexpr uint32_t idx1_per_flush = 512;
-constexpr uint32_t tail_per_flush = 128;
+constexpr uint32_t idx1_per_flush = 2048;
+constexpr uint32_t tail_per_flush = 256;
 constexpr uint64_t max_riff_size = 0xFFFFFFFFu;
 constexpr uint16_t std_longs_per_entry = 2;
 constexpr uint8_t index_of_chunks = 1;
@@ -27,6 +27,7 @@ struct rebuilder {
     FILE *out;
     bool first_riff;
     bool ok;
+    uint8_t looked;   // what the first pass saw of the chunk's first bytes
     key_sources keys;
     uint32_t idx1_held;
     uint8_t idx1_buf[idx1_per_flush * idx1_record_size];
@@ -83,7 +84,7 @@ void add_tail(rebuilder &b, const chunk_item &c, bool key) {
 void index_chunk(void *self, const chunk_item &c) {
     rebuilder &b = *static_cast<rebuilder *>(self);
     if (c.kind != chunk_kind::data) return;
-    const uint32_t flags = chunk_flags(b.keys, c);
+    const uint32_t flags = chunk_flags(b.keys, c, b.looked);
     stream_state &s = b.ctx->streams[c.stream];
     const bool key = (flags & idx1_key_frame) != 0;
     if (key) ++s.key_frames;
@@ -120,6 +121,25 @@ void finish_idx1(rebuilder &b) {
     store_le<uint32_t>(b.l->idx1_written * idx1_record_size, h + 4);
     put(b, b.l->idx1_pos, h, sizeof h);
     b.l->file_end = b.l->idx1_pos + 8 + int64_t{b.l->idx1_written} * idx1_record_size;
+}
+
+// The data chunks the first pass held, handed on as the walk would.
+void replay(rebuilder &b) {
+    const context &ctx = *b.ctx;
+    for (uint32_t n = 0; n < ctx.replay_count; ++n) {
+        const replay_item &r = ctx.replay[n];
+        chunk_item c;
+        c.pos = static_cast<int64_t>(r.where & ((uint64_t{1} << 48) - 1));
+        c.id = r.id;
+        c.size = r.size;
+        c.kind = chunk_kind::data;
+        c.stream = static_cast<int32_t>(r.where >> 48 & 0xFF);
+        c.type = static_cast<int32_t>(r.where >> 56 & 0xF);
+        b.first_riff = (r.where >> 60 & 1) != 0;
+        b.looked = static_cast<uint8_t>(r.where >> 61 & 3);
+        index_chunk(&b, c);
+    }
+    b.looked = 0;
 }
 
 void walk_segments(rebuilder &b) {
@@ -172,7 +192,10 @@ bool rebuild_indexes(context &ctx, layout &l, FILE *out) {
     b->out = l.rebuild ? out : nullptr;
     b->ok = true;
     init_key_sources(b->keys, ctx);
-    walk_segments(*b);
+    if (ctx.replay_whole)
+        replay(*b);
+    else
+        walk_segments(*b);
     if (b->out != nullptr) {
         for (int32_t i = 0; i < ctx.stream_count; ++i)
             if (ctx.streams[i].tail_pos != 0) finish_tail(*b, i);

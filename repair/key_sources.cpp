@@ -101,9 +101,14 @@ bool from_std_index(key_sources &k, const chunk_item &c, bool &key) {
     return false;
 }
 
-bool assumed_key(key_sources &k, const chunk_item &c) {
+bool needs_look(const context &ctx, const chunk_item &c) {
+    return is_frame(c.type) && ctx.streams[c.stream].rule != key_rule::always;
+}
+
+bool assumed_key(key_sources &k, const chunk_item &c, uint8_t looked) {
+    if (!needs_look(*k.ctx, c)) return true;
+    if (looked != 0) return looked == 2;
     const key_rule rule = k.ctx->streams[c.stream].rule;
-    if (!is_frame(c.type) || rule == key_rule::always) return true;
     const size_t want = c.size < look_size ? c.size : look_size;
     const uint8_t *held = window_read(*k.ctx, c.data(), want, false);
     if (held != nullptr) return starts_key_frame(rule, held, want);
@@ -118,14 +123,22 @@ void init_key_sources(key_sources &k, const context &ctx) {
     k.idx1.base = ctx.idx1_records != 0 ? -1 : -2;
 }
 
-uint32_t chunk_flags(key_sources &k, const chunk_item &c) {
+uint8_t look_in_window(const context &ctx, const chunk_item &c) {
+    if (!needs_look(ctx, c)) return 0;
+    const size_t want = c.size < look_size ? c.size : look_size;
+    const uint8_t *held = window_read(ctx, c.data(), want, false);
+    if (held == nullptr) return 0;
+    return starts_key_frame(ctx.streams[c.stream].rule, held, want) ? 2 : 1;
+}
+
+uint32_t chunk_flags(key_sources &k, const chunk_item &c, uint8_t looked) {
     uint32_t flags = 0;
     if (from_idx1(k, c, flags)) return flags;
     const uint32_t no_time = c.type == KELQAVI_CHUNK_VIDEO_DATA ? idx1_no_time : 0;
     bool key = false;
     if (from_std_index(k, c, key)) return (key ? idx1_key_frame : 0) | no_time;
     if (c.type == KELQAVI_CHUNK_VIDEO_DATA) return no_time;
-    return assumed_key(k, c) ? idx1_key_frame : 0;
+    return assumed_key(k, c, looked) ? idx1_key_frame : 0;
 }
 
 }  // namespace kelq::repair

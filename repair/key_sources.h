@@ -8,7 +8,7 @@
 namespace kelq::repair {
 
 constexpr uint32_t idx1_records_per_read = 256;
-constexpr uint32_t std_entries_per_read = 32;
+constexpr uint32_t std_entries_per_read = 256;
 constexpr size_t look_size = 2048;   // bytes of a video chunk looked at
 
 struct idx1_cursor {
@@ -38,7 +38,12 @@ void init_key_sources(key_sources &k, const context &ctx);
 
 // The idx1 flags word for a data chunk: the surviving record's, else 0x10 for
 // a key frame, with 0x100 on "dd" chunks. Chunks must come in file order.
-uint32_t chunk_flags(key_sources &k, const chunk_item &c);
+// looked: what the chunk's first bytes said when the first pass looked at
+// them (0 not looked at, 1 no key frame, 2 a key frame).
+uint32_t chunk_flags(key_sources &k, const chunk_item &c, uint8_t looked = 0);
+// Whether the chunk's first bytes start a key frame, when the walk's window
+// holds them (1 no, 2 yes); 0 when it does not or nothing needs a look.
+uint8_t look_in_window(const context &ctx, const chunk_item &c);
 
 // Whether a chunk's first bytes start a key frame, for the codecs looked at.
 bool starts_key_frame(key_rule rule, const uint8_t *bytes, size_t count);

@@ -10,6 +10,8 @@
 
 namespace kelq::repair {
 
+uint32_t replay_limit = max_replay_items;
+
 namespace {
 
 void fill_report(const context &ctx, const layout &l, aviout_repair_report &rep) {
@@ -31,6 +33,17 @@ void fill_report(const context &ctx, const layout &l, aviout_repair_report &rep)
         if (s.indx_pos != 0 && !s.overflow) out.std_indexes = s.listed + (s.tail_entries > 0 ? 1 : 0);
         if (s.tail_entries > 0) ++rep.std_indexes_added;
     }
+}
+
+// Room for the first pass's data chunks: as many as the file can hold,
+// up to the limit. Without it the second pass reads the file again.
+void hold_replay(context &ctx) {
+    const uint64_t fit = static_cast<uint64_t>(ctx.file_size) / 8;
+    const uint32_t room = fit < replay_limit ? static_cast<uint32_t>(fit) : replay_limit;
+    if (room == 0) return;
+    ctx.replay = static_cast<replay_item *>(std::malloc(size_t{room} * sizeof(replay_item)));
+    ctx.replay_room = ctx.replay != nullptr ? room : 0;
+    ctx.replay_whole = ctx.replay != nullptr;
 }
 
 int64_t size_of(FILE *f) {
@@ -65,6 +78,7 @@ int repair_open_file(context &ctx, const char *path, aviout_repair_report &rep) 
         return 1;
     }
     find_stale_index(ctx);
+    hold_replay(ctx);
     scan_segments(ctx);
     settle_std_indexes(ctx);
     layout l = plan_layout(ctx);
@@ -112,6 +126,7 @@ extern "C" int aviout_repair(const char *path, uint32_t swapped_ids, aviout_repa
         result = repair_open_file(ctx, path, rep);
         file_close(ctx.in);
     }
+    std::free(ctx.replay);
     std::free(block);
     return result;
 }

@@ -24,6 +24,20 @@ constexpr uint32_t std_not_key = 0x80000000u;
 constexpr uint32_t avih_has_index = 0x10;
 constexpr uint32_t placeholder_size = 0xFFFFFFFFu;
 
+// Data chunks the first pass met, held for the second so that a file of up
+// to this many chunks is read once: 16 bytes each, 1 MiB at most, and never
+// more than the file's length allows (a chunk takes at least 8 bytes).
+constexpr uint32_t max_replay_items = 65536;
+// The first pass's data chunks in file order. where: the position (48 bits),
+// the stream (8), the type code (4), the first RIFF (1), and whether the
+// chunk's first bytes start a key frame (2: 0 not looked at, 1 no, 2 yes).
+struct replay_item {
+    uint64_t where;
+    uint32_t id;
+    uint32_t size;
+};
+static_assert(sizeof(replay_item) == 16, "a replay item is 16 bytes");
+
 // How a stream's chunks are taken as key frames when no index says.
 enum class key_rule : uint8_t { always, mpeg4, h264 };
 
@@ -110,6 +124,23 @@ struct context {
     uint32_t ix_count = 0;
     bool ix_overflow = false;
 
+    // The last data chunk ids classified, and what they are: the chunks of
+    // a recording cycle through a few ids.
+    struct id_memo {
+        uint32_t id = 0;
+        int32_t stream = -1;
+        int32_t type = 0;
+    };
+    mutable id_memo ids_seen[4];
+    mutable uint32_t ids_next = 0;
+
+    // The first pass's data chunks for the second (a block of its own, null
+    // when it cannot be had); replay_whole while every one met is held.
+    replay_item *replay = nullptr;
+    uint32_t replay_room = 0;
+    uint32_t replay_count = 0;
+    bool replay_whole = false;
+
     // The bytes last read for the walk. Small chunks are read a whole
     // window at a time; when a window serves few headers (large chunks),
     // only each header and the start of its data are read, until such a
@@ -123,6 +154,10 @@ struct context {
     };
     mutable read_window window;
 };
+
+// Items the replay may hold at most; tests set it lower to run the second
+// pass over the file.
+extern uint32_t replay_limit;
 
 // Bytes read at a position; fewer at the end of the file or on failure.
 size_t read_at(FILE *f, int64_t pos, void *dst, size_t count);

@@ -9,7 +9,7 @@ namespace kelq::repair {
 
 namespace {
 
-constexpr uint32_t entries_per_read = 64;
+constexpr uint32_t entries_per_read = 512;
 constexpr uint32_t size_bits = 0x7FFFFFFFu;
 
 // Counts the entries of r, in order, whose chunks lie wholly in the kept data.

@@ -6,6 +6,7 @@
 
 #include <cctype>
 
+#include "repair/repair_state.h"
 #include "support/avi_image.h"
 #include "unit/reader/index_images.h"
 #include "unit/repair/repair_check.h"
@@ -55,13 +56,17 @@ case_file cut_at(size_t chunk, size_t plus, size_t kept, int result) {
             result == 3 ? AVIOUT_REPAIR_DROP_CUT : AVIOUT_REPAIR_DROP_NONE};
 }
 
-// Video chunks whose bytes alone say whether they are key frames.
-case_file bitstream(const char *codec, const std::vector<std::pair<byte_image, bool>> &frames) {
+// Video chunks whose bytes alone say whether they are key frames; a frame
+// given no bytes at all stands for a "dd" chunk of 12 bytes.
+case_file bitstream(const char *codec, const std::vector<std::pair<byte_image, bool>> &frames, bool dd = false) {
     std::vector<planned> p;
     std::vector<kept_chunk> kept;
     for (const auto &fr : frames) {
-        p.push_back({"00dc", fr.first, fr.second});
-        kept.push_back({"00dc", fr.first.bytes(), fr.second});
+        const bool data = dd && fr.first.bytes().empty();
+        const char *id = data ? "00dd" : "00dc";
+        const byte_image bytes = data ? filler(12, 9) : fr.first;
+        p.push_back({id, bytes, fr.second});
+        kept.push_back({id, bytes.bytes(), fr.second});
     }
     return {unpatched(make_indexed(hdrl({video_list(1, 25, codec)}), p, index_offsets::movi_relative, false)), kept};
 }
@@ -187,14 +192,19 @@ const row rows[] = {
     {"a checkpoint's idx1 under later chunks", checkpoint_index_tail},
     {"MPEG-4 VOP coding types",
      [] { return bitstream("XVID", {{vop(0), true}, {vop(1), false}, {byte_image(), false}, {vop(2), false}, {vop(0), true}}); }},
+    {"MPEG-4 with dd chunks, which are no key frames",
+     [] { return bitstream("XVID", {{vop(0), true}, {byte_image(), false}, {vop(1), false}, {byte_image(), false}}, true); }},
     {"H.264 IDR slices",
      [] { return bitstream("H264", {{nal({7, 8, 5}), true}, {nal({1}), false}, {nal({6, 5}), true}, {nal({9, 1}), false}}); }},
 };
 
 class RepairImage : public testing::TestWithParam<row> {};
 
-TEST_P(RepairImage, KeepsTheCompleteChunks) {
-    const case_file c = GetParam().make();
+// Each image repaired with the first pass's chunks held for the second, and
+// with the second reading the file again (no room, and room for one chunk).
+void check_image(const case_file &c, uint32_t replay_limit) {
+    SCOPED_TRACE(testing::Message() << "replay limit " << replay_limit);
+    kelq::repair::replay_limit = replay_limit;
     temp_file file(c.bytes);
     aviout_repair_report report;
     ASSERT_EQ(aviout_repair(file.path(), c.swapped, &report), c.result) << report.problem;
@@ -223,6 +233,15 @@ TEST_P(RepairImage, KeepsTheCompleteChunks) {
     EXPECT_EQ(aviout_repair(file.path(), c.swapped, &report), 0);
     EXPECT_EQ(report.changed, 0u);
     EXPECT_EQ(file_bytes(file.path()), once);
+}
+
+TEST_P(RepairImage, KeepsTheCompleteChunks) {
+    const case_file c = GetParam().make();
+    for (uint32_t limit : {kelq::repair::max_replay_items, 0u, 1u}) {
+        check_image(c, limit);
+        if (HasFatalFailure()) break;
+    }
+    kelq::repair::replay_limit = kelq::repair::max_replay_items;
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, RepairImage, testing::ValuesIn(rows), [](const testing::TestParamInfo<row> &info) {

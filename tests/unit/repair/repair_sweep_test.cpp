@@ -9,6 +9,7 @@
 
 #include <cstdio>
 
+#include "repair/repair_state.h"
 #include "support/byte_image.h"
 #include "unit/repair/repair_check.h"
 
@@ -22,6 +23,7 @@ struct variant {
     const char *name;
     uint32_t odml;
     int checkpoint_every;   // frames; 0 none
+    uint32_t replay_limit;  // chunks the repair's first pass holds for its second
 };
 
 // The file on disk after a put or a checkpoint, and where the writer stood.
@@ -125,8 +127,15 @@ void check_state(const recording &r, const std::vector<uint8_t> &bytes, size_t c
 
 class RepairSweep : public testing::TestWithParam<variant> {};
 
+// Room for every chunk of these recordings; 0 makes the second pass read the file again.
+constexpr uint32_t held = kelq::repair::max_replay_items;
+
 TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
     const variant v = GetParam();
+    kelq::repair::replay_limit = v.replay_limit;
+    struct restore {
+        ~restore() { kelq::repair::replay_limit = kelq::repair::max_replay_items; }
+    } restored;
     const recording r = record(v);
     tally t;
     const size_t movi_data = find_child(r.finished, 0, "LIST", "movi").pos + 12;
@@ -165,8 +174,10 @@ TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Writer, RepairSweep,
-                         testing::Values(variant{"plain", 0, 0}, variant{"odml", 1, 0}, variant{"checkpoints", 0, 7},
-                                         variant{"odml_checkpoints", 1, 7}),
+                         testing::Values(variant{"plain", 0, 0, held}, variant{"odml", 1, 0, held},
+                                         variant{"checkpoints", 0, 7, held}, variant{"odml_checkpoints", 1, 7, held},
+                                         variant{"plain_read_twice", 0, 0, 0},
+                                         variant{"odml_checkpoints_read_twice", 1, 7, 0}),
                          [](const testing::TestParamInfo<variant> &info) { return std::string(info.param.name); });
 
 }  // namespace
