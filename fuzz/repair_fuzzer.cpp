@@ -9,9 +9,9 @@
 
 namespace {
 
-// The repair's own state is about 160 KB, and the chunks it holds between
-// its passes take at most twice the input's length (128 KiB for the longest
-// input); stdio fits in what is left.
+// The repair's own state is two blocks of about 125 KB, and the chunks it
+// holds between its passes take at most twice the input's length (128 KiB
+// for the longest input); no single block may be larger.
 constexpr size_t repair_memory = 256 * 1024;
 
 }  // namespace

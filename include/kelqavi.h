@@ -1042,7 +1042,7 @@ KELQAVI_API int aviout_close2(aviout_handle *w);
  * H.264 when its first slice is an IDR slice (empty chunks are not key
  * frames, and a chunk the look cannot decide is); "dd" chunks are not.
  *
- * Bounded: fixed buffers (about 160 KB, whatever the file's size), and 16
+ * Bounded: fixed buffers (about 250 KB, whatever the file's size), and 16
  * bytes per data chunk for up to 65,536 chunks (at most 1 MiB, and never more
  * than 2 bytes per byte of the file) so that the file is walked once; a file
  * with more chunks, or when that block cannot be had, is walked twice. Every
