@@ -20,10 +20,11 @@ constexpr uint8_t index_of_chunks = 1;
 // carry only one digit of the stream number, so the id cannot say.
 int32_t indexed_stream(const context &ctx, uint64_t data_pos) {
     uint8_t b[4];
+    // A position from the file may be any 64-bit value: compared with the
+    // file's size before any arithmetic on it.
+    if (data_pos > static_cast<uint64_t>(ctx.file_size)) return -1;
     const int64_t header = static_cast<int64_t>(data_pos) - 8;
-    if (data_pos > static_cast<uint64_t>(ctx.file_size) || header < ctx.movi0 ||
-        read_at(ctx.in, header, b, sizeof b) != sizeof b)
-        return -1;
+    if (header < ctx.movi0 || read_at(ctx.in, header, b, sizeof b) != sizeof b) return -1;
     int32_t stream = -1, type = 0;
     return classify(ctx, load_le<uint32_t>(b), 0, stream, type) == chunk_kind::data ? stream : -1;
 }
