@@ -68,15 +68,16 @@ int read_header_strd_video(stream_data_block *r, FILE *stream) {
     status |= read_val32(&r->header, stream);
     status |= read_val32(&r->size, stream);
     r->data = nullptr;
-    const int64_t left = kelq::bytes_left(stream);
-    if (left < 0 || r->size > static_cast<uint64_t>(left)) {
-        // Reading it would run off the end of the file: go there and fail
-        // without allocating what the size field claims.
+    // A block longer than the whole file is a size field no file of this
+    // length can hold: it is not allocated. A shorter one cut off by the end
+    // of the file keeps the bytes that are there, as names do.
+    const int64_t whole = kelq::file_length(stream);
+    if (whole < 0 || r->size > static_cast<uint64_t>(whole)) {
         r->position = static_cast<uint32_t>(file_tell(stream));
         file_seek(stream, 0, 2);
         return 1;
     }
-    r->data = static_cast<uint8_t *>(std::malloc(r->size != 0 ? r->size : 1));
+    r->data = static_cast<uint8_t *>(std::calloc(r->size != 0 ? r->size : 1, 1));
     if (r->data == nullptr) return 0;
     r->position = static_cast<uint32_t>(file_tell(stream));
     status |= read_bytes(r->data, r->size, stream);

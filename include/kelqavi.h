@@ -284,9 +284,11 @@ KELQAVI_API int read_header_strn(stream_name *record, FILE *stream);
 KELQAVI_API int write_header_strn(const stream_name *record, FILE *stream);
 /* 1 at once when the id is not "strd". Reads the header word and the data
  * size and allocates the data; when the allocation fails the data is null and
- * the result is 0. A data size larger than the bytes left in the file is not
- * allocated: the data is null, the stream goes to the end of the file and the
- * result is 1. The previous data pointer is overwritten, not freed. */
+ * the result is 0. Data cut off by the end of the file keeps the bytes read
+ * (the rest of the block is zero) and gives 1. A data size larger than the
+ * whole file is not allocated: the data is null, the stream goes to the end
+ * of the file and the result is 1. The previous data pointer is overwritten,
+ * not freed. */
 KELQAVI_API int read_header_strd_video(stream_data_block *record, FILE *stream);
 /* Size is data size + 8; no pad byte. A null record writes nothing and gives
  * 0; null data with a non-zero size writes nothing and gives 1. */

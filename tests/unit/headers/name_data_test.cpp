@@ -188,14 +188,20 @@ TEST(StreamData, ReaderRefusesWrongIdAndSizesBeyondTheFile) {
     EXPECT_EQ(wrong.tell(), 4);
     EXPECT_EQ(read_header_strd_video(nullptr, wrong), 1);
 
-    for (uint32_t size : {4u, 5u, 0x7FFFFFF0u, 0xFFFFFFFFu}) {
+    // The image is 20 bytes long: a block that fits in that keeps the four
+    // bytes there, a longer one is not allocated.
+    for (uint32_t size : {4u, 5u, 20u, 21u, 0x7FFFFFF0u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(size);
         const byte_image img = byte_image().id("strd").u32(size + 8).u32(1).u32(size).raw({1, 2, 3, 4});
         temp_stream s(img);
         r = {0, 0, nullptr, 0};
         EXPECT_EQ(read_header_strd_video(&r, s), size == 4 ? 0 : 1);
         EXPECT_EQ(r.size, size);
-        EXPECT_EQ(r.data == nullptr, size != 4);
+        ASSERT_EQ(r.data == nullptr, size > 20);
+        if (r.data != nullptr) {
+            EXPECT_EQ(std::vector<uint8_t>(r.data, r.data + 4), (std::vector<uint8_t>{1, 2, 3, 4}));
+            EXPECT_EQ(r.position, 16u);
+        }
         EXPECT_EQ(s.tell(), static_cast<long>(img.size()));
         std::free(r.data);
     }
