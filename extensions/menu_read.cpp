@@ -260,11 +260,10 @@ int aviin_goto_next_menu(aviin_handle *h) {
 }
 
 int aviin_get_menu_chunk(aviin_handle *h, uint8_t **data, int32_t *size) {
-    const bool have = h != nullptr && h->menu_chunk_found == 1 && h->menu_chunk_data != nullptr &&
-                      h->menu_chunk_size >= 0 && static_cast<uint32_t>(h->menu_chunk_size) <= max_block_size;
-    if (data != nullptr) *data = have ? h->menu_chunk_data : nullptr;
-    if (size != nullptr) *size = have ? static_cast<int32_t>(h->menu_chunk_size + chunk_header_size) : 0;
-    return have ? 0 : 1;
+    if (h == nullptr) return 1;
+    if (data != nullptr) *data = h->menu_chunk_data;
+    if (size != nullptr) *size = h->menu_chunk_size;
+    return 0;
 }
 
 }  // extern "C"

@@ -184,12 +184,13 @@ void odml_calls(aviin_handle *h, const file_view &file) {
 void menu_calls(aviin_handle *h) {
     uint8_t *data = nullptr;
     int32_t size = 0;
-    if (aviin_get_menu_chunk(h, &data, &size) == 0) touch(data, size);
+    // A chunk's block holds its size field + 8 bytes, header included.
+    if (aviin_get_menu_chunk(h, &data, &size) == 0 && data != nullptr) touch(data, size + 8);
     aviin_getNextMenu(h);
     for (int i = 0; i < max_menu_steps; ++i) {
-        if (aviin_get_menu_chunk(h, &data, &size) == 0) {
-            check(data != nullptr && size >= 8, "a menu chunk comes whole, with its header");
-            touch(data, size);
+        if (aviin_get_menu_chunk(h, &data, &size) == 0 && data != nullptr) {
+            check(size >= 0, "a menu chunk's size field is taken only when it is not negative");
+            touch(data, size + 8);
         }
         if (aviin_goto_next_menu(h) != 0) break;
     }

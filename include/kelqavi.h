@@ -723,9 +723,11 @@ KELQAVI_API int aviin_getNextMenu(aviin_handle *h);
  * its size field says, or at the end of the file. A "MENU" chunk larger than
  * the bytes left in the file ends the steps without being allocated. */
 KELQAVI_API int aviin_goto_next_menu(aviin_handle *h);
-/* The current menu-form "MENU" chunk, header included (size + 8 bytes), owned
- * by the handle: 0, or 1 with null and 0 when none has been found. Null
- * destinations are allowed. */
+/* The current menu-form "MENU" chunk and its size field, as
+ * aviin_get_menu_info gives the main RIFF's: the block holds the whole chunk,
+ * header included (size + 8 bytes), and is owned by the handle; null and 0
+ * when none has been loaded. 0, or 1 for a null h. Null destinations are
+ * allowed. */
 KELQAVI_API int aviin_get_menu_chunk(aviin_handle *h, uint8_t **data, int32_t *size);
 
 /* ------------------------------------------------------------------------

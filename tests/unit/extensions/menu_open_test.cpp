@@ -21,7 +21,7 @@ std::string whole(const byte_image &chunk) { return text(chunk.bytes().data(), s
 std::string menu_chunk(aviin_handle *h) {
     uint8_t *data = nullptr;
     int32_t size = 0;
-    return aviin_get_menu_chunk(h, &data, &size) == 0 ? text(data, size) : "(none)";
+    return aviin_get_menu_chunk(h, &data, &size) == 0 && data != nullptr ? text(data, size + 8) : "(none)";
 }
 
 struct opened {
