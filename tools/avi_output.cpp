@@ -200,14 +200,7 @@ bool avi_output::add_audio(const audio_stream_format &record, double frame_durat
 }
 
 bool avi_output::add_text_caption(const caption_stream_format &record, int32_t &number, std::string &error) {
-    std::vector<char> name = copy_of(record.name, record.name_length);
-    if (name.empty() && unnamed_would_clear(w_, w_->text_captions, w_->text_caption_count)) name = copy_of("Subtitle", 8);
-    const bool ok = run_step([record, name](aviout_handle *w, int32_t &n) mutable {
-        caption_stream_format r = record;
-        point_at_name(r, name);
-        return aviout_set_text_caption_format(w, &n, &r);
-    }, number);
-    return note(ok, number, KELQAVI_CHUNK_TEXT_CAPTION, "", name.data(), static_cast<int32_t>(name.size()), error);
+    return add_caption(record, false, number, error);
 }
 
 bool avi_output::add_bitmap_caption(const video_stream_format &record, int32_t &number, std::string &error) {
@@ -224,14 +217,24 @@ bool avi_output::add_bitmap_caption(const video_stream_format &record, int32_t &
 }
 
 bool avi_output::add_chapter(const caption_stream_format &record, int32_t &number, std::string &error) {
+    return add_caption(record, true, number, error);
+}
+
+// Text captions and chapters: the same record, a setter and a default name each.
+bool avi_output::add_caption(const caption_stream_format &record, bool chapter, int32_t &number, std::string &error) {
+    const caption_stream_format *table = chapter ? w_->chapters : w_->text_captions;
+    const int32_t count = chapter ? w_->chapter_count : w_->text_caption_count;
     std::vector<char> name = copy_of(record.name, record.name_length);
-    if (name.empty() && unnamed_would_clear(w_, w_->chapters, w_->chapter_count)) name = copy_of("Chapter", 7);
-    const bool ok = run_step([record, name](aviout_handle *w, int32_t &n) mutable {
+    if (name.empty() && unnamed_would_clear(w_, table, count))
+        name = chapter ? copy_of("Chapter", 7) : copy_of("Subtitle", 8);
+    const auto setter = chapter ? aviout_set_chapter_format : aviout_set_text_caption_format;
+    const bool ok = run_step([record, name, setter](aviout_handle *w, int32_t &n) mutable {
         caption_stream_format r = record;
         point_at_name(r, name);
-        return aviout_set_chapter_format(w, &n, &r);
+        return setter(w, &n, &r);
     }, number);
-    return note(ok, number, KELQAVI_CHUNK_CHAPTER, "", name.data(), static_cast<int32_t>(name.size()), error);
+    return note(ok, number, chapter ? KELQAVI_CHUNK_CHAPTER : KELQAVI_CHUNK_TEXT_CAPTION, "", name.data(),
+                static_cast<int32_t>(name.size()), error);
 }
 
 bool avi_output::set_block(int (*setter)(aviout_handle *, const uint8_t *, int32_t), const uint8_t *data,

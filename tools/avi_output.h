@@ -103,6 +103,7 @@ public:
 private:
     using setup_step = std::function<int(aviout_handle *, int32_t &)>;
     bool run_step(setup_step step, int32_t &number);
+    bool add_caption(const caption_stream_format &record, bool chapter, int32_t &number, std::string &error);
     bool note(bool ok, int32_t stream, uint32_t kind, const std::string &codec, const char *name,
               int32_t name_length, std::string &error);
     bool set_block(int (*setter)(aviout_handle *, const uint8_t *, int32_t), const uint8_t *data, int32_t size,
