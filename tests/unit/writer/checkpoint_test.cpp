@@ -220,6 +220,16 @@ constexpr long card_bytes = 2 * 1024 * 1024;
     _exit(seen);
 }
 
+// The recorder's status, from a child of its own (a fresh handle, and a
+// file-size signal that cannot end the test).
+int record_in_child(const char *path) {
+    const pid_t writer = fork();
+    if (writer == 0) record_until_full(path);
+    int status = 0;
+    waitpid(writer, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 67;
+}
+
 // The child writes on a 2 MiB tmpfs it mounts, or under a 2 MiB file-size
 // limit (writes past it fail with EFBIG): -1 when neither can be had.
 int run_on_full_card(const char *how) {
@@ -227,32 +237,18 @@ int run_on_full_card(const char *how) {
     const pid_t child = fork();
     if (child < 0) return -1;
     if (child == 0) {
-        if (std::strcmp(how, "tmpfs") == 0) {
-            char dir[] = "/tmp/kelqavi-card-XXXXXX";
-            if (mkdtemp(dir) == nullptr) _exit(65);
-            if (mount("card", dir, "tmpfs", 0, "size=2m") != 0) _exit(66);
-            const std::string path = std::string(dir) + "/rec.avi";
-            const pid_t writer = fork();
-            if (writer == 0) record_until_full(path.c_str());
-            int status = 0;
-            waitpid(writer, &status, 0);
-            umount(dir);
-            rmdir(dir);
-            _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 67);
-        }
-        signal(SIGXFSZ, SIG_IGN);
+        char dir[] = "/tmp/kelqavi-card-XXXXXX";
+        if (mkdtemp(dir) == nullptr) _exit(65);
+        const std::string path = std::string(dir) + "/rec.avi";
+        const bool tmpfs = std::strcmp(how, "tmpfs") == 0;
         const rlimit limit{static_cast<rlim_t>(card_bytes), static_cast<rlim_t>(card_bytes)};
-        if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(66);
-        char name[] = "/tmp/kelqavi-card-XXXXXX";
-        const int fd = mkstemp(name);
-        if (fd < 0) _exit(65);
-        close(fd);
-        const pid_t writer = fork();
-        if (writer == 0) record_until_full(name);
-        int status = 0;
-        waitpid(writer, &status, 0);
-        std::remove(name);
-        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 67);
+        signal(SIGXFSZ, SIG_IGN);
+        const bool ready = tmpfs ? mount("card", dir, "tmpfs", 0, "size=2m") == 0 : setrlimit(RLIMIT_FSIZE, &limit) == 0;
+        const int seen = ready ? record_in_child(path.c_str()) : 66;
+        if (tmpfs && ready) umount(dir);
+        std::remove(path.c_str());
+        rmdir(dir);
+        _exit(seen);
     }
     int status = 0;
     if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
