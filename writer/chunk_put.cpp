@@ -166,8 +166,11 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
         w->main_header.streams = static_cast<uint32_t>(w->stream_count);
         write_header_area(w);
         const uint32_t status = start_segment(w);
-        // A recording cut short still leaves its header area on disk.
+        // A recording cut short still leaves its header area on disk. The
+        // seek to where the stream stands lets stdio know its position
+        // again, so asking for it costs no system call per chunk.
         fflush(w->file);
+        file_seek(w->file, file_tell(w->file), 0);
         stream_failed(w);
         if (status != 0 || w->error != 0) return 1;
     }
