@@ -126,19 +126,8 @@ void finish_idx1(rebuilder &b) {
 // The data chunks the first pass held, handed on as the walk would.
 void replay(rebuilder &b) {
     const context &ctx = *b.ctx;
-    for (uint32_t n = 0; n < ctx.replay_count; ++n) {
-        const replay_item &r = ctx.replay[n];
-        chunk_item c;
-        c.pos = static_cast<int64_t>(r.where & ((uint64_t{1} << 48) - 1));
-        c.id = r.id;
-        c.size = r.size;
-        c.kind = chunk_kind::data;
-        c.stream = static_cast<int32_t>(r.where >> 48 & 0xFF);
-        c.type = static_cast<int32_t>(r.where >> 56 & 0xF);
-        b.first_riff = (r.where >> 60 & 1) != 0;
-        b.looked = static_cast<uint8_t>(r.where >> 61 & 3);
-        index_chunk(&b, c);
-    }
+    for (uint32_t n = 0; n < ctx.replay_count; ++n)
+        index_chunk(&b, unpack_replay(ctx.replay[n], b.first_riff, b.looked));
     b.looked = 0;
 }
 

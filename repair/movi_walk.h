@@ -60,4 +60,33 @@ walk_result walk_movi(const context &ctx, int64_t movi, int64_t size_end, bool g
 // below the list type, not past limit); -1 otherwise.
 int64_t sized_end(int64_t pos, uint32_t size, int64_t limit);
 
+// A data chunk as the replay holds it: the position in 48 bits, then the
+// stream (8), the type code (4), the first RIFF (1) and the look at its
+// first bytes (2). False when the position does not fit.
+constexpr int replay_position_bits = 48;
+static_assert(max_streams <= 0xFF && KELQAVI_CHUNK_CHAPTER <= 0xF, "a data chunk's stream and type fit their bits");
+
+inline bool pack_replay(const chunk_item &c, bool first_riff, uint8_t looked, replay_item &r) {
+    const auto pos = static_cast<uint64_t>(c.pos);
+    if (pos >> replay_position_bits != 0) return false;
+    r.where = pos | uint64_t(c.stream) << 48 | uint64_t(c.type) << 56 | uint64_t{first_riff} << 60 |
+              uint64_t{looked} << 61;
+    r.id = c.id;
+    r.size = c.size;
+    return true;
+}
+
+inline chunk_item unpack_replay(const replay_item &r, bool &first_riff, uint8_t &looked) {
+    chunk_item c;
+    c.pos = static_cast<int64_t>(r.where & ((uint64_t{1} << replay_position_bits) - 1));
+    c.id = r.id;
+    c.size = r.size;
+    c.kind = chunk_kind::data;
+    c.stream = static_cast<int32_t>(r.where >> 48 & 0xFF);
+    c.type = static_cast<int32_t>(r.where >> 56 & 0xF);
+    first_riff = (r.where >> 60 & 1) != 0;
+    looked = static_cast<uint8_t>(r.where >> 61 & 3);
+    return c;
+}
+
 }  // namespace kelq::repair

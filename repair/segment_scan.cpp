@@ -54,24 +54,13 @@ struct counter {
     bool first_riff;
 };
 
-constexpr int position_bits = 48;
-constexpr uint64_t position_mask = (uint64_t{1} << position_bits) - 1;
-
 // Holds a data chunk for the second pass while there is room; one that does
-// not fit (or cannot be held) sends that pass back to the file.
+// not fit sends that pass back to the file.
 void hold_for_replay(context &ctx, const chunk_item &c, bool first_riff) {
     if (!ctx.replay_whole) return;
-    const auto pos = static_cast<uint64_t>(c.pos);
-    if (ctx.replay_count >= ctx.replay_room || pos > position_mask || c.stream < 0 || c.stream > 0xFF ||
-        c.type < 0 || c.type > 0xF) {
-        ctx.replay_whole = false;
-        return;
-    }
-    replay_item &r = ctx.replay[ctx.replay_count++];
-    r.where = pos | uint64_t(c.stream) << 48 | uint64_t(c.type) << 56 | uint64_t{first_riff} << 60 |
-              uint64_t{look_in_window(ctx, c)} << 61;
-    r.id = c.id;
-    r.size = c.size;
+    ctx.replay_whole = ctx.replay_count < ctx.replay_room &&
+                       pack_replay(c, first_riff, look_in_window(ctx, c), ctx.replay[ctx.replay_count]);
+    if (ctx.replay_whole) ++ctx.replay_count;
 }
 
 void count_chunk(void *self, const chunk_item &c) {
