@@ -18,4 +18,10 @@ int64_t file_length(FILE *stream) {
     return here < 0 || left < 0 ? -1 : here + left;
 }
 
+int flush_in_place(FILE *stream, int64_t here) {
+    if (fflush(stream) != 0) return 1;
+    if (here < 0) here = file_tell(stream);
+    return here < 0 || file_seek(stream, here, 0) != 0 ? 1 : 0;
+}
+
 }  // namespace kelq

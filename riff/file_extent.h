@@ -1,5 +1,6 @@
 // How many bytes a stream holds after its current position, so that a size
-// read from a file can be checked before anything is allocated for it.
+// read from a file can be checked before anything is allocated for it; and a
+// flush that keeps the stream's position known.
 #pragma once
 
 #include <cstdint>
@@ -13,5 +14,9 @@ int64_t bytes_left(FILE *stream);
 // The whole length of the file, or -1 when the stream cannot tell. The
 // position is kept.
 int64_t file_length(FILE *stream);
+// Flushes the stream and seeks to where it stands (here, when the caller
+// knows it, else asked for): a flush makes stdio forget the position, and
+// every later tell would then ask the kernel. 0 on success.
+int flush_in_place(FILE *stream, int64_t here = -1);
 
 }  // namespace kelq

@@ -27,6 +27,7 @@
 // entries added since the last checkpoint; four system calls (the data's
 // write, the two patches, a seek) and one per OpenDML track.
 #include "odml/index_build.h"
+#include "riff/file_extent.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
 #include "riff/riff_layout.h"
@@ -154,12 +155,9 @@ extern "C" int aviout_checkpoint(aviout_handle *w, int32_t sync) {
     if (!nothing_new) {
         status = settle_checkpoint_junk(w);
         status |= close_lists_in_place(w, data_end);
-        // Everything up to data_end is flushed now. Seeking to where writing
-        // goes on lets stdio know the position again (a flush makes it
-        // forget, and every later chunk's position would cost a system
-        // call); the "JUNK" header then waits in the buffer and goes out
-        // with the next chunks.
-        status |= static_cast<uint32_t>(file_seek(w->file, data_end, origin_start));
+        // Everything up to data_end is on disk now; the "JUNK" header waits
+        // in the buffer and goes out with the next chunks.
+        status |= static_cast<uint32_t>(flush_in_place(w->file, data_end));
         status |= static_cast<uint32_t>(write_fourCC(ids::id_junk, w->file) | write_val32(junk_to_the_end, w->file));
         w->checkpoint_junk_pos = data_end;
     }

@@ -4,6 +4,7 @@
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
 #include "riff/riff_layout.h"
+#include "riff/file_extent.h"
 #include "writer/writer_internal.h"
 
 namespace kelq {
@@ -166,11 +167,8 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
         w->main_header.streams = static_cast<uint32_t>(w->stream_count);
         write_header_area(w);
         const uint32_t status = start_segment(w);
-        // A recording cut short still leaves its header area on disk. The
-        // seek to where the stream stands lets stdio know its position
-        // again, so asking for it costs no system call per chunk.
-        fflush(w->file);
-        file_seek(w->file, file_tell(w->file), 0);
+        // A recording cut short still leaves its header area on disk.
+        kelq::flush_in_place(w->file);
         stream_failed(w);
         if (status != 0 || w->error != 0) return 1;
     }
