@@ -51,6 +51,27 @@ std::pair<int, uint64_t> read_width(int width, FILE *s) {
 
 uint64_t sentinel(int width) { return width == 8 ? ~0ull / 255 * 0xEE : (1ull << (8 * width)) / 255 * 0xEE; }
 
+int write_width(int width, uint64_t v, FILE *s) {
+    switch (width) {
+        case 1: return write_val8(static_cast<uint32_t>(v), s);
+        case 2: return write_val16(static_cast<uint32_t>(v), s);
+        case 4: return write_val32(static_cast<uint32_t>(v), s);
+        default: return write_val64(v, s);
+    }
+}
+
+void to_buffer(int width, uint64_t v, uint8_t *out) {
+    switch (width) {
+        case 2: short2str(static_cast<uint16_t>(v), out); break;
+        case 4: long2str(static_cast<uint32_t>(v), out); break;
+        default: longlong2str(v, out);
+    }
+}
+
+uint64_t from_buffer(int width, const uint8_t *in) {
+    return width == 2 ? str2short(in) : width == 4 ? str2long(in) : str2longlong(in);
+}
+
 }  // namespace
 
 TEST(FileValues, ShortReadsAtEndOfFileSucceedWithZeroHighBytes) {
@@ -123,63 +144,42 @@ TEST(FileValues, NullStreamFailsEverywhere) {
     EXPECT_EQ(file_write(nullptr, &v, 4), 0u);
 }
 
-TEST(FileValues, WritesAreLittleEndianWhateverTheHost) {
-    temp_stream s;
-    EXPECT_EQ(write_val8(0x1FF, s), 0);  // low 8 bits only
-    EXPECT_EQ(write_val16(0x12345, s), 0);  // low 16 bits only
-    EXPECT_EQ(write_val32(0xA1B2C3D4u, s), 0);
-    EXPECT_EQ(write_val64(0x0102030405060708ull, s), 0);
-    EXPECT_EQ(write_fourCC(make_fourCC("RIFF"), s), 0);
-    const bytes expected = {0xFF, 0x45, 0x23, 0xD4, 0xC3, 0xB2, 0xA1, 0x08, 0x07, 0x06,
-                            0x05, 0x04, 0x03, 0x02, 0x01, 'R',  'I',  'F',  'F'};
-    EXPECT_EQ(s.contents(), expected);
-
-    // And every value reads back as written.
-    ASSERT_EQ(file_seek(s, 0, 0), 0);
-    uint8_t v8 = 0;
-    uint16_t v16 = 0;
-    uint32_t v32 = 0, cc = 0;
-    uint64_t v64 = 0;
-    EXPECT_EQ(read_val8(&v8, s), 0);
-    EXPECT_EQ(read_val16(&v16, s), 0);
-    EXPECT_EQ(read_val32(&v32, s), 0);
-    EXPECT_EQ(read_val64(&v64, s), 0);
-    EXPECT_EQ(read_fourCC(&cc, s), 0);
-    EXPECT_EQ(v8, 0xFF);
-    EXPECT_EQ(v16, 0x2345);
-    EXPECT_EQ(v32, 0xA1B2C3D4u);
-    EXPECT_EQ(v64, 0x0102030405060708ull);
-    EXPECT_EQ(cc, 0x46464952u);
-}
-
-TEST(FileValues, BufferConversions) {
-    const uint8_t ff[2] = {0xFF, 0xFF};
-    EXPECT_EQ(str2short(ff), 65535);
-    const uint8_t b8[8] = {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81};
-    EXPECT_EQ(str2short(b8), 0x0708);
-    EXPECT_EQ(str2long(b8), 0x05060708u);
-    EXPECT_EQ(str2longlong(b8), 0x8102030405060708ull);
-    const uint8_t hi[4] = {0x00, 0x00, 0x00, 0xFF};
-    EXPECT_EQ(str2long(hi), 0xFF000000u);
-
-    uint8_t out[8] = {};
-    short2str(0xBEEF, out);
-    EXPECT_EQ(bytes(out, out + 2), (bytes{0xEF, 0xBE}));
-    long2str(0xDEADBEEFu, out);
-    EXPECT_EQ(bytes(out, out + 4), (bytes{0xEF, 0xBE, 0xAD, 0xDE}));
-    longlong2str(0x8102030405060708ull, out);
-    EXPECT_EQ(bytes(out, out + 8), bytes(b8, b8 + 8));
-}
-
-TEST(FileValues, WriteFailuresReportOne) {
+// Each value goes to a stream and to a buffer as the same little-endian bytes
+// whatever the host, and comes back from both as written (truncated to its width).
+TEST(FileValues, ValuesAreLittleEndianWhateverTheHost) {
+    struct { int width; uint64_t value, back; bytes expected; } const cases[] = {
+        {1, 0x1FF, 0xFF, {0xFF}},
+        {2, 0x12345, 0x2345, {0x45, 0x23}},
+        {2, 0xFFFF, 0xFFFF, {0xFF, 0xFF}},
+        {4, 0xA1B2C3D4u, 0xA1B2C3D4u, {0xD4, 0xC3, 0xB2, 0xA1}},
+        {4, 0xFF000000u, 0xFF000000u, {0, 0, 0, 0xFF}},
+        {8, 0x8102030405060708ull, 0x8102030405060708ull, {0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81}},
+    };
     FILE *ro = kelqtest::failing_write_stream();
     ASSERT_NE(ro, nullptr);
-    EXPECT_EQ(write_val8(1, ro), 1);
-    EXPECT_EQ(write_val16(1, ro), 1);
-    EXPECT_EQ(write_val32(1, ro), 1);
-    EXPECT_EQ(write_val64(1, ro), 1);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << "width " << c.width << " value " << std::hex << c.value);
+        temp_stream s;
+        EXPECT_EQ(write_width(c.width, c.value, s), 0);
+        EXPECT_EQ(s.contents(), c.expected);
+        ASSERT_EQ(file_seek(s, 0, 0), 0);
+        EXPECT_EQ(read_width(c.width, s), std::make_pair(0, c.back));
+        EXPECT_EQ(write_width(c.width, c.value, ro), 1) << "a failed write reports 1";
+        if (c.width == 1) continue;  // no buffer calls for single bytes
+        uint8_t out[8] = {};
+        to_buffer(c.width, c.value, out);
+        EXPECT_EQ(bytes(out, out + c.width), c.expected);
+        EXPECT_EQ(from_buffer(c.width, c.expected.data()), c.back);
+    }
+    temp_stream s;
+    EXPECT_EQ(write_fourCC(make_fourCC("RIFF"), s), 0);
     EXPECT_EQ(write_fourCC(1, ro), 1);
     std::fclose(ro);
+    EXPECT_EQ(s.contents(), (bytes{'R', 'I', 'F', 'F'}));
+    ASSERT_EQ(file_seek(s, 0, 0), 0);
+    uint32_t cc = 0;
+    EXPECT_EQ(read_fourCC(&cc, s), 0);
+    EXPECT_EQ(cc, 0x46464952u);
 }
 
 TEST(FileAccess, SeekOriginsAndBadOrigins) {
@@ -223,55 +223,40 @@ TEST(FileAccess, ReadWriteEofAndError) {
     std::fclose(ro);
 }
 
+// Each mode on an existing "abcde": where it opens, a two-byte write there,
+// reading from the start, then rewriting the first byte; and what the file
+// holds afterwards.
 TEST(FileAccess, OpenModes) {
-    const bytes content = {'a', 'b', 'c', 'd', 'e'};
-    uint8_t buf[8] = {};
-    for (int mode : {0, 2}) {  // read only, from the start
-        temp_path p(content);
-        FILE *f = file_open(p.c_str(), mode);
+    struct { int mode; int64_t opens_at; int write; size_t readable; const char *after; } const cases[] = {
+        {0, 0, 1, 5, "abcde"}, {2, 0, 1, 5, "abcde"},  // read only
+        {1, 0, 0, 0, "AY"}, {3, 0, 0, 0, "AY"},        // truncated, write only
+        {4, 5, 0, 7, "AbcdeXY"},                      // update: at the end, rewrites allowed
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE("mode " + std::to_string(c.mode));
+        temp_path p({'a', 'b', 'c', 'd', 'e'});
+        FILE *f = file_open(p.c_str(), c.mode);
         ASSERT_NE(f, nullptr);
-        EXPECT_EQ(file_tell(f), 0);
-        EXPECT_EQ(file_read(f, buf, 8), 5u);
-        EXPECT_EQ(file_write(f, buf, 1), 0u);
-        EXPECT_EQ(file_close(f), 0);
-    }
-    for (int mode : {1, 3}) {  // created or truncated, written from the start
-        temp_path p(content);
-        FILE *f = file_open(p.c_str(), mode);
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(file_tell(f), 0);
-        EXPECT_EQ(write_val16(0x5958, f), 0);
+        EXPECT_EQ(file_tell(f), c.opens_at);
+        EXPECT_EQ(write_val16(0x5958, f), c.write);
+        uint8_t buf[16] = {};
+        ASSERT_EQ(file_seek(f, 0, 0), 0);
+        EXPECT_EQ(file_read(f, buf, sizeof buf), c.readable);
+        ASSERT_EQ(file_seek(f, 0, 0), 0);
+        write_val8('A', f);
         EXPECT_EQ(file_close(f), 0);
         f = file_open(p.c_str(), 0);
         ASSERT_NE(f, nullptr);
-        EXPECT_EQ(file_read(f, buf, 8), 2u);
-        EXPECT_EQ(buf[0], 'X');
+        EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), file_read(f, buf, sizeof buf)), c.after);
         EXPECT_EQ(file_close(f), 0);
     }
-    {
-        // Update: positioned at the end, so writing extends the file; reading
-        // and rewriting earlier bytes is allowed.
-        temp_path p(content);
-        FILE *f = file_open(p.c_str(), 4);
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(file_tell(f), 5);
-        EXPECT_EQ(write_val8('f', f), 0);
-        EXPECT_EQ(file_seek(f, 0, 0), 0);
-        EXPECT_EQ(write_val8('A', f), 0);
-        EXPECT_EQ(file_seek(f, 0, 0), 0);
-        EXPECT_EQ(file_read(f, buf, 8), 6u);
-        EXPECT_EQ(bytes(buf, buf + 6), (bytes{'A', 'b', 'c', 'd', 'e', 'f'}));
-        EXPECT_EQ(file_close(f), 0);
+    temp_path p({});
+    std::remove(p.c_str());
+    EXPECT_EQ(file_open(p.c_str(), 0), nullptr);
+    EXPECT_EQ(file_open(p.c_str(), 4), nullptr) << "update needs an existing file";
+    for (int mode : {-1, 5, 6, 100}) {
+        EXPECT_EQ(file_open(p.c_str(), mode), nullptr) << "mode " << mode;
+        EXPECT_FALSE(exists(p.c_str())) << "mode " << mode << " created the file";
     }
-    {
-        temp_path p({});
-        std::remove(p.c_str());
-        EXPECT_EQ(file_open(p.c_str(), 0), nullptr);
-        EXPECT_EQ(file_open(p.c_str(), 4), nullptr) << "update needs an existing file";
-        for (int mode : {-1, 5, 6, 100}) {
-            EXPECT_EQ(file_open(p.c_str(), mode), nullptr) << "mode " << mode;
-            EXPECT_FALSE(exists(p.c_str())) << "mode " << mode << " created the file";
-        }
-        EXPECT_EQ(file_open(nullptr, 0), nullptr);
-    }
+    EXPECT_EQ(file_open(nullptr, 0), nullptr);
 }

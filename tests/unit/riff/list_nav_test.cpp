@@ -97,39 +97,29 @@ TEST(ListNav, OddSizedChunkAndTheEndBound) {
     delete_list_recursive(node);
 }
 
-TEST(ListNav, TrailingHeaderOnlyChunkLiesBeyondTheBound) {
-    // A list ending in a chunk of size 0: the walk stops before visiting it.
-    temp_stream s(byte_image().list("LIST", "tail", byte_image().chunk("abcd", byte_image()).chunk("last", byte_image())));
-    list_node *node = new_list(nullptr, s);
-    ASSERT_NE(node, nullptr);
-    walker w{s, 10};
-    w.walk(node);
-    ASSERT_EQ(w.seen.size(), 1u);
-    EXPECT_EQ(w.seen[0].id, "abcd");
-    delete_list_recursive(node);
-}
-
-TEST(ListNav, EmptyListEndsAtOnce) {
-    temp_stream s(byte_image().fill(3).list("LIST", "none", byte_image()).id("more"));
-    ASSERT_EQ(file_seek(s, 3, 0), 0);
-    list_node *node = new_list(nullptr, s);
-    ASSERT_NE(node, nullptr);
-    EXPECT_EQ(node->size, 4u);
-    EXPECT_EQ(file_tell(s), 15);
-    EXPECT_EQ(end_of_list(node), 1);
-    EXPECT_EQ(skip_list(node), 0);
-    EXPECT_EQ(file_tell(s), 15);
-    delete_list_recursive(node);
-}
-
-TEST(ListNav, SkipUsesTheSizeAsWritten) {
-    // An odd list size is not rounded: skipping lands right after it.
-    temp_stream s(byte_image().id("LIST").u32(5).id("odd ").u8(1).id("next"));
-    list_node *node = new_list(nullptr, s);
-    ASSERT_NE(node, nullptr);
-    EXPECT_EQ(skip_list(node), 0);
-    EXPECT_EQ(file_tell(s), 13);
-    delete_list_recursive(node);
+// Small lists walked from their header: which chunks the walk visits and
+// where skipping the list lands (the size as written, not rounded).
+TEST(ListNav, ShortListsWalkAndSkip) {
+    struct { const char *name; byte_image image; int64_t from; std::vector<std::string> seen; int64_t skip_to; } const cases[] = {
+        {"trailing header-only chunk lies beyond the bound",
+         byte_image().list("LIST", "tail", byte_image().chunk("abcd", byte_image()).chunk("last", byte_image())), 0,
+         {"1 abcd 0 "}, 28},
+        {"empty list ends at once", byte_image().fill(3).list("LIST", "none", byte_image()).id("more"), 3, {}, 15},
+        {"odd list size", byte_image().id("LIST").u32(5).id("odd ").u8(1).id("next"), 0, {}, 13},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        temp_stream s(c.image);
+        ASSERT_EQ(file_seek(s, c.from, 0), 0);
+        list_node *node = new_list(nullptr, s);
+        ASSERT_NE(node, nullptr);
+        walker w{s, 10};
+        w.walk(node);
+        EXPECT_EQ(w.lines(), c.seen);
+        EXPECT_EQ(skip_list(node), 0);
+        EXPECT_EQ(file_tell(s), c.skip_to);
+        delete_list_recursive(node);
+    }
 }
 
 TEST(ListNav, NewListNeedsAWholeHeader) {
