@@ -125,19 +125,6 @@ TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_re
     EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
 }
 
-TEST(legacy_index_absent, every_index_call_fails_without_an_index) {
-    const indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks(), index_offsets::movi_relative, false);
-    open_file h(file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    EXPECT_EQ(entry_at(h, 0).result, 1);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 1);
-    uint32_t first = 77, last = 77;
-    EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, &last), 1);
-    EXPECT_EQ(first, 77u);
-    // The walk was left alone.
-    EXPECT_EQ(next_chunk(h).first, "00dc");
-}
-
 TEST_F(legacy_index, durations_by_chunk_type) {
     ASSERT_NE(h.get(), nullptr);
     const struct {
@@ -233,9 +220,7 @@ TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
 
 TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
     indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
-    const int64_t idx1 = file.bytes.find("idx1");
-    ASSERT_GT(idx1, 0);
-    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0x7FFFFFF0);
+    file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0x7FFFFFF0);
     open_file h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
     // Beyond the bytes there are: values that cannot be read are 0.
@@ -248,15 +233,21 @@ TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is
     EXPECT_EQ(s.last, 2u);
 }
 
-TEST(legacy_index_damaged, an_empty_index_gives_nothing) {
-    indexed_file file = make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}});
-    const int64_t idx1 = file.bytes.find("idx1");
-    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0);
-    open_file h(file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    EXPECT_EQ(entry_at(h, 0).result, 1);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 3);
-    EXPECT_EQ(search(h, 0, 3, 0.0f, 0.0f).result, 1);
+TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the_walk_alone) {
+    for (bool with_index : {false, true}) {
+        SCOPED_TRACE(with_index ? "empty idx1" : "no idx1");
+        indexed_file file =
+            make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, with_index);
+        if (with_index) file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0);
+        open_file h(file.bytes);
+        ASSERT_NE(h.get(), nullptr);
+        EXPECT_EQ(entry_at(h, 0).result, 1);
+        EXPECT_EQ(aviin_goto_idx1_sample(h, 0), with_index ? 3 : 1);
+        const span s = search(h, 0, 3, 0.0f, 0.0f);
+        EXPECT_EQ(s.result, 1);
+        EXPECT_EQ(s.first, 77u);
+        EXPECT_EQ(next_chunk(h).first, "00dc");
+    }
 }
 
 }  // namespace
