@@ -165,170 +165,140 @@ void expect_audio_at_key_frames(const synthetic &s, const table &tab) {
     }
 }
 
-class key_spacing : public ::testing::TestWithParam<uint32_t> {};
-
-TEST_P(key_spacing, every_frame_is_found_from_its_key_frame_and_every_key_frame_has_its_audio) {
-    layout_options o;
-    o.key_every = GetParam();
-    const synthetic s = make_synthetic(o);
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table tab(100);
-    build(h, tab);
-    EXPECT_EQ(tab.t.count, (60 + o.key_every - 1) / o.key_every);
-    EXPECT_EQ(tab.t.frames_scanned, 60u);
-    EXPECT_EQ(tab.t.stride, 1u);
-    for (uint32_t i = 0; i < tab.t.count; ++i) EXPECT_EQ(tab.storage[i].frame_no, i * o.key_every);
-    expect_audio_at_key_frames(s, tab);
-    expect_every_frame_found(h, s, tab);
-}
-
-INSTANTIATE_TEST_SUITE_P(every_1_2_and_10_frames, key_spacing, ::testing::Values(1u, 2u, 10u));
-
-TEST(key_table, a_table_built_in_slices_equals_one_built_at_once) {
-    const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table whole(20);
-    build(h, whole);
-    for (uint32_t slice : {1u, 3u, 17u, 64u}) {
-        table sliced(20);
-        const int calls = build(h, sliced, 0, slice);
-        EXPECT_GE(calls, static_cast<int>(s.file.index_order.size() / slice)) << slice;
-        ASSERT_EQ(sliced.t.count, whole.t.count) << slice;
-        EXPECT_EQ(std::memcmp(sliced.storage.data(), whole.storage.data(), whole.t.count * sizeof(keyindex_entry)), 0)
-            << slice;
+// A synthetic file, opened, with its table built in slices of `slice`.
+struct built {
+    explicit built(const layout_options &o = {}, uint32_t capacity = 20, uint32_t slice = 0)
+        : s(make_synthetic(o)), h(s.file.bytes), tab(capacity), calls(build(h, tab, 0, slice)) {}
+    keyindex_entry at(int32_t frame) const {
+        keyindex_entry e;
+        EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, frame, &e, -1), 0) << frame;
+        return e;
     }
-    // Once complete, building more does nothing.
-    EXPECT_EQ(aviin_build_keyindex_entry(h, &whole.t, 0), 3);
+    synthetic s;
+    open_file h;
+    table tab;
+    int calls;
+};
+
+// Byte position of the offset field of the idx1 entry that names a chunk.
+size_t index_offset_field(const indexed_file &f, size_t chunk) {
+    const size_t n = static_cast<size_t>(std::find(f.index_order.begin(), f.index_order.end(), chunk) - f.index_order.begin());
+    return static_cast<size_t>(f.bytes.find("idx1")) + 8 + 16 * n + 8;
 }
+
+struct shape {
+    uint32_t frames, key_every, capacity, slice;
+    uint64_t pcm_us;  // PCM only up to this time; 0: as long as the video
+};
+
+class table_shape : public ::testing::TestWithParam<shape> {};
+
+// Whatever the spacing, capacity and slicing: every stride-th key frame is
+// kept, stride the smallest power of two that lets them fit; every frame is
+// found from its key frame; every key frame has its audio, or none where the
+// audio ended before it.
+TEST_P(table_shape, every_frame_is_found_from_a_kept_key_frame_and_every_key_frame_has_its_audio) {
+    const shape p = GetParam();
+    layout_options o;
+    o.frames = p.frames;
+    o.key_every = p.key_every;
+    o.pcm_us = p.pcm_us;
+    built b(o, p.capacity, p.slice);
+    const uint32_t keys = (p.frames + p.key_every - 1) / p.key_every;
+    uint32_t stride = 1;
+    while ((keys + stride - 1) / stride > p.capacity) stride *= 2;
+    EXPECT_EQ(b.tab.t.stride, stride);
+    EXPECT_EQ(b.tab.t.count, (keys + stride - 1) / stride);
+    EXPECT_EQ(b.tab.t.frames_scanned, p.frames);
+    for (uint32_t i = 0; i < b.tab.t.count; ++i) EXPECT_EQ(b.tab.storage[i].frame_no, i * p.key_every * stride);
+    if (p.slice != 0) {
+        EXPECT_GE(b.calls, static_cast<int>(b.s.file.index_order.size() / p.slice));
+    }
+    expect_audio_at_key_frames(b.s, b.tab);
+    expect_every_frame_found(b.h, b.s, b.tab);
+    // Once complete, building more does nothing.
+    EXPECT_EQ(aviin_build_keyindex_entry(b.h, &b.tab.t, 0), 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(spacing_capacity_and_slices, table_shape,
+                         ::testing::Values(shape{60, 1, 100, 0, 0}, shape{60, 2, 100, 0, 0}, shape{60, 10, 100, 0, 0},
+                                           shape{60, 10, 20, 1, 0}, shape{60, 10, 20, 3, 0}, shape{60, 10, 20, 17, 0},
+                                           shape{60, 10, 20, 64, 0}, shape{200, 2, 1, 5, 0}, shape{200, 2, 3, 5, 0},
+                                           shape{200, 2, 7, 5, 0}, shape{200, 2, 16, 5, 0},
+                                           shape{60, 10, 20, 0, 1000000}));  // 1 s of PCM under 2.4 s of video
 
 TEST(key_table, a_partly_built_table_answers_for_the_frames_scanned_so_far) {
     const synthetic s = make_synthetic(layout_options{});
     open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
     table tab(20);
     ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
     ASSERT_EQ(aviin_build_keyindex_entry(h, &tab.t, 60), 0);
-    const uint32_t scanned = tab.t.frames_scanned;
-    ASSERT_GT(scanned, 10u);
-    ASSERT_LT(scanned, 60u);
+    const int32_t scanned = static_cast<int32_t>(tab.t.frames_scanned);
+    ASSERT_GT(scanned, 10);
+    ASSERT_LT(scanned, 60);
     keyindex_entry e;
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned - 1), &e, -1), 0);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned - 1, &e, -1), 0);
     // Beyond the scan: 3, but the latest key frame known is still handed out.
     std::memset(&e, 0xAB, sizeof e);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned), &e, -1), 3);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned, &e, -1), 3);
     EXPECT_EQ(e.frame_no, tab.storage[tab.t.count - 1].frame_no);
     std::memset(&e, 0xAB, sizeof e);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, static_cast<int32_t>(scanned), &e, 1), 3);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned, &e, 1), 3);
     EXPECT_EQ(e.frame_no, 0xABABABABu);
-}
-
-TEST(key_table, a_full_table_keeps_every_second_key_frame_and_still_finds_every_frame) {
-    layout_options o;
-    o.frames = 200;
-    o.key_every = 2;  // 100 key frames
-    const synthetic s = make_synthetic(o);
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    for (uint32_t capacity : {1u, 3u, 7u, 16u}) {
-        SCOPED_TRACE("capacity " + std::to_string(capacity));
-        table tab(capacity);
-        build(h, tab, 0, 5);
-        ASSERT_LE(tab.t.count, capacity);
-        ASSERT_GE(tab.t.count, 1u);
-        // stride is the smallest power of two that lets 100 key frames fit.
-        uint32_t stride = 1;
-        while ((100 + stride - 1) / stride > capacity && stride < 128) stride *= 2;
-        if (capacity > 1) {
-            EXPECT_EQ(tab.t.stride, stride);
-            EXPECT_EQ(tab.t.count, (100 + stride - 1) / stride);
-        }
-        for (uint32_t i = 0; i < tab.t.count; ++i) EXPECT_EQ(tab.storage[i].frame_no, i * 2 * tab.t.stride);
-        expect_audio_at_key_frames(s, tab);
-        expect_every_frame_found(h, s, tab);
-    }
-}
-
-TEST(key_table, audio_that_ends_before_a_key_frame_is_not_found_there) {
-    layout_options o;
-    o.pcm_us = 1000000;  // one second of PCM under 2.4 s of video
-    const synthetic s = make_synthetic(o);
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table tab(20);
-    build(h, tab);
-    ASSERT_EQ(tab.t.count, 6u);
-    EXPECT_NE(tab.storage[2].audio_offset[1], not_found);  // 0.8 s
-    EXPECT_EQ(tab.storage[3].audio_offset[1], not_found);  // 1.2 s
-    expect_audio_at_key_frames(s, tab);
 }
 
 TEST(key_table, lookups_at_after_and_outside) {
     layout_options o;
     o.first_key = 3;  // frames 0 to 2 come before any key frame
-    const synthetic s = make_synthetic(o);
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table tab(20);
-    build(h, tab);
-    ASSERT_EQ(tab.t.count, 6u);  // 3, 13, ..., 53
+    const built b(o);
+    ASSERT_EQ(b.tab.t.count, 6u);  // 3, 13, ..., 53
+    const struct {
+        int32_t frame, direction;
+        int result;
+        uint32_t key;  // the key frame handed out when the result is 0
+    } rows[] = {
+        {2, -1, 3, 0},   {2, 1, 0, 3},   {13, -1, 0, 13}, {13, 1, 0, 13}, {14, -1, 0, 13}, {14, 1, 0, 23},
+        {59, -1, 0, 53}, {54, 1, 3, 0},  // no key frame after 53
+        {60, -1, 3, 0},  {-1, -1, 3, 0}, {10, 0, 1, 0},   {10, 2, 1, 0},
+    };
+    for (const auto &r : rows) {
+        keyindex_entry e;
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(b.h, &b.tab.t, r.frame, &e, r.direction), r.result)
+            << r.frame << " " << r.direction;
+        if (r.result == 0) {
+            EXPECT_EQ(e.frame_no, r.key) << r.frame << " " << r.direction;
+        }
+    }
     keyindex_entry e;
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 2, &e, -1), 3);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 2, &e, 1), 0);
-    EXPECT_EQ(e.frame_no, 3u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 13, &e, -1), 0);
-    EXPECT_EQ(e.frame_no, 13u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 13, &e, 1), 0);
-    EXPECT_EQ(e.frame_no, 13u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 14, &e, -1), 0);
-    EXPECT_EQ(e.frame_no, 13u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 14, &e, 1), 0);
-    EXPECT_EQ(e.frame_no, 23u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 59, &e, -1), 0);
-    EXPECT_EQ(e.frame_no, 53u);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 54, &e, 1), 3);  // no key frame after 53
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 60, &e, -1), 3);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, -1, &e, -1), 3);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, &e, 0), 1);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, &e, 2), 1);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 10, nullptr, -1), 1);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, nullptr, 10, &e, -1), 1);
-    keyindex_table broken = tab.t;
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &b.tab.t, 10, nullptr, -1), 1);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, nullptr, 10, &e, -1), 1);
+    keyindex_table broken = b.tab.t;
     broken.count = broken.capacity + 1;
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &broken, 10, &e, -1), 1);
-    EXPECT_EQ(aviin_build_keyindex_entry(h, &broken, 0), 1);
-    expect_every_frame_found(h, s, tab);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &broken, 10, &e, -1), 1);
+    EXPECT_EQ(aviin_build_keyindex_entry(b.h, &broken, 0), 1);
+    expect_every_frame_found(b.h, b.s, b.tab);
 }
 
 TEST(key_table, stepping_through_the_key_frames_both_ways) {
-    const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table tab(20);
-    build(h, tab);
-    keyindex_entry e;
-    ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 0, &e, 1), 0);
-    std::vector<uint32_t> forward{e.frame_no};
-    int r = 0;
-    while ((r = aviin_get_next_key_index(h, &tab.t, &e, &e, 1)) == 0) forward.push_back(e.frame_no);
-    EXPECT_EQ(r, 3);
-    EXPECT_EQ(forward, (std::vector<uint32_t>{0, 10, 20, 30, 40, 50}));
-    std::vector<uint32_t> backward{e.frame_no};
-    while ((r = aviin_get_next_key_index(h, &tab.t, &e, &e, -1)) == 0) backward.push_back(e.frame_no);
-    EXPECT_EQ(r, 3);
-    EXPECT_EQ(backward, (std::vector<uint32_t>{50, 40, 30, 20, 10, 0}));
-    // A frame that is not a key frame of the table.
+    const built b;
+    keyindex_entry e = b.at(0);
+    std::vector<uint32_t> seen{e.frame_no};
+    for (int32_t direction : {1, -1}) {
+        int r = 0;
+        while ((r = aviin_get_next_key_index(b.h, &b.tab.t, &e, &e, direction)) == 0) seen.push_back(e.frame_no);
+        EXPECT_EQ(r, 3);
+    }
+    EXPECT_EQ(seen, (std::vector<uint32_t>{0, 10, 20, 30, 40, 50, 40, 30, 20, 10, 0}));
+    // A frame that is not a key frame of the table, and no direction.
     keyindex_entry other = e;
     other.frame_no = 5;
-    EXPECT_EQ(aviin_get_next_key_index(h, &tab.t, &other, &e, 1), 1);
-    EXPECT_EQ(aviin_get_next_key_index(h, &tab.t, &e, &e, 0), 1);
+    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &other, &e, 1), 1);
+    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &e, &e, 0), 1);
 }
 
 TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     const synthetic s = make_synthetic(layout_options{});
     open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
     std::vector<keyindex_entry> storage(4);
     keyindex_table t;
     std::memset(&t, 0x5A, sizeof t);
@@ -340,9 +310,8 @@ TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     EXPECT_EQ(aviin_init_keyindex(nullptr, &t, storage.data(), 4, 0), 1);
     EXPECT_EQ(aviin_init_keyindex(h, nullptr, storage.data(), 4, 0), 1);
     EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), 1);  // after a failed set-up
-    const indexed_file bare =
-        make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false);
-    open_file no_index(bare.bytes);
+    open_file no_index(
+        make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false).bytes);
     ASSERT_NE(no_index.get(), nullptr);
     EXPECT_EQ(aviin_init_keyindex(no_index, &t, storage.data(), 4, 0), 1);
 }
@@ -352,17 +321,11 @@ TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
 // ---------------------------------------------------------------------------
 
 TEST(key_table_bad_index, offsets_counted_from_the_start_of_the_file_are_refused) {
-    layout_options o;
-    const synthetic good = make_synthetic(o);
-    std::vector<planned> chunks;
-    // The same chunks with absolute offsets in idx1.
-    open_file h(make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000),
-                                   audio_list(1, 8000, 2, 2, 16000)}),
+    open_file h(make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000)}),
                              {{"00dc", filler(400, 1), true}, {"01wb", filler(96, 2)}, {"00dc", filler(30, 3)},
                               {"00dc", filler(400, 4), true}},
                              index_offsets::absolute)
                     .bytes);
-    ASSERT_NE(h.get(), nullptr);
     table tab(8);
     ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 8, 0), 0);
     EXPECT_EQ(aviin_build_keyindex_entry(h, &tab.t, 0), 1);
@@ -372,18 +335,12 @@ TEST(key_table_bad_index, offsets_counted_from_the_start_of_the_file_are_refused
 
 TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
     const synthetic s = make_synthetic(layout_options{});
-    for (const char *which : {"key frame", "audio"}) {
-        SCOPED_TRACE(which);
+    // The third key frame, or the fifth PCM chunk, moved past the end of the file.
+    for (size_t target : {s.frames[20], s.pcm[4]}) {
+        SCOPED_TRACE(target == s.frames[20] ? "key frame" : "audio");
         indexed_file f = s.file;
-        const int64_t idx1 = f.bytes.find("idx1");
-        // The third key frame, or the fifth PCM chunk, moved past the end of the file.
-        size_t target = 0;
-        if (std::string(which) == "key frame") target = s.frames[20];
-        else target = s.pcm[4];
-        const size_t n = static_cast<size_t>(std::find(f.index_order.begin(), f.index_order.end(), target) - f.index_order.begin());
-        f.bytes.set_u32(static_cast<size_t>(idx1) + 8 + 16 * n + 8, static_cast<uint32_t>(f.bytes.size()));
+        f.bytes.set_u32(index_offset_field(f, target), static_cast<uint32_t>(f.bytes.size()));
         open_file h(f.bytes);
-        ASSERT_NE(h.get(), nullptr);
         table tab(20);
         ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
         int r = 0, calls = 0;
@@ -405,12 +362,9 @@ TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
 TEST(key_table_bad_index, a_key_entry_naming_the_wrong_chunk_makes_the_frame_walk_fail) {
     const synthetic s = make_synthetic(layout_options{});
     indexed_file f = s.file;
-    const int64_t idx1 = f.bytes.find("idx1");
     // The key frame at 20 points at the audio chunk before it instead.
-    const size_t n = static_cast<size_t>(std::find(f.index_order.begin(), f.index_order.end(), s.frames[20]) - f.index_order.begin());
-    f.bytes.set_u32(static_cast<size_t>(idx1) + 8 + 16 * n + 8, static_cast<uint32_t>(f.relative(f.chunks[s.frames[20] - 1].header)));
+    f.bytes.set_u32(index_offset_field(f, s.frames[20]), static_cast<uint32_t>(f.relative(f.chunks[s.frames[20] - 1].header)));
     open_file h(f.bytes);
-    ASSERT_NE(h.get(), nullptr);
     table tab(20);
     build(h, tab);
     keyindex_entry e;
@@ -431,21 +385,16 @@ TEST(key_table_bad_index, a_table_from_another_file_fails_instead_of_walking_els
     layout_options o;
     o.mp3_lead_us = 0;
     o.key_every = 3;
-    const synthetic two = make_synthetic(o);
-    open_file h1(one.file.bytes), h2(two.file.bytes);
-    ASSERT_NE(h1.get(), nullptr);
-    ASSERT_NE(h2.get(), nullptr);
-    table tab(30);
-    build(h2, tab);
+    const built two(o, 30);
+    open_file h1(one.file.bytes);
     int failed = 0;
-    for (uint32_t f = 0; f < 60; ++f) {
+    for (int32_t f = 0; f < 60; ++f) {
         keyindex_entry e;
-        ASSERT_EQ(aviin_read_key_table_by_frame_no(h1, &tab.t, static_cast<int32_t>(f), &e, -1), 0);
+        ASSERT_EQ(aviin_read_key_table_by_frame_no(h1, &two.tab.t, f, &e, -1), 0);
         uint64_t pos = not_found;
-        const int r = aviin_get_video_offset(h1, e, 0, static_cast<int32_t>(f), &pos);
         // Either the walk notices, or it happens to start on a frame of the
         // right stream; it never reports a position that is not a frame's.
-        if (r != 0) ++failed;
+        if (aviin_get_video_offset(h1, e, 0, f, &pos) != 0) ++failed;
         else if (pos != not_found) {
             bool is_frame = false;
             for (size_t c : one.frames) is_frame = is_frame || header_of(one, c) == pos;
@@ -461,41 +410,35 @@ TEST(key_table_bad_index, a_table_from_another_file_fails_instead_of_walking_els
 
 class frame_walk : public ::testing::Test {
 protected:
-    frame_walk() : s(make_synthetic(layout_options{})), h(s.file.bytes), tab(20) { build(h, tab); }
-    keyindex_entry entry(int32_t frame) {
-        keyindex_entry e;
-        EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, frame, &e, -1), 0);
-        return e;
-    }
-    synthetic s;
-    open_file h;
-    table tab;
+    built b;
+    const synthetic &s = b.s;
 };
 
-TEST_F(frame_walk, a_key_frame_is_its_own_first_count) {
-    uint64_t pos = 0;
-    ASSERT_EQ(aviin_get_video_offset(h, entry(30), 0, 30, &pos), 0);
-    EXPECT_EQ(pos, header_of(s, s.frames[30]));
-}
-
-TEST_F(frame_walk, a_key_frame_after_the_frame_leaves_the_position_unwritten) {
-    uint64_t pos = 4242;
-    EXPECT_EQ(aviin_get_video_offset(h, entry(30), 0, 29, &pos), 0);
-    EXPECT_EQ(pos, 4242u);
-}
-
-TEST_F(frame_walk, a_frame_past_the_last_ends_with_the_last_frame_counted) {
-    uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(h, entry(59), 0, 70, &pos), 1);
-    EXPECT_EQ(pos, header_of(s, s.frames[59]));
+TEST_F(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
+    const struct {
+        int32_t key, frame;
+        int result;
+        int64_t ends_on;  // frame whose header is handed out; -1: the position is left alone
+    } rows[] = {
+        {30, 30, 0, 30},  // a key frame is its own first count
+        {10, 17, 0, 17},
+        {30, 29, 0, -1},  // a key frame after the frame
+        {59, 70, 1, 59},  // past the last frame: the last one counted
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE("frame " + std::to_string(r.frame));
+        uint64_t pos = 4242;
+        EXPECT_EQ(aviin_get_video_offset(b.h, b.at(r.key), 0, r.frame, &pos), r.result);
+        EXPECT_EQ(pos, r.ends_on < 0 ? 4242u : header_of(s, s.frames[static_cast<size_t>(r.ends_on)]));
+    }
 }
 
 TEST_F(frame_walk, the_walk_stands_after_the_frame_for_reading_on) {
     uint64_t pos = 0;
-    ASSERT_EQ(aviin_get_video_offset(h, entry(14), 0, 14, &pos), 0);
+    ASSERT_EQ(aviin_get_video_offset(b.h, b.at(14), 0, 14, &pos), 0);
     uint32_t type = 0, stream = 0, size = 0;
     uint64_t data = 0;
-    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
+    ASSERT_EQ(aviin_get_next_chunk_type(b.h, &type, &stream, &data, &size), 0);
     EXPECT_EQ(static_cast<int64_t>(data) - 8, s.file.chunks[s.frames[14] + 1].header);
 }
 
@@ -504,25 +447,23 @@ TEST_F(frame_walk, a_size_that_steps_backwards_ends_the_walk) {
     // Frame 13's chunk claims a size that moves the walk back onto itself.
     f.bytes.set_u32(static_cast<size_t>(f.chunks[s.frames[13]].header) + 4, 0xFFFFFFF8u);
     open_file bad(f.bytes);
-    ASSERT_NE(bad.get(), nullptr);
     uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(bad, entry(15), 0, 15, &pos), 1);
+    EXPECT_EQ(aviin_get_video_offset(bad, b.at(15), 0, 15, &pos), 1);
     EXPECT_EQ(pos, header_of(s, s.frames[12]));  // the chunk that steps back is not counted
 }
 
 TEST_F(frame_walk, a_persistent_read_error_ends_the_walk) {
-    h.get()->current_list->status = 1;
+    b.h.get()->current_list->status = 1;
     uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(h, entry(15), 0, 15, &pos), 1);
-    uint64_t a = 0, b = 0, c = 0, d = 0;
-    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 0, 3, 5, 1.0f, &a, &b, 1, &c, &d), 1);
+    EXPECT_EQ(aviin_get_video_offset(b.h, b.at(15), 0, 15, &pos), 1);
+    uint64_t a = 0, c = 0, d = 0;
+    EXPECT_EQ(aviin_get_chunk_offsets(b.h, &b.tab.t, 0, 3, 5, 1.0f, &a, &pos, 1, &c, &d), 1);
 }
 
 TEST(frame_walk_raw, frames_stored_uncompressed_are_never_counted) {
     const indexed_file f = make_indexed(hdrl({video_list(1, 25)}),
                                         {{"00dc", filler(40, 1), true}, {"00db", filler(40, 2)}, {"00db", filler(40, 3)}});
     open_file h(f.bytes);
-    ASSERT_NE(h.get(), nullptr);
     table tab(4);
     build(h, tab);
     EXPECT_EQ(tab.t.frames_scanned, 1u);
@@ -540,66 +481,60 @@ struct offsets {
     uint64_t video_start = 0, video_end = 0, audio_first = 0, audio_last = 0;
 };
 
-offsets span_of(aviin_handle *h, const keyindex_table *t, uint32_t video, int32_t from, int32_t to, float end_time,
-                int32_t audio) {
+offsets span_of(const built &b, uint32_t video, int32_t from, int32_t to, float end_time, int32_t audio) {
     offsets o;
-    o.result = aviin_get_chunk_offsets(h, t, video, from, to, end_time, &o.video_start, &o.video_end, audio,
+    o.result = aviin_get_chunk_offsets(b.h, &b.tab.t, video, from, to, end_time, &o.video_start, &o.video_end, audio,
                                        &o.audio_first, &o.audio_last);
     return o;
 }
 
 TEST_F(frame_walk, with_both_frames_found_the_audio_is_not_looked_for) {
-    offsets o = span_of(h, &tab.t, 0, 12, 27, 2.0f, 1);
-    EXPECT_EQ(o.result, 0);
-    EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
-    EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
-    EXPECT_EQ(o.audio_first, not_found);
-    EXPECT_EQ(o.audio_last, not_found);
-    o = span_of(h, &tab.t, 0, 12, 27, 2.0f, -1);
-    EXPECT_EQ(o.result, 0);
-    EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
+    for (int32_t audio : {1, -1}) {
+        const offsets o = span_of(b, 0, 12, 27, 2.0f, audio);
+        EXPECT_EQ(o.result, 0);
+        EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
+        EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
+        EXPECT_EQ(o.audio_first, not_found);
+        EXPECT_EQ(o.audio_last, not_found);
+    }
 }
 
 TEST_F(frame_walk, a_missing_frame_sends_the_search_to_the_audio) {
     // Stream 1 has no "dc" chunks, so neither frame is found and the audio
     // search runs: MPEG audio chunks start every 24 ms; frame 12's time is
     // 0.4805 s with the half-millisecond the search adds.
-    const offsets o = span_of(h, &tab.t, 1, 12, 27, 0.61f, 1);
+    const offsets o = span_of(b, 1, 12, 27, 0.61f, 1);
     EXPECT_EQ(o.result, 0);
     EXPECT_EQ(o.video_start, not_found);
     EXPECT_EQ(o.video_end, not_found);
     EXPECT_EQ(o.audio_first, header_of(s, s.mp3[21]));  // starts at 0.504 s
     EXPECT_EQ(o.audio_last, header_of(s, s.mp3[26]));   // the first to start at or past 0.61 s
     // The PCM stream, timed by bytes from the key frame's time.
-    const offsets p = span_of(h, &tab.t, 1, 10, 27, 0.61f, 2);
+    const offsets p = span_of(b, 1, 10, 27, 0.61f, 2);
     EXPECT_EQ(p.result, 0);
     EXPECT_EQ(p.audio_first, header_of(s, s.pcm[static_cast<size_t>(pcm_chunk_at(s, 10))]));
 }
 
 TEST_F(frame_walk, spans_the_search_refuses) {
-    // A start more than 0.1 s after the end time.
-    EXPECT_EQ(span_of(h, &tab.t, 1, 30, 31, 1.0f, 1).result, 1);
-    // Frames outside the table.
-    EXPECT_EQ(span_of(h, &tab.t, 0, 12, 80, 2.0f, 1).result, 1);
-    EXPECT_EQ(span_of(h, &tab.t, 0, -1, 5, 2.0f, 1).result, 1);
-    // Audio streams beyond the eight the table follows, or no stream at all.
-    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, 25).result, 1);
-    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, -2).result, 1);
-    h.get()->streams[1].kind_index = KELQAVI_KEY_AUDIO_STREAMS;  // as the ninth audio stream would be
-    EXPECT_EQ(span_of(h, &tab.t, 1, 12, 27, 0.61f, 1).result, 1);
-    EXPECT_EQ(span_of(h, nullptr, 0, 12, 27, 2.0f, 1).result, 1);
+    EXPECT_EQ(span_of(b, 1, 30, 31, 1.0f, 1).result, 1);    // a start more than 0.1 s after the end time
+    EXPECT_EQ(span_of(b, 0, 12, 80, 2.0f, 1).result, 1);    // frames outside the table
+    EXPECT_EQ(span_of(b, 0, -1, 5, 2.0f, 1).result, 1);
+    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, 25).result, 1);  // no such audio stream, or none at all
+    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, -2).result, 1);
+    b.h.get()->streams[1].kind_index = KELQAVI_KEY_AUDIO_STREAMS;  // as the ninth audio stream would be
+    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, 1).result, 1);
+    offsets o;
+    EXPECT_EQ(aviin_get_chunk_offsets(b.h, nullptr, 0, 12, 27, 2.0f, &o.video_start, &o.video_end, 1, &o.audio_first,
+                                      &o.audio_last),
+              1);
 }
 
 TEST(frame_walk_audio, audio_the_key_frame_has_none_of_is_refused) {
     layout_options o;
     o.pcm_us = 1000000;
-    const synthetic s = make_synthetic(o);
-    open_file h(s.file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    table tab(20);
-    build(h, tab);
-    EXPECT_EQ(span_of(h, &tab.t, 1, 45, 50, 2.0f, 2).result, 1);
-    EXPECT_EQ(span_of(h, &tab.t, 1, 45, 50, 2.0f, 1).result, 0);
+    const built b(o);
+    EXPECT_EQ(span_of(b, 1, 45, 50, 2.0f, 2).result, 1);
+    EXPECT_EQ(span_of(b, 1, 45, 50, 2.0f, 1).result, 0);
 }
 
 }  // namespace

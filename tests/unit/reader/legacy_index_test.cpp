@@ -73,27 +73,34 @@ TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) 
     }
 }
 
-TEST_F(legacy_index, the_entry_after_the_last_fails_and_leaves_outputs_and_walk_alone) {
+TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone) {
     ASSERT_NE(h.get(), nullptr);
-    EXPECT_EQ(entry_at(h, 10).result, 0);
-    const entry_fields past = entry_at(h, 11);
-    EXPECT_EQ(past.result, 1);
-    EXPECT_EQ(past.stream, 99u);
-    EXPECT_EQ(past.size, 99u);
-    EXPECT_EQ(entry_at(h, 0xFFFFFFF).result, 1);
-    // Reading entries does not move the walk: it still starts at the first chunk.
+    const struct {
+        uint32_t n;
+        int result, go_to;  // reading the entry; moving the walk to it, past the last
+        uint32_t stream, size;
+    } rows[] = {
+        {10, 0, 0, 2, 3200},
+        {11, 1, 3, 99, 99},
+        {1000, 1, 3, 99, 99},
+        {0xFFFFFFF, 1, 3, 99, 99},
+        // 0x10000001 * 16 is 16 in 32 bits: entry 1, as the index size is 32-bit too.
+        {0x10000001, 0, 0, 1, 96},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE("entry " + std::to_string(r.n));
+        const entry_fields e = entry_at(h, r.n);
+        EXPECT_EQ(e.result, r.result);
+        EXPECT_EQ(e.stream, r.stream);
+        EXPECT_EQ(e.size, r.size);
+        if (r.result != 0) {
+            EXPECT_EQ(aviin_goto_idx1_sample(h, r.n), r.go_to);
+        }
+    }
+    // Neither reading entries nor moving past the index moved the walk.
     const auto first = next_chunk(h);
     EXPECT_EQ(first.first, "00dc");
     EXPECT_EQ(first.second, filler(300, 1).bytes());
-}
-
-TEST_F(legacy_index, an_entry_number_whose_byte_position_wraps_in_32_bits_reads_the_entry_it_wraps_to) {
-    ASSERT_NE(h.get(), nullptr);
-    // 0x10000001 * 16 is 16 in 32 bits: entry 1, as the index size is 32-bit too.
-    const entry_fields e = entry_at(h, 0x10000001);
-    EXPECT_EQ(e.result, 0);
-    EXPECT_EQ(e.stream, 1u);
-    EXPECT_EQ(e.size, 96u);
 }
 
 TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_read) {
@@ -118,50 +125,29 @@ TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_re
     EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
 }
 
-TEST_F(legacy_index, moving_past_the_index_is_the_end_of_data) {
-    ASSERT_NE(h.get(), nullptr);
-    ASSERT_EQ(aviin_goto_idx1_sample(h, 3), 0);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 11), 3);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 1000), 3);
-}
-
-TEST(legacy_index_absent, every_index_call_fails_without_an_index) {
-    const indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks(), index_offsets::movi_relative, false);
-    open_file h(file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    EXPECT_EQ(entry_at(h, 0).result, 1);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 1);
-    uint32_t first = 77, last = 77;
-    EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, &last), 1);
-    EXPECT_EQ(first, 77u);
-    // The walk was left alone.
-    EXPECT_EQ(next_chunk(h).first, "00dc");
-}
-
 TEST_F(legacy_index, durations_by_chunk_type) {
     ASSERT_NE(h.get(), nullptr);
-    uint32_t num = 0, den = 0;
-    ASSERT_EQ(aviin_get_sample_duration(h, 0, 3, 0, &num, &den), 0);
-    EXPECT_EQ(num, 1u);
-    EXPECT_EQ(den, 25u);
-    // One MPEG audio frame of 1152 samples, whatever the caller's byte count.
-    ASSERT_EQ(aviin_get_sample_duration(h, 1, 1, 417, &num, &den), 0);
-    EXPECT_EQ(num, 1152u);
-    EXPECT_EQ(den, 48000u);
-    // Bytes over the rate.
-    ASSERT_EQ(aviin_get_sample_duration(h, 2, 1, 417, &num, &den), 0);
-    EXPECT_EQ(num, 417u);
-    EXPECT_EQ(den, 16000u);
-    // Per-frame data lasts nothing; the den comes from the audio table at the
-    // video stream's own index (0 here: stream 1's format).
-    ASSERT_EQ(aviin_get_sample_duration(h, 0, 4, 417, &num, &den), 0);
-    EXPECT_EQ(num, 0u);
-    EXPECT_EQ(den, 48000u);
-    num = den = 55;
-    for (uint32_t type : {0u, 2u, 5u, 6u, 7u, 8u, 10u}) EXPECT_EQ(aviin_get_sample_duration(h, 0, type, 1, &num, &den), 1) << type;
-    EXPECT_EQ(aviin_get_sample_duration(h, 20, 3, 1, &num, &den), 1);
-    EXPECT_EQ(num, 55u);
-    EXPECT_EQ(den, 55u);
+    const struct {
+        uint32_t stream, type;
+        int result;
+        uint32_t num, den;  // 55: left alone
+    } rows[] = {
+        {0, 3, 0, 1, 25},
+        {1, 1, 0, 1152, 48000},  // one MPEG audio frame, whatever the caller's byte count
+        {2, 1, 0, 417, 16000},   // bytes over the rate
+        // Per-frame data lasts nothing; the den comes from the audio table at
+        // the video stream's own index (0 here: stream 1's format).
+        {0, 4, 0, 0, 48000},
+        {0, 0, 1, 55, 55}, {0, 2, 1, 55, 55}, {0, 5, 1, 55, 55}, {0, 6, 1, 55, 55},
+        {0, 7, 1, 55, 55}, {0, 8, 1, 55, 55}, {0, 10, 1, 55, 55}, {20, 3, 1, 55, 55},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE("stream " + std::to_string(r.stream) + " type " + std::to_string(r.type));
+        uint32_t num = 55, den = 55;
+        EXPECT_EQ(aviin_get_sample_duration(h, r.stream, r.type, 417, &num, &den), r.result);
+        EXPECT_EQ(num, r.num);
+        EXPECT_EQ(den, r.den);
+    }
 }
 
 TEST(legacy_index_durations, only_1152_counts_as_a_whole_frame_here_not_576) {
@@ -186,64 +172,40 @@ span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float 
     return s;
 }
 
-// Stream 1 has four chunks starting at 0, 24, 48 and 72 ms; a chunk's time
-// in this mode is its start.
-TEST_F(legacy_index, the_search_over_fixed_duration_audio_compares_chunk_starts) {
+TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
     ASSERT_NE(h.get(), nullptr);
-    span s = search(h, 1, 1, 0.0f, 0.03f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.first, 0u);
-    EXPECT_EQ(s.last, 2u);  // 48 ms is the first start at or past 30 ms
-    s = search(h, 1, 1, 0.01f, 0.05f);
-    EXPECT_EQ(s.first, 1u);
-    EXPECT_EQ(s.last, 3u);
-    // An end beyond every chunk: last is the stream's last entry.
-    s = search(h, 1, 1, 0.03f, 10.0f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.first, 2u);
-    EXPECT_EQ(s.last, 3u);
-    // Start and end both beyond every chunk.
-    s = search(h, 1, 1, 1.0f, 2.0f);
-    EXPECT_EQ(s.result, 1);
-    EXPECT_EQ(s.first, 77u);
-    EXPECT_EQ(s.last, 77u);
-}
-
-// Stream 2's chunks end at 100, 150 and 350 ms; here a chunk's time is its end.
-TEST_F(legacy_index, the_search_over_byte_timed_audio_compares_chunk_ends) {
-    ASSERT_NE(h.get(), nullptr);
-    span s = search(h, 2, 1, 0.05f, 0.12f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.first, 0u);  // the first chunk ends at 100 ms, past 50 ms
-    EXPECT_EQ(s.last, 1u);
-    s = search(h, 2, 1, 0.12f, 0.2f);
-    EXPECT_EQ(s.first, 1u);
-    EXPECT_EQ(s.last, 2u);
-    s = search(h, 2, 1, 0.4f, 0.5f);
-    EXPECT_EQ(s.result, 1);
-}
-
-TEST_F(legacy_index, an_end_reached_before_the_start_leaves_first_alone) {
-    ASSERT_NE(h.get(), nullptr);
-    // Times never fall back, so this takes an end before the start.
-    const span s = search(h, 1, 1, 0.06f, 0.02f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.first, 77u);
-    EXPECT_EQ(s.last, 1u);
-}
-
-TEST_F(legacy_index, for_other_types_every_entry_has_time_zero) {
-    ASSERT_NE(h.get(), nullptr);
-    span s = search(h, 0, 3, 0.0f, 0.0f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.first, 0u);
-    EXPECT_EQ(s.last, 0u);
-    s = search(h, 0, 3, 0.0f, 5.0f);  // never reached: the last of the four frames
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.last, 3u);
-    EXPECT_EQ(search(h, 0, 3, 0.5f, 5.0f).result, 1);
-    // A stream with no entries of the type.
-    EXPECT_EQ(search(h, 5, 3, 0.0f, 1.0f).result, 1);
+    const struct {
+        uint32_t stream, type;
+        float start, end;
+        int result;
+        uint32_t first, last;  // 77: left alone
+    } rows[] = {
+        // Stream 1: four chunks starting at 0, 24, 48 and 72 ms; a chunk's
+        // time is its start.
+        {1, 1, 0.0f, 0.03f, 0, 0, 2},  // 48 ms is the first start at or past 30 ms
+        {1, 1, 0.01f, 0.05f, 0, 1, 3},
+        {1, 1, 0.03f, 10.0f, 0, 2, 3},  // an end beyond every chunk: the stream's last entry
+        {1, 1, 1.0f, 2.0f, 1, 77, 77},
+        // Times never fall back, so this takes an end before the start.
+        {1, 1, 0.06f, 0.02f, 0, 77, 1},
+        // Stream 2: chunks ending at 100, 150 and 350 ms; a chunk's time is its end.
+        {2, 1, 0.05f, 0.12f, 0, 0, 1},
+        {2, 1, 0.12f, 0.2f, 0, 1, 2},
+        {2, 1, 0.4f, 0.5f, 1, 77, 77},
+        // Other types: every entry has time zero.
+        {0, 3, 0.0f, 0.0f, 0, 0, 0},
+        {0, 3, 0.0f, 5.0f, 0, 0, 3},  // never reached: the last of the four frames
+        {0, 3, 0.5f, 5.0f, 1, 77, 77},
+        {5, 3, 0.0f, 1.0f, 1, 77, 77},  // a stream with no entries of the type
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE("stream " + std::to_string(r.stream) + " from " + std::to_string(r.start) + " to " +
+                     std::to_string(r.end));
+        const span s = search(h, r.stream, r.type, r.start, r.end);
+        EXPECT_EQ(s.result, r.result);
+        EXPECT_EQ(s.first, r.first);
+        EXPECT_EQ(s.last, r.last);
+    }
 }
 
 TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
@@ -258,9 +220,7 @@ TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
 
 TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
     indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
-    const int64_t idx1 = file.bytes.find("idx1");
-    ASSERT_GT(idx1, 0);
-    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0x7FFFFFF0);
+    file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0x7FFFFFF0);
     open_file h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
     // Beyond the bytes there are: values that cannot be read are 0.
@@ -273,15 +233,21 @@ TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is
     EXPECT_EQ(s.last, 2u);
 }
 
-TEST(legacy_index_damaged, an_empty_index_gives_nothing) {
-    indexed_file file = make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}});
-    const int64_t idx1 = file.bytes.find("idx1");
-    file.bytes.set_u32(static_cast<size_t>(idx1) + 4, 0);
-    open_file h(file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    EXPECT_EQ(entry_at(h, 0).result, 1);
-    EXPECT_EQ(aviin_goto_idx1_sample(h, 0), 3);
-    EXPECT_EQ(search(h, 0, 3, 0.0f, 0.0f).result, 1);
+TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the_walk_alone) {
+    for (bool with_index : {false, true}) {
+        SCOPED_TRACE(with_index ? "empty idx1" : "no idx1");
+        indexed_file file =
+            make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, with_index);
+        if (with_index) file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0);
+        open_file h(file.bytes);
+        ASSERT_NE(h.get(), nullptr);
+        EXPECT_EQ(entry_at(h, 0).result, 1);
+        EXPECT_EQ(aviin_goto_idx1_sample(h, 0), with_index ? 3 : 1);
+        const span s = search(h, 0, 3, 0.0f, 0.0f);
+        EXPECT_EQ(s.result, 1);
+        EXPECT_EQ(s.first, 77u);
+        EXPECT_EQ(next_chunk(h).first, "00dc");
+    }
 }
 
 }  // namespace
