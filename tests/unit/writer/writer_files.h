@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -75,6 +76,11 @@ inline std::string text4(const std::vector<uint8_t> &b, size_t at) {
     return std::string(reinterpret_cast<const char *>(b.data() + at), 4);
 }
 inline std::string id4(const char *s) { return std::string(s, 4); }
+// n bytes of b from at; fewer when b ends first.
+inline std::vector<uint8_t> span(const std::vector<uint8_t> &b, size_t at, size_t n) {
+    at = std::min(at, b.size());
+    return std::vector<uint8_t>(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(std::min(at + n, b.size())));
+}
 
 // Expects each {offset, value} pair as a little-endian 32-bit word at base + offset.
 inline void expect_words(const std::vector<uint8_t> &b, size_t base,
