@@ -16,8 +16,28 @@ struct reader {
     operator aviin_handle *() const { return h; }
 };
 
-std::string name_of(const char *name, int32_t length) {
-    return name == nullptr || length <= 0 ? std::string() : std::string(name, static_cast<size_t>(length));
+// The name block of a record the reader filled, freed once taken.
+template <typename Record>
+std::string take_name(Record &r) {
+    if (r.name == nullptr || r.name_length <= 0) return std::string();
+    const std::string name(r.name, static_cast<size_t>(r.name_length));
+    std::free(r.name);
+    return name;
+}
+
+// Walks the current movi list and expects the sent payloads back in order,
+// chunk i from stream i % n with the reader's type types[i % n]; gives the
+// walk's last result.
+int expect_walk(aviin_handle *h, const std::vector<std::vector<uint8_t>> &sent, const std::vector<uint32_t> &types) {
+    int last = 0;
+    const std::vector<walked> got = walk_data(h, &last);
+    EXPECT_EQ(got.size(), sent.size());
+    for (size_t i = 0; i < got.size() && i < sent.size(); ++i) {
+        EXPECT_EQ(got[i].stream, i % types.size()) << i;
+        EXPECT_EQ(got[i].type, types[i % types.size()]) << i;
+        EXPECT_EQ(got[i].data, sent[i]) << i;
+    }
+    return last;
 }
 
 }  // namespace
@@ -44,26 +64,21 @@ TEST(WriterRoundTrip, EveryStreamKind) {
 
     // Two rounds over all streams, sizes odd and even.
     std::vector<std::vector<uint8_t>> sent;
-    std::vector<uint32_t> stream_of;
     for (uint32_t round = 0; round < 2; ++round)
         for (int32_t stream = 0; stream < 6; ++stream) {
             sent.push_back(payload(10 + 3 * static_cast<uint32_t>(stream) + round, round * 16 + stream));
-            stream_of.push_back(static_cast<uint32_t>(stream));
             EXPECT_EQ(put(w, stream, stream == 0 ? AVIOUT_KEY_FRAME : 0, sent.back()), 0);
         }
     aviout_close(w);
 
-    // The audio format with three extra bytes: size 21, a pad byte outside it, then the name.
+    // The audio format with three extra bytes: size 21, a pad byte outside
+    // it, then the name "extra" with its zero byte.
     const std::vector<uint8_t> b = file_bytes(path);
     const size_t strf = strl_chunk(b, 2, "strf");
     ASSERT_NE(strf, SIZE_MAX);
-    EXPECT_EQ(le32(b, strf - 4), 21u);
-    EXPECT_EQ(le16(b, strf + 16), 3u);
-    EXPECT_EQ(b[strf + 18], 0xA0);
-    EXPECT_EQ(b[strf + 20], 0xA2);
-    EXPECT_EQ(b[strf + 21], 0u);
-    EXPECT_EQ(text4(b, strf + 22), "strn");
-    EXPECT_EQ(le32(b, strf + 26), 6u);
+    EXPECT_EQ(span(b, strf - 4, 36), (std::vector<uint8_t>{21, 0, 0, 0, 1, 0, 1, 0, 0x22, 0x56, 0, 0, 0x44, 0xAC, 0, 0,
+                                                           2, 0, 16, 0, 3, 0, 0xA0, 0xA1, 0xA2, 0, 's', 't', 'r', 'n',
+                                                           6, 0, 0, 0, 'e', 'x'}));
 
     reader h(path);
     ASSERT_NE(h.h, nullptr);
@@ -71,169 +86,132 @@ TEST(WriterRoundTrip, EveryStreamKind) {
     EXPECT_EQ(aviin_get_summary(h, &streams, &strd), 0);
     EXPECT_EQ(streams, 6);
     EXPECT_EQ(strd, 0);
-    const uint32_t kinds[6] = {3, 1, 1, 5, 6, 7};
+    const std::vector<uint32_t> kinds = {3, 1, 1, 5, 6, 7};
     for (uint32_t i = 0; i < 6; ++i) {
         uint32_t kind = 99;
         EXPECT_EQ(aviin_get_chunk_type(h, i, &kind), 0);
         EXPECT_EQ(kind, kinds[i]) << "stream " << i;
     }
 
+    // Odd names are stored with their zero byte inside the chunk.
     video_stream_format vo{};
     uint32_t length = 0;
     ASSERT_EQ(aviin_get_video_format(h, 0, &vo, &length), 0);
-    EXPECT_EQ(vo.width, 320);
-    EXPECT_EQ(vo.height, 240);
-    EXPECT_EQ(vo.scale, 1001u);
-    EXPECT_EQ(vo.rate, 30000u);
-    EXPECT_EQ(vo.quality, 7500u);
-    EXPECT_EQ(std::string(vo.handler, 4), "MJPG");
-    EXPECT_EQ(std::string(vo.compression, 4), "MJPG");
-    EXPECT_EQ(length, 2u);
-    // An odd name is stored with its zero byte inside the chunk.
-    EXPECT_EQ(vo.name_length, 4);
-    EXPECT_EQ(name_of(vo.name, vo.name_length), std::string("cam\0", 4));
-    if (vo.name_length > 0) std::free(vo.name);
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(vo.width), uint32_t(vo.height), vo.scale, vo.rate, vo.quality, length}),
+              (std::vector<uint32_t>{320, 240, 1001, 30000, 7500, 2}));
+    EXPECT_EQ(std::string(vo.handler, 4) + std::string(vo.compression, 4), "MJPGMJPG");
+    EXPECT_EQ(take_name(vo), std::string("cam\0", 4));
 
     audio_stream_format ao{};
     ASSERT_EQ(aviin_get_audio_format(h, 1, &ao), 0);
-    EXPECT_EQ(ao.rate, 16000u);
-    EXPECT_EQ(ao.scale, 1u);
-    EXPECT_EQ(ao.initial_frames, 3u);
-    EXPECT_EQ(ao.start, 5u);
-    EXPECT_EQ(ao.wave_format.format_tag, 1);
-    EXPECT_EQ(ao.wave_format.samples_per_sec, 16000u);
-    EXPECT_EQ(ao.wave_format.avg_bytes_per_sec, 32000u);
-    EXPECT_EQ(ao.wave_format.cb_size, 0);
-    EXPECT_EQ(name_of(ao.name, ao.name_length), "mic1");
-    if (ao.name_length > 0) std::free(ao.name);
-
+    const audio_format &wf = ao.wave_format;
+    EXPECT_EQ((std::vector<uint32_t>{ao.rate, ao.scale, ao.initial_frames, ao.start, wf.format_tag,
+                                     wf.samples_per_sec, wf.avg_bytes_per_sec, wf.cb_size}),
+              (std::vector<uint32_t>{16000, 1, 3, 5, 1, 16000, 32000, 0}));
+    EXPECT_EQ(take_name(ao), "mic1");
+    // The pad byte after an odd cb_size lies outside the strf size, and the
+    // reader looks for the name right after the format: the name is on disk
+    // (checked above) but not met.
     ao = audio_stream_format{};
     ASSERT_EQ(aviin_get_audio_format(h, 2, &ao), 0);
     EXPECT_EQ(ao.rate, 22050u);
-    EXPECT_EQ(ao.wave_format.cb_size, 3);
-    EXPECT_EQ(ao.wave_format.extra[0], 0xA0);
-    EXPECT_EQ(ao.wave_format.extra[1], 0xA1);
-    EXPECT_EQ(ao.wave_format.extra[2], 0xA2);
-    // The pad byte after an odd cb_size lies outside the strf size, and the
-    // reader looks for the name right after the format: the name is on disk
-    // (checked below) but not met.
-    if (ao.name_length > 0) std::free(ao.name);
+    EXPECT_EQ(std::vector<uint8_t>(wf.extra, wf.extra + wf.cb_size), (std::vector<uint8_t>{0xA0, 0xA1, 0xA2}));
+    take_name(ao);
 
     caption_stream_format co{};
     ASSERT_EQ(aviin_get_text_caption_format(h, 3, &co), 0);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(co.format.value[i], text.format.value[i]) << i;
+    EXPECT_EQ(std::memcmp(co.format.value, text.format.value, sizeof co.format.value), 0);
     co = caption_stream_format{};
     ASSERT_EQ(aviin_get_chapter_format(h, 5, &co), 0);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(co.format.value[i], chapter.format.value[i]) << i;
+    EXPECT_EQ(std::memcmp(co.format.value, chapter.format.value, sizeof co.format.value), 0);
 
     video_stream_format bo{};
     ASSERT_EQ(aviin_get_bitmap_caption_format(h, 4, &bo, &length), 0);
-    EXPECT_EQ(bo.width, 720);
-    EXPECT_EQ(bo.height, 576);
+    EXPECT_EQ((std::vector<int32_t>{bo.width, bo.height}), (std::vector<int32_t>{720, 576}));
     EXPECT_EQ(std::string(bo.compression, 4), "KQSB");
-    EXPECT_EQ(name_of(bo.name, bo.name_length), std::string("Bitmaps\0", 8));
-    if (bo.name_length > 0) std::free(bo.name);
+    EXPECT_EQ(take_name(bo), std::string("Bitmaps\0", 8));
 
-    const uint32_t chunk_kinds[6] = {3, 1, 1, 5, 6, 7};
-    int last = 0;
-    const std::vector<walked> got = walk_data(h, &last);
-    ASSERT_EQ(got.size(), sent.size());
-    for (size_t i = 0; i < got.size(); ++i) {
-        EXPECT_EQ(got[i].stream, stream_of[i]) << i;
-        EXPECT_EQ(got[i].type, chunk_kinds[stream_of[i]]) << i;
-        EXPECT_EQ(got[i].data, sent[i]) << i;
-    }
+    const int last = expect_walk(h, sent, kinds);
     EXPECT_TRUE(last == 1 || last == 3) << last;
 }
 
-// Names of odd and even length, an empty name, and the quirk: a stream given
-// without a name clears the name at the last video stream's position of its
-// own kind's table.
-TEST(WriterRoundTrip, NamesAndTheNameClearingQuirk) {
-    scratch_path path;
-    aviout_handle *w = aviout_open(path, 0, 0);
-    ASSERT_NE(w, nullptr);
+namespace {
+
+// Gives a stream of a kind (v, a or t) with the name, or none for null.
+int set_named(char kind, const char *name, aviout_handle *w) {
     int32_t s = -1;
-    const video_stream_format v = video_record("MJPG", "even");
-    const audio_stream_format named = audio_record(8000, "first");
-    const audio_stream_format unnamed = audio_record(8000, nullptr);
-    ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &named, nullptr), 0);
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &named, nullptr), 0);
-    // audio slot 0 (video_count - 1 = 0) loses "first"; slot 1 keeps it.
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &unnamed, nullptr), 0);
-    EXPECT_EQ(w->audio_formats[0].name, nullptr);
-    EXPECT_EQ(w->audio_formats[0].name_length, 0);
-    ASSERT_NE(w->audio_formats[1].name, nullptr);
-    ASSERT_EQ(put(w, 0, 1, payload(8, 1)), 0);
-    aviout_close(w);
-
-    const std::vector<uint8_t> b = file_bytes(path);
-    const size_t names[4] = {strl_chunk(b, 0, "strn"), strl_chunk(b, 1, "strn"), strl_chunk(b, 2, "strn"),
-                             strl_chunk(b, 3, "strn")};
-    ASSERT_NE(names[0], SIZE_MAX);
-    EXPECT_EQ(le32(b, names[0] - 4), 4u);
-    EXPECT_EQ(text4(b, names[0]), "even");
-    ASSERT_NE(names[1], SIZE_MAX);
-    EXPECT_EQ(le32(b, names[1] - 4), 0u) << "cleared name: an empty strn";
-    ASSERT_NE(names[2], SIZE_MAX);
-    EXPECT_EQ(le32(b, names[2] - 4), 6u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[names[2]]), 6), std::string("first\0", 6));
-    ASSERT_NE(names[3], SIZE_MAX);
-    EXPECT_EQ(le32(b, names[3] - 4), 0u);
-
-    reader h(path);
-    ASSERT_NE(h.h, nullptr);
-    audio_stream_format ao{};
-    ASSERT_EQ(aviin_get_audio_format(h, 1, &ao), 0);
-    EXPECT_EQ(ao.name_length, 0);
-    ao = audio_stream_format{};
-    ASSERT_EQ(aviin_get_audio_format(h, 2, &ao), 0);
-    EXPECT_EQ(ao.name_length, 6);
-    if (ao.name_length > 0) std::free(ao.name);
+    const video_stream_format v = video_record("MJPG", name);
+    const audio_stream_format a = audio_record(8000, name);
+    const caption_stream_format t = caption_record(name);
+    if (kind == 'v') return aviout_set_video_format(w, &s, &v, nullptr);
+    return kind == 'a' ? aviout_set_audio_format(w, &s, &a, nullptr) : aviout_set_text_caption_format(w, &s, &t);
 }
 
-TEST(WriterRoundTrip, UnnamedStreamsWithoutVideoClearNothing) {
-    scratch_path path;
-    aviout_handle *w = aviout_open(path, 0, 0);
-    ASSERT_NE(w, nullptr);
-    int32_t s = -1;
-    const caption_stream_format named = caption_record("Subtitle a");
-    const caption_stream_format unnamed = caption_record(nullptr);
-    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &named), 0);
-    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &unnamed), 0);
-    EXPECT_NE(w->text_captions[0].name, nullptr);
-    EXPECT_EQ(w->text_captions[0].name_length, 10);
-    aviout_close(w);
+}  // namespace
+
+// Names of odd and even length, an empty name, and the quirk: a stream given
+// without a name clears the name at the last video stream's position of its
+// own kind's table; with no video stream it clears nothing.
+TEST(WriterRoundTrip, NamesAndTheNameClearingQuirk) {
+    struct stream {
+        char kind;
+        const char *name;
+        std::string strn;   // the strn payload as written
+    };
+    const std::vector<std::vector<stream>> files = {
+        // Audio slot 0 (video_count - 1 = 0) loses "first"; slot 1 keeps it.
+        {{'v', "even", "even"}, {'a', "first", ""}, {'a', "first", std::string("first\0", 6)}, {'a', nullptr, ""}},
+        {{'t', "Subtitle a", "Subtitle a"}, {'t', nullptr, ""}},
+    };
+    for (const std::vector<stream> &file : files) {
+        SCOPED_TRACE(file[0].kind);
+        scratch_path path;
+        aviout_handle *w = aviout_open(path, 0, 0);
+        ASSERT_NE(w, nullptr);
+        for (const stream &st : file) ASSERT_EQ(set_named(st.kind, st.name, w), 0);
+        ASSERT_EQ(put(w, 0, 1, payload(8, 1)), 0);
+        aviout_close(w);
+
+        const std::vector<uint8_t> b = file_bytes(path);
+        reader h(path);
+        ASSERT_NE(h.h, nullptr);
+        for (size_t i = 0; i < file.size(); ++i) {
+            const size_t strn = strl_chunk(b, static_cast<int>(i), "strn");
+            ASSERT_NE(strn, SIZE_MAX) << i;
+            EXPECT_EQ(le32(b, strn - 4), file[i].strn.size()) << i;
+            EXPECT_EQ(std::string(b.begin() + static_cast<long>(strn), b.begin() + static_cast<long>(strn + file[i].strn.size())),
+                      file[i].strn) << i;
+            if (file[i].kind != 'a') continue;
+            audio_stream_format ao{};
+            ASSERT_EQ(aviin_get_audio_format(h, static_cast<uint32_t>(i), &ao), 0);
+            EXPECT_EQ(take_name(ao), file[i].strn) << "the reader agrees on stream " << i;
+        }
+    }
 }
 
 // The strd block goes to the first video record; clearing addresses the last.
 TEST(WriterRoundTrip, StrdSetOnFirstVideoClearedOnLast) {
-    const uint8_t block[6] = {1, 2, 3, 4, 5, 6};
-    {
+    const std::vector<uint8_t> block = {1, 2, 3, 4, 5, 6};
+    for (int videos = 1; videos <= 2; ++videos) {
+        SCOPED_TRACE(videos);
         scratch_path path;
         aviout_handle *w = aviout_open(path, 0, 0);
         ASSERT_NE(w, nullptr);
-        int32_t s = -1;
-        const video_stream_format v0 = video_record("MJPG", "v0");
-        const video_stream_format v1 = video_record("H264", "v1");
-        ASSERT_EQ(aviout_set_video_format(w, &s, &v0, nullptr), 0);
-        ASSERT_EQ(aviout_set_video_format(w, &s, &v1, nullptr), 0);
-        EXPECT_EQ(aviout_set_strd_info(w, block, 6), 0);
-        EXPECT_EQ(aviout_clear_strd_info(w), 0) << "the second stream has none: nothing to clear";
+        for (int i = 0; i < videos; ++i) ASSERT_EQ(set_named('v', i == 0 ? "v0" : "v1", w), 0);
+        EXPECT_EQ(aviout_set_strd_info(w, block.data(), 6), 0);
+        EXPECT_EQ(aviout_clear_strd_info(w), 0) << "with two streams the second has none: nothing to clear";
         ASSERT_EQ(put(w, 0, 1, payload(4, 0)), 0);
         aviout_close(w);
 
         const std::vector<uint8_t> b = file_bytes(path);
+        EXPECT_EQ(strl_chunk(b, videos - 1, "strd"), SIZE_MAX);
+        if (videos == 1) continue;
+        // Header word, size and the data; no pad byte before the name.
         const size_t strd = strl_chunk(b, 0, "strd");
         ASSERT_NE(strd, SIZE_MAX);
-        EXPECT_EQ(le32(b, strd - 4), 14u) << "header word, size and the data";
-        EXPECT_EQ(le32(b, strd), 2u);
-        EXPECT_EQ(le32(b, strd + 4), 6u);
-        EXPECT_EQ(std::vector<uint8_t>(b.begin() + strd + 8, b.begin() + strd + 14),
-                  std::vector<uint8_t>(block, block + 6));
-        EXPECT_EQ(text4(b, strd + 14), "strn") << "no pad byte";
-        EXPECT_EQ(strl_chunk(b, 1, "strd"), SIZE_MAX);
+        expect_words(b, strd - 4, {{0, 14}, {4, 2}, {8, 6}});
+        EXPECT_EQ(span(b, strd + 8, 6), block);
+        EXPECT_EQ(text4(b, strd + 14), "strn");
 
         reader h(path);
         ASSERT_NE(h.h, nullptr);
@@ -245,21 +223,10 @@ TEST(WriterRoundTrip, StrdSetOnFirstVideoClearedOnLast) {
         EXPECT_EQ(aviin_get_strd_info(h, 0, &data, &size), 0);
         ASSERT_EQ(size, 6);
         ASSERT_NE(data, nullptr);
-        EXPECT_EQ(std::memcmp(data, block, 6), 0);
+        EXPECT_EQ(std::vector<uint8_t>(data, data + 6), block);
         video_stream_format vo{};
         ASSERT_EQ(aviin_get_video_format(h, 0, &vo, nullptr), 0);
-        EXPECT_EQ(name_of(vo.name, vo.name_length), "v0") << "the name after a strd block is still read";
-        if (vo.name_length > 0) std::free(vo.name);
-    }
-    {
-        scratch_path path;
-        aviout_handle *w = open_video_writer(path);
-        ASSERT_NE(w, nullptr);
-        EXPECT_EQ(aviout_set_strd_info(w, block, 6), 0);
-        EXPECT_EQ(aviout_clear_strd_info(w), 0);
-        ASSERT_EQ(put(w, 0, 1, payload(4, 0)), 0);
-        aviout_close(w);
-        EXPECT_EQ(strl_chunk(file_bytes(path), 0, "strd"), SIZE_MAX);
+        EXPECT_EQ(take_name(vo), "v0") << "the name after a strd block is still read";
     }
 }
 
@@ -293,13 +260,7 @@ TEST(WriterRoundTrip, SwappedIds) {
 
     reader h(path, 1);
     ASSERT_NE(h.h, nullptr);
-    const std::vector<walked> got = walk_data(h);
-    ASSERT_EQ(got.size(), sent.size());
-    for (size_t i = 0; i < got.size(); ++i) {
-        EXPECT_EQ(got[i].type, i % 2 == 0 ? 3u : 1u) << i;
-        EXPECT_EQ(got[i].stream, i % 2) << i;
-        EXPECT_EQ(got[i].data, sent[i]) << i;
-    }
+    expect_walk(h, sent, {3, 1});
 }
 
 namespace {
@@ -322,10 +283,17 @@ std::vector<uint8_t> with_extensions(uint32_t list, const std::vector<uint8_t> &
     return file_bytes(path);
 }
 
+// Appends a chunk header (id and size field) and the given payload bytes.
+void add_chunk(std::vector<uint8_t> &out, const char *id, uint32_t size, const std::vector<uint8_t> &data) {
+    out.insert(out.end(), id, id + 4);
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(size >> (8 * i)));
+    out.insert(out.end(), data.begin(), data.end());
+}
+
 }  // namespace
 
 // MTDA and MENU after the JUNK chunk, bare or in a LIST "KQDT", stored at
-// even size with a zero pad byte.
+// even size with a zero pad byte; the movi list follows them directly.
 TEST(WriterExtensions, MetadataAndMenuBlocks) {
     const std::vector<uint8_t> meta = {'m', 'e', 't', 'a', '!'};
     const std::vector<uint8_t> menu = {'M', 'N', 'U', '1'};
@@ -336,39 +304,26 @@ TEST(WriterExtensions, MetadataAndMenuBlocks) {
         ASSERT_FALSE(b.empty());
         const chunk_at junk = find_child(b, 0, "JUNK");
         ASSERT_NE(junk.pos, SIZE_MAX);
-        const size_t after_junk = junk.data() + junk.size;
-        EXPECT_EQ(after_junk % 2048, 0u);
-        size_t at = after_junk;
-        if (list == 1) {
-            EXPECT_EQ(text4(b, at), "LIST");
-            EXPECT_EQ(le32(b, at + 4), 4u + 14 + 12);
-            EXPECT_EQ(text4(b, at + 8), "KQDT");
-            at += 12;
-        }
-        EXPECT_EQ(text4(b, at), "MTDA");
-        EXPECT_EQ(le32(b, at + 4), 6u);
-        EXPECT_EQ(std::vector<uint8_t>(b.begin() + at + 8, b.begin() + at + 14),
-                  (std::vector<uint8_t>{'m', 'e', 't', 'a', '!', 0}));
-        at += 14;
-        EXPECT_EQ(text4(b, at), "MENU");
-        EXPECT_EQ(le32(b, at + 4), 4u);
-        EXPECT_EQ(text4(b, at + 8), "MNU1");
-        at += 12;
-        EXPECT_EQ(text4(b, at), "LIST");
-        EXPECT_EQ(text4(b, at + 8), "movi") << "the movi list follows the extension data directly";
-        EXPECT_NE((at + 12) % 2048, 0u) << "so the first data is no longer aligned";
+        const size_t at = junk.data() + junk.size;
+        EXPECT_EQ(at % 2048, 0u);
+        std::vector<uint8_t> want;
+        if (list == 1) add_chunk(want, "LIST", 4 + 14 + 12, {'K', 'Q', 'D', 'T'});
+        add_chunk(want, "MTDA", 6, {'m', 'e', 't', 'a', '!', 0});
+        add_chunk(want, "MENU", 4, menu);
+        ASSERT_EQ(span(b, at, want.size()), want);
+        const size_t movi = at + want.size();
+        EXPECT_EQ(text4(b, movi) + text4(b, movi + 8), "LISTmovi");
+        EXPECT_NE((movi + 12) % 2048, 0u) << "so the first data is no longer aligned";
 
+        // Only blocks inside KQDT are read back.
         reader h(path);
         ASSERT_NE(h.h, nullptr);
         uint8_t *data = nullptr;
         int32_t size = -1;
         EXPECT_EQ(aviin_get_metadata_info(h, &data, &size), 0);
-        if (list == 1) {
-            ASSERT_EQ(size, 6);
-            ASSERT_NE(data, nullptr);
+        ASSERT_EQ(size, list == 1 ? 6 : 0);
+        if (size > 0) {
             EXPECT_EQ(std::memcmp(data, "meta!\0", 6), 0);
-        } else {
-            EXPECT_EQ(size, 0) << "bare blocks outside KQDT are not read";
         }
         EXPECT_EQ(walk_data(h).size(), 1u);
     }
@@ -400,12 +355,16 @@ namespace {
 // A prepared menu file: an "MRIF" chunk of total bytes, filled with a pattern.
 std::vector<uint8_t> menu_file(size_t total) {
     std::vector<uint8_t> m = payload(static_cast<uint32_t>(total), 0x31);
-    if (total >= 8) {
-        std::memcpy(m.data(), "MRIF", 4);
-        const uint32_t size = static_cast<uint32_t>(total - 8);
-        for (int i = 0; i < 4; ++i) m[4 + i] = static_cast<uint8_t>(size >> (8 * i));
-    }
+    std::vector<uint8_t> head;
+    add_chunk(head, "MRIF", static_cast<uint32_t>(total - 8), {});
+    std::copy(head.begin(), head.end(), m.begin());
     return m;
+}
+
+// A menu file's copy at a position: its bytes 20..27 replaced by the position.
+std::vector<uint8_t> copied_at(std::vector<uint8_t> menu, size_t at) {
+    for (int i = 0; i < 8; ++i) menu[20 + static_cast<size_t>(i)] = static_cast<uint8_t>(static_cast<uint64_t>(at) >> (8 * i));
+    return menu;
 }
 
 }  // namespace
@@ -418,36 +377,26 @@ TEST(WriterMenuFiles, HeadAndTailCopies) {
     const std::vector<uint8_t> hm = menu_file(2500), tm = menu_file(1200);
     put_file(head, hm);
     put_file(tail, tm);
-    const std::vector<uint8_t> meta = {1, 2, 3, 4};
-    const std::vector<uint8_t> b = with_extensions(1, meta, {}, head, tail, path);
+    const std::vector<uint8_t> b = with_extensions(1, {1, 2, 3, 4}, {}, head, tail, path);
     ASSERT_FALSE(b.empty());
 
     const chunk_at kqdt = find_child(b, 0, "LIST", "KQDT");
     ASSERT_NE(kqdt.pos, SIZE_MAX);
     const size_t head_at = kqdt.pos + 8 + kqdt.size;
     ASSERT_LE(head_at + hm.size(), b.size());
-    std::vector<uint8_t> expected = hm;
-    for (int i = 0; i < 8; ++i) expected[20 + i] = static_cast<uint8_t>(static_cast<uint64_t>(head_at) >> (8 * i));
-    EXPECT_EQ(std::vector<uint8_t>(b.begin() + head_at, b.begin() + head_at + hm.size()), expected);
-    EXPECT_EQ(le64(b, head_at + 20), head_at);
+    EXPECT_EQ(span(b, head_at, hm.size()), copied_at(hm, head_at));
     const size_t movi = head_at + hm.size();
-    EXPECT_EQ(text4(b, movi), "LIST");
-    EXPECT_EQ(text4(b, movi + 8), "movi");
+    EXPECT_EQ(text4(b, movi) + text4(b, movi + 8), "LISTmovi");
 
-    // movi: the data chunk, then the tail copy; idx1 after the list.
+    // movi: the data chunk, then the tail copy, which ends the list; idx1 follows.
     const std::vector<chunk_at> in_movi = children(b, movi);
     ASSERT_EQ(in_movi.size(), 2u);
     EXPECT_EQ(in_movi[0].id, "00dc");
     const size_t tail_at = in_movi[1].pos;
-    EXPECT_EQ(in_movi[1].id, "MRIF");
-    EXPECT_EQ(le64(b, tail_at + 20), tail_at);
-    expected = tm;
-    for (int i = 0; i < 8; ++i) expected[20 + i] = static_cast<uint8_t>(static_cast<uint64_t>(tail_at) >> (8 * i));
-    EXPECT_EQ(std::vector<uint8_t>(b.begin() + tail_at, b.begin() + tail_at + tm.size()), expected);
-    EXPECT_EQ(movi + 8 + le32(b, movi + 4), tail_at + tm.size()) << "the tail is inside movi";
+    EXPECT_EQ(span(b, tail_at, tm.size()), copied_at(tm, tail_at));
+    EXPECT_EQ(movi + 8 + le32(b, movi + 4), tail_at + tm.size());
     EXPECT_EQ(text4(b, tail_at + tm.size()), "idx1");
-    // The source files are untouched.
-    EXPECT_EQ(file_bytes(head), hm);
+    EXPECT_EQ(file_bytes(head), hm) << "the source files are untouched";
 
     reader h(path);
     ASSERT_NE(h.h, nullptr);
@@ -456,113 +405,92 @@ TEST(WriterMenuFiles, HeadAndTailCopies) {
     EXPECT_EQ(first.data, payload(6, 9));
 }
 
+// A file of 27 bytes is too short to hold the position field and is copied
+// as it is; 28 bytes are patched; a path that cannot be opened writes nothing.
 TEST(WriterMenuFiles, ShortAndMissingFiles) {
-    scratch_path short_file, path;
-    const std::vector<uint8_t> small = payload(27, 3);
-    put_file(short_file, small);
-    const std::vector<uint8_t> b = with_extensions(0, {}, {}, short_file, nullptr, path);
-    const chunk_at junk = find_child(b, 0, "JUNK");
-    const size_t at = junk.data() + junk.size;
-    EXPECT_EQ(std::vector<uint8_t>(b.begin() + at, b.begin() + at + 27), small) << "too short to patch";
-
-    // 28 bytes hold the position field: patched.
-    const std::vector<uint8_t> just = payload(28, 4);
-    put_file(short_file, just);
-    const std::vector<uint8_t> b28 = with_extensions(0, {}, {}, short_file);
-    EXPECT_EQ(le64(b28, at + 20), at);
-    EXPECT_EQ(std::vector<uint8_t>(b28.begin() + at, b28.begin() + at + 20),
-              std::vector<uint8_t>(just.begin(), just.begin() + 20));
-
     const std::vector<uint8_t> plain = with_extensions(0, {}, {});
-    const std::vector<uint8_t> missing =
-        with_extensions(0, {}, {}, "/nonexistent/kelqavi/head", "/nonexistent/kelqavi/tail");
-    EXPECT_EQ(missing, plain) << "a path that cannot be opened writes nothing";
-}
-
-// append=1: the new AVI follows the old bytes, which stay as they were.
-TEST(WriterAppend, SecondAviAfterAnExistingOne) {
-    scratch_path path;
-    aviout_handle *w = open_video_writer(path);
-    ASSERT_NE(w, nullptr);
-    put(w, 0, 1, payload(100, 1));
-    put(w, 0, 0, payload(51, 2));
-    aviout_close(w);
-    const std::vector<uint8_t> old = file_bytes(path);
-    ASSERT_EQ(old.size() % 2, 0u);
-
-    w = aviout_open(path, 0, 1);
-    ASSERT_NE(w, nullptr);
-    EXPECT_EQ(w->file_start, static_cast<int64_t>(old.size()));
-    int32_t s = -1;
-    const video_stream_format v = video_record("H264", "second", 32, 16);
-    ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
-    std::vector<std::vector<uint8_t>> sent;
-    for (uint32_t i = 0; i < 5; ++i) {
-        sent.push_back(payload(30 + i, 40 + i));
-        ASSERT_EQ(put(w, 0, i == 0 ? 1 : 0, sent.back()), 0);
+    const chunk_at junk = find_child(plain, 0, "JUNK");
+    const size_t at = junk.data() + junk.size;
+    for (const uint32_t size : {27u, 28u}) {
+        scratch_path menu;
+        const std::vector<uint8_t> m = payload(size, size);
+        put_file(menu, m);
+        const std::vector<uint8_t> b = with_extensions(0, {}, {}, menu);
+        EXPECT_EQ(span(b, at, size), size < 28 ? m : copied_at(m, at)) << size;
     }
-    aviout_close(w);
-
-    const std::vector<uint8_t> b = file_bytes(path);
-    ASSERT_GT(b.size(), old.size());
-    EXPECT_EQ(std::vector<uint8_t>(b.begin(), b.begin() + static_cast<long>(old.size())), old);
-    const size_t start = old.size();
-    EXPECT_EQ(text4(b, start), "RIFF");
-    EXPECT_EQ(text4(b, start + 8), "AVI ");
-    EXPECT_EQ(start + 8 + le32(b, start + 4), b.size()) << "the second form ends at the end of its idx1";
-    const chunk_at junk = find_child(b, start, "JUNK");
-    ASSERT_NE(junk.pos, SIZE_MAX);
-    EXPECT_EQ((junk.data() + junk.size) % 2048, 0u) << "aligned by absolute position";
-    const chunk_at idx = find_child(b, start, "idx1");
-    ASSERT_NE(idx.pos, SIZE_MAX);
-    EXPECT_EQ(le32(b, idx.data() + 8), 4u) << "idx1 offsets count from the second movi";
-    EXPECT_EQ(avih_value(b, 4, start), 5u);
-
-    reader h(path);
-    ASSERT_NE(h.h, nullptr);
-    int32_t count = 0;
-    EXPECT_EQ(aviin_get_riff_count(h, &count), 0);
-    EXPECT_EQ(count, 2);
-    int64_t offset = -1;
-    ASSERT_EQ(aviin_get_riff_offset(h, 1, &offset), 0);
-    EXPECT_EQ(offset, static_cast<int64_t>(start));
-    ASSERT_EQ(aviin_goto_riff(h, 0, offset), 0);
-    const std::vector<walked> got = walk_data(h);
-    ASSERT_EQ(got.size(), sent.size());
-    for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i].data, sent[i]) << i;
+    EXPECT_EQ(with_extensions(0, {}, {}, "/nonexistent/kelqavi/head", "/nonexistent/kelqavi/tail"), plain);
 }
 
-TEST(WriterAppend, AfterBytesOfOddLength) {
-    scratch_path path;
-    const std::vector<uint8_t> old = payload(3001, 5);
-    put_file(path, old);
-    aviout_handle *w = aviout_open(path, 1, 1);
-    ASSERT_NE(w, nullptr);
-    w->index_chunk_seconds = 2.0;
-    int32_t s = -1;
-    const video_stream_format v = video_record();
-    const double frame = 0.04;
-    ASSERT_EQ(aviout_set_video_format(w, &s, &v, &frame), 0);
-    for (uint32_t i = 0; i < 4; ++i) ASSERT_EQ(put(w, 0, 1, payload(10, i)), 0);
-    aviout_close(w);
-    const std::vector<uint8_t> b = file_bytes(path);
-    EXPECT_EQ(std::vector<uint8_t>(b.begin(), b.begin() + 3001), old);
-    EXPECT_EQ(text4(b, 3001), "RIFF");
-    const chunk_at junk = find_child(b, 3001, "JUNK");
-    ASSERT_NE(junk.pos, SIZE_MAX);
-    EXPECT_EQ((junk.data() + junk.size) % 2048, 0u);
-    // The JUNK chunk lands on the boundary with an odd size and no pad byte:
-    // a walk that rounds sizes up would miss movi, so look for it where it is.
-    EXPECT_EQ(junk.size % 2, 1u);
-    const chunk_at movi{junk.data() + junk.size, "LIST", 0, "movi"};
-    EXPECT_EQ(text4(b, movi.pos), "LIST");
-    EXPECT_EQ(text4(b, movi.pos + 8), "movi");
-    // The super index's entry points at an absolute position inside this form.
-    const size_t indx = strl_chunk(b, 0, "indx", 3001);
-    ASSERT_NE(indx, SIZE_MAX);
-    const uint64_t ix = le64(b, indx + 24);
-    EXPECT_GT(ix, movi.pos);
-    EXPECT_EQ(text4(b, static_cast<size_t>(ix)), std::string("ix0\0", 4));
+// append=1: the new AVI follows the old bytes, which stay as they were, after
+// a whole AVI or after bytes of odd length. The header area is aligned by
+// absolute position: after odd bytes the JUNK chunk has an odd size and no
+// pad byte, so a walk that rounds sizes up would miss movi.
+TEST(WriterAppend, SecondAviAfterExistingBytes) {
+    for (const uint32_t odml : {0u, 1u}) {
+        SCOPED_TRACE(odml);
+        scratch_path path;
+        if (odml == 0) {
+            aviout_handle *w = open_video_writer(path);
+            ASSERT_NE(w, nullptr);
+            put(w, 0, 1, payload(100, 1));
+            put(w, 0, 0, payload(51, 2));
+            aviout_close(w);
+        } else {
+            put_file(path, payload(3001, 5));
+        }
+        const std::vector<uint8_t> old = file_bytes(path);
+        const size_t start = old.size();
+        aviout_handle *w = aviout_open(path, odml, 1);
+        ASSERT_NE(w, nullptr);
+        EXPECT_EQ(w->file_start, static_cast<int64_t>(start));
+        w->index_chunk_seconds = 2.0;
+        int32_t s = -1;
+        const video_stream_format v = video_record("H264", "second", 32, 16);
+        const double frame = 0.04;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, &frame), 0);
+        std::vector<std::vector<uint8_t>> sent;
+        for (uint32_t i = 0; i < 5; ++i) {
+            sent.push_back(payload(30 + i, 40 + i));
+            ASSERT_EQ(put(w, 0, i == 0 ? 1 : 0, sent.back()), 0);
+        }
+        aviout_close(w);
+
+        const std::vector<uint8_t> b = file_bytes(path);
+        ASSERT_GT(b.size(), start);
+        EXPECT_EQ(span(b, 0, start), old);
+        EXPECT_EQ(text4(b, start) + text4(b, start + 8), "RIFFAVI ");
+        const chunk_at junk = find_child(b, start, "JUNK");
+        ASSERT_NE(junk.pos, SIZE_MAX);
+        const size_t movi = junk.data() + junk.size;
+        EXPECT_EQ(movi % 2048, 0u);
+        EXPECT_EQ(junk.size % 2, start % 2);
+        EXPECT_EQ(text4(b, movi) + text4(b, movi + 8), "LISTmovi");
+        if (odml != 0) {
+            // The super index's entry points at an absolute position inside this form.
+            const size_t indx = strl_chunk(b, 0, "indx", start);
+            ASSERT_NE(indx, SIZE_MAX);
+            const uint64_t ix = le64(b, indx + 24);
+            EXPECT_GT(ix, movi);
+            EXPECT_EQ(text4(b, static_cast<size_t>(ix)), std::string("ix0\0", 4));
+            continue;
+        }
+        EXPECT_EQ(start + 8 + le32(b, start + 4), b.size()) << "the second form ends at the end of its idx1";
+        const chunk_at idx = find_child(b, start, "idx1");
+        ASSERT_NE(idx.pos, SIZE_MAX);
+        EXPECT_EQ(le32(b, idx.data() + 8), 4u) << "idx1 offsets count from the second movi";
+        EXPECT_EQ(avih_value(b, 4, start), 5u);
+
+        reader h(path);
+        ASSERT_NE(h.h, nullptr);
+        int32_t count = 0;
+        EXPECT_EQ(aviin_get_riff_count(h, &count), 0);
+        EXPECT_EQ(count, 2);
+        int64_t offset = -1;
+        ASSERT_EQ(aviin_get_riff_offset(h, 1, &offset), 0);
+        EXPECT_EQ(offset, static_cast<int64_t>(start));
+        ASSERT_EQ(aviin_goto_riff(h, 0, offset), 0);
+        expect_walk(h, sent, {3});
+    }
 }
 
 TEST(WriterAppend, MissingFileFails) {

@@ -9,11 +9,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kelqavi.h"
@@ -73,6 +76,17 @@ inline std::string text4(const std::vector<uint8_t> &b, size_t at) {
     return std::string(reinterpret_cast<const char *>(b.data() + at), 4);
 }
 inline std::string id4(const char *s) { return std::string(s, 4); }
+// n bytes of b from at; fewer when b ends first.
+inline std::vector<uint8_t> span(const std::vector<uint8_t> &b, size_t at, size_t n) {
+    at = std::min(at, b.size());
+    return std::vector<uint8_t>(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(std::min(at + n, b.size())));
+}
+
+// Expects each {offset, value} pair as a little-endian 32-bit word at base + offset.
+inline void expect_words(const std::vector<uint8_t> &b, size_t base,
+                         std::initializer_list<std::pair<size_t, uint32_t>> words) {
+    for (const auto &w : words) EXPECT_EQ(le32(b, base + w.first), w.second) << "at +" << w.first;
+}
 
 // One chunk of a list: where its id is, the id and size as stored, and the
 // list type for LIST and RIFF chunks.
