@@ -348,6 +348,46 @@ KELQAVI_API aviin_handle *aviin_open(const char *path, uint32_t swapped_ids);
 /* Releases the handle and all it owns; null does nothing. */
 KELQAVI_API void aviin_close(aviin_handle *h);
 
+/* Tolerant reading (not used by aviin_open, whose behaviour is unchanged).
+ * Real files written by other programs break a few rules the designed reader
+ * holds to; each tolerance below lets the reader take one such file form
+ * instead of refusing it or losing its frames:
+ *   LONG_VIDEO_FORMAT  a video format longer than its 40-byte header (a
+ *                      palette, codec set-up data) is taken; the bytes past
+ *                      the header are kept and handed out by
+ *                      aviin_get_video_format_extra.
+ *   INDEX_CHUNKS       "ix##" / "##ix" standard-index chunks inside "movi"
+ *                      are passed over by the walks as chunks of their own
+ *                      size (type 8), never resynced through.
+ *   FILE_IDX1          "idx1" offsets counted from the start of the file are
+ *                      recognised by checking the first entries against the
+ *                      chunk headers they point at, and used; every answer is
+ *                      still counted as for a "movi"-relative index.
+ *   DB_FRAMES          "db" chunks (uncompressed video, as some writers mark
+ *                      every frame) count as frames of their video stream
+ *                      beside its "dc" chunks, for the key-frame table and
+ *                      the frame lookups. */
+#define AVIIN_TOLERATE_LONG_VIDEO_FORMAT 0x01u
+#define AVIIN_TOLERATE_INDEX_CHUNKS 0x02u
+#define AVIIN_TOLERATE_FILE_IDX1 0x04u
+#define AVIIN_TOLERATE_DB_FRAMES 0x08u
+#define AVIIN_TOLERATE_ALL 0x0Fu
+/* aviin_open with the tolerances given (an OR of AVIIN_TOLERATE_ flags;
+ * other bits are ignored). With 0 it is aviin_open. */
+KELQAVI_API aviin_handle *aviin_open_tolerant(const char *path, uint32_t swapped_ids, uint32_t tolerances);
+/* The tolerances the handle was opened with (*allowed) and those this file
+ * has needed so far (*needed, a subset of *allowed): a tolerance is needed
+ * once the reader has met the file form it covers, at open or later (a walk
+ * meeting an index chunk, a key-table build reading idx1). Either pointer
+ * may be null. 1 only for a null h. */
+KELQAVI_API int aviin_get_tolerances(aviin_handle *h, uint32_t *allowed, uint32_t *needed);
+/* The bytes of a video stream's format past its 40-byte header (taken only
+ * under AVIIN_TOLERATE_LONG_VIDEO_FORMAT); stream as for
+ * aviin_get_video_format. *data stays the handle's; null and 0 when the
+ * format has no extra bytes. 1 for a null argument or a stream out of range. */
+KELQAVI_API int aviin_get_video_format_extra(aviin_handle *h, int32_t stream, const uint8_t **data,
+                                             uint32_t *size);
+
 /* stream_count = streams met; strd_count = video streams carrying a strd block. */
 KELQAVI_API int aviin_get_summary(aviin_handle *h, int32_t *stream_count, int32_t *strd_count);
 /* Kind of a stream (see above). Not checked against the streams met (an
@@ -882,6 +922,13 @@ typedef struct aviout_handle {
     int64_t checkpoint_junk_pos;
     uint8_t *header_image;              /* the header area, as checkpoints render it */
     int64_t header_image_size;
+    /* CALLER-SET, default 0 (the designed bytes). Non-zero writes the
+     * standard form every player reads: OpenDML standard indexes as "ix00"
+     * and super indexes naming "00dc"/"01wb", every data chunk listed in
+     * idx1 (also the one put as an index chunk went out), the caller's codec
+     * codes kept as given, and text-caption and chapter streams given a
+     * valid rate and scale. Set before the first chunk. */
+    uint32_t standard_profile;
 } aviout_handle;
 
 /* Creates path ("wb"), or with append non-zero opens it "r+b" and writes the

@@ -72,6 +72,10 @@ struct aviin_handle {
     // The open file, kept apart from the list stack so that it is closed even
     // when a failure leaves the handle standing in no list.
     FILE *file;
+    // Tolerant reading: the AVIIN_TOLERATE_ flags asked for at open, and
+    // those the file has needed so far.
+    uint32_t tolerances;
+    uint32_t tolerances_needed;
 };
 
 namespace kelq {
