@@ -802,7 +802,7 @@ typedef struct odml_track_state {
     uint32_t index_bytes;        /* data bytes added to it */
     double frame_duration;       /* seconds per chunk, given at set-up */
     uint32_t chunk_count;        /* chunks added to it */
-    int32_t stream_type;         /* 3 video, 1 audio */
+    int32_t stream_type;         /* 3 video, 1 audio; 5, 6, 7 caption kinds */
     uint32_t entries_per_chunk;  /* N = index_chunk_seconds / frame_duration */
     int64_t spare;
     uint32_t std_index_buf_size; /* N x 8 + 48: the ix## chunk's length on disk */
