@@ -922,7 +922,7 @@ typedef struct aviout_handle {
     int64_t checkpoint_junk_pos;
     uint8_t *header_image;              /* the header area, as checkpoints render it */
     int64_t header_image_size;
-    /* CALLER-SET, default 0 (the designed bytes). Non-zero writes the
+    /* CALLER-SET, default 0 (the library's own form). Non-zero writes the
      * standard form every player reads. Set before the first stream setter.
      * What changes:
      * - standard index chunks are "ix" and both digits of the stream

@@ -186,9 +186,9 @@ int write_standard_index(aviout_handle *w, int32_t track) {
     odml_track_state *t = w->odml_track[track];
     FILE *file = w->file;
     uint32_t status = 0;
-    // The designed writer records the ix## chunk in the legacy index slot
-    // of the data chunk being put, which idx1 then leaves out with it; the
-    // standard profile leaves that slot to the data chunk.
+    // By default the ix## chunk takes the legacy index slot of the data
+    // chunk being put, which idx1 then leaves out with it; the standard
+    // profile leaves that slot to the data chunk.
     const bool entry_free =
         w->standard_profile == 0 && w->index_count >= 0 && w->index_count < AVIOUT_INDEX_CAPACITY;
     const int64_t chunk_pos = file_tell(file);

@@ -32,7 +32,7 @@ uint32_t code_of(const char (&chars)[4]) { return load_le<uint32_t>(reinterpret_
 
 bool is_xvid(uint32_t code) { return code == fourcc("xvid") || code == fourcc("XVID"); }
 
-// The designed writer gives xvid streams the library's own codes; the
+// By default xvid streams get the library's own codes; the
 // standard profile keeps the caller's, so players find the decoder.
 uint32_t stored_code(const aviout_handle *w, uint32_t code, uint32_t replacement) {
     return w->standard_profile == 0 && is_xvid(code) ? replacement : code;
@@ -143,8 +143,9 @@ void write_audio_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, 
     if (w->odml == 1) write_super_index(w, stream);
 }
 
-void write_caption_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const caption_stream_format &r, bool chapter) {
-    // Designed: no timing at all. The standard profile gives the stream
+void write_caption_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const caption_stream_format &r,
+                          bool chapter) {
+    // By default no timing at all. The standard profile gives the stream
     // millisecond ticks, so players that divide by the rate can.
     const bool timed = w->standard_profile != 0;
     fill_strh(h, {type_txts, 0, 0, 0, timed ? caption_scale : 0, timed ? caption_rate : 0, 0, no_quality, 0, 0});

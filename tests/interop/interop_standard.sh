@@ -4,7 +4,7 @@
 # chapter, checkpoints; OpenDML on and off), played by every player here:
 # ffprobe and ffmpeg say nothing and ffprobe finds every chunk put, mplayer
 # and GStreamer play without a complaint, MediaInfo names the codecs given.
-# The same checks are run on files with the designed bytes, where the ones
+# The same checks are run on files in the default form, where the ones
 # that should fail must fail. A standard-profile recording killed while it
 # writes is repaired and keeps its standard form.
 # Usage: interop_standard.sh CHECKER TOOL MAKER STANDARD_MAKER   (native builds only)
@@ -67,7 +67,7 @@ verdicts() {
 }
 
 # profile odml codec -> what the five players (ffprobe ffmpeg mplayer
-# gstreamer mediainfo) make of the file. The designed bytes: an XVID stream
+# gstreamer mediainfo) make of the file. The default form: an XVID stream
 # named by the library's own codes that nobody decodes, a stray "Kelq"
 # writing library, and with OpenDML the idx1 records lost at every index
 # flush (ffprobe misses packets, mplayer runs out of audio).

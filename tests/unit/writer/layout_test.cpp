@@ -77,7 +77,7 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
         // first thing past the 2048 boundary: offset 4 in idx1.
         const chunk_at junk = find_child(b, 0, "JUNK");
         EXPECT_EQ(junk.pos, hdrl.pos + 8 + hdrl.size);
-        // Designed filler "Kelq " repeated; zeros in the standard profile.
+        // Filler "Kelq " repeated; zeros in the standard profile.
         const char filler[] = "Kelq ";
         for (size_t i = 0; i < junk.size; ++i) ASSERT_EQ(b[junk.data() + i], profile ? 0 : filler[i % 5]) << i;
         // Two super indexes of 1632 bytes push the header area past 2048.
@@ -187,61 +187,62 @@ TEST(WriterLayout, AudioCaptionAndBitmapCaptionHeaders) {
         uint32_t profile, scale, rate;
     } const forms[] = {{0, 0, 0}, {1, 1, 1000}};
     for (const form &fm : forms) {
-    SCOPED_TRACE(fm.profile);
-    scratch_path path;
-    aviout_handle *w = aviout_open(path, 0, 0);
-    ASSERT_NE(w, nullptr);
-    w->standard_profile = fm.profile;
-    int32_t s;
-    const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
-    const caption_stream_format text = caption_record("Subtitle", 0x1111);
-    const caption_stream_format chapter = caption_record("Chapter", 0x2222);
-    const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
-    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &text), 0);
-    ASSERT_EQ(aviout_set_chapter_format(w, &s, &chapter), 0);
-    ASSERT_EQ(aviout_set_bitmap_caption_format(w, &s, &bitmap), 0);
-    put(w, 0, 0, payload(1001, 1));
-    put(w, 1, 0, payload(17, 2));
-    put(w, 1, 0, payload(40, 3));
-    put(w, 2, 0, payload(5, 4));
-    put(w, 3, 0, payload(300, 5));
-    aviout_close(w);
-    const std::vector<uint8_t> b = file_bytes(path);
-    // No video stream: the avih timing fields stay 0; no super indexes.
-    expect_words(b, avih_data(b), {{0, 0}, {16, 0}, {24, 4}});
-    EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
+        SCOPED_TRACE(fm.profile);
+        scratch_path path;
+        aviout_handle *w = aviout_open(path, 0, 0);
+        ASSERT_NE(w, nullptr);
+        w->standard_profile = fm.profile;
+        int32_t s;
+        const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
+        const caption_stream_format text = caption_record("Subtitle", 0x1111);
+        const caption_stream_format chapter = caption_record("Chapter", 0x2222);
+        const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
+        ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
+        ASSERT_EQ(aviout_set_text_caption_format(w, &s, &text), 0);
+        ASSERT_EQ(aviout_set_chapter_format(w, &s, &chapter), 0);
+        ASSERT_EQ(aviout_set_bitmap_caption_format(w, &s, &bitmap), 0);
+        put(w, 0, 0, payload(1001, 1));
+        put(w, 1, 0, payload(17, 2));
+        put(w, 1, 0, payload(40, 3));
+        put(w, 2, 0, payload(5, 4));
+        put(w, 3, 0, payload(300, 5));
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
+        // No video stream: the avih timing fields stay 0; no super indexes.
+        expect_words(b, avih_data(b), {{0, 0}, {16, 0}, {24, 4}});
+        EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
 
-    // Audio: 1001 bytes in samples of 4 make a length of 251, rounded up.
-    size_t h = strl_chunk(b, 0, "strh");
-    EXPECT_EQ(text4(b, h + strh_type), "auds");
-    expect_words(b, h, {{strh_handler, 0}, {strh_initial, 3}, {strh_scale, 1}, {strh_rate, 44100}, {strh_start, 5},
-                        {strh_length, 251}, {strh_buffer, 1001}, {strh_quality, 0xFFFFFFFFu}, {strh_sample, 4},
-                        {strh_rect, 0}, {strh_rect + 4, 0}});
-    size_t f = strl_chunk(b, 0, "strf");
-    expect_words(b, f - 4, {{0, 20}, {4, 1 | 1 << 16}, {8, 44100}, {20, 2 | 0xA0 << 16 | 0xA1u << 24}});
-    EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
+        // Audio: 1001 bytes in samples of 4 make a length of 251, rounded up.
+        size_t h = strl_chunk(b, 0, "strh");
+        EXPECT_EQ(text4(b, h + strh_type), "auds");
+        expect_words(b, h, {{strh_handler, 0}, {strh_initial, 3}, {strh_scale, 1}, {strh_rate, 44100}, {strh_start, 5},
+                            {strh_length, 251}, {strh_buffer, 1001}, {strh_quality, 0xFFFFFFFFu}, {strh_sample, 4},
+                            {strh_rect, 0}, {strh_rect + 4, 0}});
+        size_t f = strl_chunk(b, 0, "strf");
+        expect_words(b, f - 4, {{0, 20}, {4, 1 | 1 << 16}, {8, 44100}, {20, 2 | 0xA0 << 16 | 0xA1u << 24}});
+        EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
 
-    // Text caption and chapter: "txts", designed without timing, length 0
-    // whatever was written; the format's values stored in the order 0, 1, 3, 2.
-    for (int stream = 1; stream <= 2; ++stream) {
-        SCOPED_TRACE(stream);
-        const uint32_t base = stream == 1 ? 0x1111 : 0x2222;
-        h = strl_chunk(b, stream, "strh");
-        EXPECT_EQ(text4(b, h + strh_type), "txts");
-        expect_words(b, h, {{strh_handler, 0}, {strh_scale, fm.scale}, {strh_rate, fm.rate}, {strh_length, 0},
-                            {strh_quality, 0xFFFFFFFFu}, {strh_rect, 0}, {strh_rect + 4, 0}});
-        expect_words(b, strl_chunk(b, stream, "strf") - 4, {{0, 8}, {4, base | base * 2 << 16}, {8, base * 4 | base * 3 << 16}});
-    }
-    EXPECT_EQ(le32(b, strl_chunk(b, 1, "strh") + strh_buffer), 40u);
+        // Text caption and chapter: "txts", by default without timing, length 0
+        // whatever was written; the format's values stored in the order 0, 1, 3, 2.
+        for (int stream = 1; stream <= 2; ++stream) {
+            SCOPED_TRACE(stream);
+            const uint32_t base = stream == 1 ? 0x1111 : 0x2222;
+            h = strl_chunk(b, stream, "strh");
+            EXPECT_EQ(text4(b, h + strh_type), "txts");
+            expect_words(b, h, {{strh_handler, 0}, {strh_scale, fm.scale}, {strh_rate, fm.rate}, {strh_length, 0},
+                                {strh_quality, 0xFFFFFFFFu}, {strh_rect, 0}, {strh_rect + 4, 0}});
+            expect_words(b, strl_chunk(b, stream, "strf") - 4,
+                         {{0, 8}, {4, base | base * 2 << 16}, {8, base * 4 | base * 3 << 16}});
+        }
+        EXPECT_EQ(le32(b, strl_chunk(b, 1, "strh") + strh_buffer), 40u);
 
-    h = strl_chunk(b, 3, "strh");
-    EXPECT_EQ(text4(b, h + strh_type), "vids");
-    EXPECT_EQ(text4(b, h + strh_handler), "SUBP");
-    expect_words(b, h, {{strh_flags, 1}, {strh_rate, 25}, {strh_length, 1}, {strh_rect + 4, 720 | 575 << 16}});
-    f = strl_chunk(b, 3, "strf");
-    EXPECT_EQ(text4(b, f + 16), "KQSB");
-    expect_words(b, f, {{12, 1 | 4 << 16}, {20, 720 * 575 / 2}});
+        h = strl_chunk(b, 3, "strh");
+        EXPECT_EQ(text4(b, h + strh_type), "vids");
+        EXPECT_EQ(text4(b, h + strh_handler), "SUBP");
+        expect_words(b, h, {{strh_flags, 1}, {strh_rate, 25}, {strh_length, 1}, {strh_rect + 4, 720 | 575 << 16}});
+        f = strl_chunk(b, 3, "strf");
+        EXPECT_EQ(text4(b, f + 16), "KQSB");
+        expect_words(b, f, {{12, 1 | 4 << 16}, {20, 720 * 575 / 2}});
     }
 }
 
