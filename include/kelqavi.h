@@ -807,7 +807,7 @@ typedef struct odml_track_state {
     uint32_t index_bytes;        /* data bytes added to it */
     double frame_duration;       /* seconds per chunk, given at set-up */
     uint32_t chunk_count;        /* chunks added to it */
-    int32_t stream_type;         /* 3 video, 1 audio */
+    int32_t stream_type;         /* 3 video, 1 audio; 5, 6, 7 caption kinds */
     uint32_t entries_per_chunk;  /* N = index_chunk_seconds / frame_duration */
     int64_t spare;
     uint32_t std_index_buf_size; /* N x 8 + 48: the ix## chunk's length on disk */
@@ -927,12 +927,23 @@ typedef struct aviout_handle {
     int64_t checkpoint_junk_pos;
     uint8_t *header_image;              /* the header area, as checkpoints render it */
     int64_t header_image_size;
-    /* CALLER-SET, default 0 (the designed bytes). Non-zero writes the
-     * standard form every player reads: OpenDML standard indexes as "ix00"
-     * and super indexes naming "00dc"/"01wb", every data chunk listed in
-     * idx1 (also the one put as an index chunk went out), the caller's codec
-     * codes kept as given, and text-caption and chapter streams given a
-     * valid rate and scale. Set before the first chunk. */
+    /* CALLER-SET, default 0 (the library's own form). Non-zero writes the
+     * standard form every player reads. Set before the first stream setter.
+     * What changes:
+     * - standard index chunks are "ix" and both digits of the stream
+     *   ("ix00", "ix01"), and the dwChunkId of super and standard indexes
+     *   is the stream's data chunk id ("00dc", "01wb"; "dc00" with
+     *   swapped_ids), so aviin_get_indx_entry finds them;
+     * - idx1 lists every data chunk, also the one put when an ix## chunk
+     *   went out before it;
+     * - xvid handler and compression codes are written as given;
+     * - text-caption and chapter streams get scale 1 and rate 1000
+     *   (millisecond ticks) instead of 0 and 0;
+     * - with OpenDML, text-caption, bitmap-caption and chapter streams get
+     *   a super index and standard indexes too (a new standard index every
+     *   64 chunks), as players that use the OpenDML indexes drop a stream
+     *   without one;
+     * - the header area's "JUNK" filler is zero bytes. */
     uint32_t standard_profile;
 } aviout_handle;
 
