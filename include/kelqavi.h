@@ -370,7 +370,8 @@ KELQAVI_API void aviin_close(aviin_handle *h);
  *                      the frame lookups as chunks of their own size, with
  *                      type KELQAVI_CHUNK_INDEX and the stream number of their
  *                      two digits, never resynced through; a resync scan also
- *                      ends at one.
+ *                      ends at one, and the audio walk of
+ *                      aviin_get_chunk_offsets counts none as audio.
  *   FILE_IDX1          "idx1" offsets counted from the start of the file are
  *                      recognised and used by aviin_goto_idx1_sample, the
  *                      key-frame table and the lookups built on it. The first

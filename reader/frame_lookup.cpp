@@ -95,7 +95,7 @@ int aviin_get_chunk_offsets(aviin_handle *h, const keyindex_table *key_table, ui
         const int r = kelq::step_header(h, s);
         if (r == result_end_of_list) return result_ok;
         if (r != result_ok) return result_failed;
-        if (s.stream != static_cast<uint32_t>(audio_stream)) continue;
+        if (s.stream != static_cast<uint32_t>(audio_stream) || kelq::is_passed_over(h, s.type)) continue;
         if (fixed) {
             t = static_cast<float>(c) * chunk_seconds;
             ++c;

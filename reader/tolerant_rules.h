@@ -19,6 +19,12 @@ inline void note_needed(aviin_handle *h, uint32_t flag) { h->tolerances_needed |
 // index-chunk tolerance also KELQAVI_CHUNK_INDEX for "ix" and two digits.
 uint32_t movi_chunk_type(aviin_handle *h, uint32_t id);
 
+// True for an index chunk the walks pass over under the index-chunk
+// tolerance: it holds no stream data, whatever stream its id names.
+inline bool is_passed_over(const aviin_handle *h, uint32_t type) {
+    return type == KELQAVI_CHUNK_INDEX && tolerates(h, AVIIN_TOLERATE_INDEX_CHUNKS);
+}
+
 // True for a chunk of that type code that counts as a frame of its video
 // stream: "dc", and "db" too under the db-frame tolerance.
 inline bool is_frame_type(aviin_handle *h, uint32_t type) {

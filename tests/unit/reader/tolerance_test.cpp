@@ -206,4 +206,29 @@ TEST(tolerances, each_file_form_with_its_tolerance_off_and_on) {
     }
 }
 
+// The audio walk of aviin_get_chunk_offsets (key frame 1, indexed, is no
+// frame in "movi", so the audio of frames 0 to 1 is looked for) ends on the
+// last audio chunk, not on the audio stream's index chunk after it.
+TEST(tolerances, the_audio_walk_passes_over_an_index_chunk_of_its_stream) {
+    indexed_file f = make_indexed(video_and_audio(), {{"00dc", filler(40, 1), true}, {"01wb", filler(20, 2)},
+                                                      {"01wb", filler(20, 3)}, {"00dc", filler(8, 4), true},
+                                                      {"ix01", ix00_body(), false, false}});
+    f.bytes.set_u32(static_cast<size_t>(f.chunks[3].header), make_fourCC("JUNK"));
+    temp_file file(f.bytes);
+    for (uint32_t flags : {0u, index_chunks}) {
+        aviin_handle *h = aviin_open_tolerant(file.path(), 0, flags);
+        ASSERT_NE(h, nullptr);
+        std::vector<keyindex_entry> storage(4);
+        keyindex_table t;
+        ASSERT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 0), 0);
+        ASSERT_EQ(aviin_build_keyindex_entry(h, &t, 0), 3);
+        uint64_t video_start = 0, video_end = 0, first = 0, last = 0;
+        ASSERT_EQ(aviin_get_chunk_offsets(h, &t, 0, 0, 1, 1.0f, &video_start, &video_end, 1, &first, &last), 0);
+        EXPECT_EQ(video_end, KELQAVI_NOT_FOUND);
+        EXPECT_EQ(static_cast<int64_t>(first), f.chunks[1].header);
+        EXPECT_EQ(static_cast<int64_t>(last) == f.chunks[2].header, flags != 0) << last;
+        aviin_close(h);
+    }
+}
+
 }  // namespace
