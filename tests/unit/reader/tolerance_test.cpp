@@ -45,7 +45,7 @@ std::vector<planned> frames(const char *id) {
 
 byte_image video_and_audio() { return hdrl({video_list(1, 25), audio_list(1, 8000, 1, 1, 8000)}); }
 
-enum class form { plain, long_palette, long_codec_data, ix_in_movi, file_idx1, db_only, db_file_idx1 };
+enum class form { plain, long_palette, long_codec_data, ix_in_movi, file_idx1, db_only, db_file_idx1, both_places };
 
 indexed_file make(form f) {
     switch (f) {
@@ -64,6 +64,13 @@ indexed_file make(form f) {
         return make_indexed(video_and_audio(), frames("00db"));
     case form::db_file_idx1:
         return make_indexed(video_and_audio(), frames("00db"), index_offsets::absolute);
+    case form::both_places: {
+        // The first entry, an indexed JUNK, names a JUNK chunk counted from
+        // "movi" and another one counted from the start of the file.
+        std::vector<planned> c = frames("00dc");
+        c.insert(c.begin(), {{"JUNK", byte_image(), false, false}, {"JUNK", filler(4, 6)}});
+        return make_indexed(byte_image().chunk("JUNK", filler(4, 7)).append(video_and_audio()), c);
+    }
     default:
         return make_indexed(video_and_audio(), frames("00dc"));
     }
@@ -112,6 +119,7 @@ const char *const same = "";
 const row rows[] = {
     {form::plain, 0, true, 0, "", dc_walk, same, 3, 4, 2, 0, 0, 4, 0},
     {form::plain, all, true, 0, "", dc_walk, same, 3, 4, 2, 0, 0, 4, 0},
+    {form::both_places, all, true, 0, "", "-J -J 0dc 1wb 0dc 0dc 0dc =3", same, 3, 4, 2, 0, 0, 4, 0},
     {form::long_palette, 0, false, 0, "", "", same, 0, 0, 0, 0, 0, 0, 0},
     {form::long_palette, all ^ long_format, false, 0, "", "", same, 0, 0, 0, 0, 0, 0, 0},
     {form::long_palette, long_format, true, 1024, "cam", dc_walk, same, 3, 4, 2, 0, 0, 4, long_format},
@@ -163,7 +171,7 @@ void expect_frames(aviin_handle *h, const indexed_file &f, const row &r) {
     EXPECT_EQ(t.count, r.keys);
     keyindex_entry first;
     std::memset(&first, 0, sizeof first);
-    first.video_offset = f.relative(f.chunks[0].header);
+    first.video_offset = f.relative(f.chunks[f.chunks[0].id == "JUNK" ? 2 : 0].header);
     if (t.count > 0) {
         EXPECT_EQ(t.entries[0].video_offset, first.video_offset);  // counted from "movi"
     }
