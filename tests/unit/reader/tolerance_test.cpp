@@ -45,7 +45,9 @@ std::vector<planned> frames(const char *id) {
 
 byte_image video_and_audio() { return hdrl({video_list(1, 25), audio_list(1, 8000, 1, 1, 8000)}); }
 
-enum class form { plain, long_palette, long_codec_data, ix_in_movi, file_idx1, db_only, db_file_idx1, both_places };
+enum class form {
+    plain, long_palette, long_codec_data, ix_in_movi, ix_after_unknown, file_idx1, db_only, db_file_idx1, both_places
+};
 
 indexed_file make(form f) {
     switch (f) {
@@ -53,9 +55,11 @@ indexed_file make(form f) {
         return make_indexed(hdrl({long_format_strl(1024, false), audio_list(1, 8000, 1, 1, 8000)}), frames("00dc"));
     case form::long_codec_data:
         return make_indexed(hdrl({long_format_strl(33, true), audio_list(1, 8000, 1, 1, 8000)}), frames("00dc"));
-    case form::ix_in_movi: {
+    case form::ix_in_movi:
+    case form::ix_after_unknown: {
         std::vector<planned> c = frames("00dc");
         c.insert(c.begin() + 2, {"ix00", ix00_body(), false, false});
+        if (f == form::ix_after_unknown) c.insert(c.begin() + 2, {"abcd", byte_image().text("zzzz"), false, false});
         return make_indexed(video_and_audio(), c);
     }
     case form::file_idx1:
@@ -114,6 +118,7 @@ struct row {
 
 const char *const dc_walk = "0dc 1wb 0dc 0dc 0dc =3";
 const char *const db_walk = "0db 1wb 0db 0db 0db =3";
+const char *const ix_lost = "0dc 1wb 0? -? -? -? 0dc =3";
 const char *const same = "";
 
 const row rows[] = {
@@ -129,9 +134,12 @@ const row rows[] = {
     // the "00dc" stored in it reads as a frame running past the list, and
     // the frames after the index are lost. The whole-chunk walk resyncs onto
     // that id and fails on its size.
-    {form::ix_in_movi, 0, true, 0, "", "0dc 1wb 0? -? -? -? 0dc =3", "0dc 1wb 0? =1", 3, 4, 2, 1, 0, 4, 0},
-    {form::ix_in_movi, all ^ index_chunks, true, 0, "", "0dc 1wb 0? -? -? -? 0dc =3", "0dc 1wb 0? =1", 3, 4, 2, 1, 0, 4, 0},
+    {form::ix_in_movi, 0, true, 0, "", ix_lost, "0dc 1wb 0? =1", 3, 4, 2, 1, 0, 4, 0},
+    {form::ix_in_movi, all ^ index_chunks, true, 0, "", ix_lost, "0dc 1wb 0? =1", 3, 4, 2, 1, 0, 4, 0},
     {form::ix_in_movi, index_chunks, true, 0, "", "0dc 1wb 0ix 0dc 0dc 0dc =3", same, 3, 4, 2, 0, 0, 4, index_chunks},
+    // The whole-chunk walk resyncs from an unknown chunk up to the index.
+    {form::ix_after_unknown, index_chunks, true, 0, "", "0dc 1wb -? -? -? 0ix 0dc 0dc 0dc =3",
+     "0dc 1wb -? 0ix 0dc 0dc 0dc =3", 3, 4, 2, 0, 0, 4, index_chunks},
     {form::file_idx1, 0, true, 0, "", dc_walk, same, 1, 0, 0, 0, 1, 4, 0},
     {form::file_idx1, all ^ file_idx1, true, 0, "", dc_walk, same, 1, 0, 0, 0, 1, 4, 0},
     {form::file_idx1, file_idx1, true, 0, "", dc_walk, same, 3, 4, 2, 0, 0, 4, file_idx1},
@@ -184,7 +192,8 @@ void expect_frames(aviin_handle *h, const indexed_file &f, const row &r) {
 void expect_index(aviin_handle *h, const indexed_file &f, const row &r) {
     uint32_t type = 0, stream = 0, size = 0, first = 0, last = 0;
     uint64_t data = 0;
-    const bool moved = aviin_goto_idx1_sample(h, 3) == 0 && aviin_get_next_chunk_type(h, &type, &stream, &data, &size) == 0;
+    const bool moved =
+        aviin_goto_idx1_sample(h, 3) == 0 && aviin_get_next_chunk_type(h, &type, &stream, &data, &size) == 0;
     EXPECT_EQ(moved && static_cast<int64_t>(data) - 8 == f.chunks[f.index_order[3]].header ? 0 : 1, r.sample);
     const int timed = aviin_get_start_end_by_time(h, 0, KELQAVI_CHUNK_VIDEO, 0.0f, 10.0f, &first, &last);
     EXPECT_EQ(timed == 0 ? static_cast<int>(last) + 1 : -1, r.timed);
