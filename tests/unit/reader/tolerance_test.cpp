@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@
 using namespace kelqtest;
 
 namespace {
+
+using handle = std::unique_ptr<aviin_handle, decltype(&aviin_close)>;
 
 constexpr uint32_t all = AVIIN_TOLERATE_ALL;
 constexpr uint32_t long_format = AVIIN_TOLERATE_LONG_VIDEO_FORMAT;
@@ -175,6 +178,7 @@ void expect_frames(aviin_handle *h, const indexed_file &f, const row &r) {
     for (int calls = 0; calls < 8 && (built = aviin_build_keyindex_entry(h, &t, 0)) == 0; ++calls) {
     }
     EXPECT_EQ(built, r.build);
+    EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), r.build);  // and again
     EXPECT_EQ(t.frames_scanned, r.frames);
     EXPECT_EQ(t.count, r.keys);
     keyindex_entry first;
@@ -204,7 +208,9 @@ TEST(tolerances, each_file_form_with_its_tolerance_off_and_on) {
         const indexed_file f = make(r.file);
         SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(r.file) << " flags " << r.flags);
         temp_file file(f.bytes);
-        aviin_handle *h = r.flags == 0 ? aviin_open(file.path(), 0) : aviin_open_tolerant(file.path(), 0, r.flags);
+        const handle owned(r.flags == 0 ? aviin_open(file.path(), 0) : aviin_open_tolerant(file.path(), 0, r.flags),
+                           aviin_close);
+        aviin_handle *h = owned.get();
         ASSERT_EQ(h != nullptr, r.opens);
         if (h == nullptr) continue;
         expect_format(h, r);
@@ -219,7 +225,6 @@ TEST(tolerances, each_file_form_with_its_tolerance_off_and_on) {
         // Reading the header list again replaces the extra bytes.
         ASSERT_EQ(aviin_goto_riff(h, 0, 0), 0);
         expect_format(h, r);
-        aviin_close(h);
     }
 }
 
@@ -233,7 +238,8 @@ TEST(tolerances, the_audio_walk_passes_over_an_index_chunk_of_its_stream) {
     f.bytes.set_u32(static_cast<size_t>(f.chunks[3].header), make_fourCC("JUNK"));
     temp_file file(f.bytes);
     for (uint32_t flags : {0u, index_chunks}) {
-        aviin_handle *h = aviin_open_tolerant(file.path(), 0, flags);
+        const handle owned(aviin_open_tolerant(file.path(), 0, flags), aviin_close);
+        aviin_handle *h = owned.get();
         ASSERT_NE(h, nullptr);
         std::vector<keyindex_entry> storage(4);
         keyindex_table t;
@@ -244,7 +250,6 @@ TEST(tolerances, the_audio_walk_passes_over_an_index_chunk_of_its_stream) {
         EXPECT_EQ(video_end, KELQAVI_NOT_FOUND);
         EXPECT_EQ(static_cast<int64_t>(first), f.chunks[1].header);
         EXPECT_EQ(static_cast<int64_t>(last) == f.chunks[2].header, flags != 0) << last;
-        aviin_close(h);
     }
 }
 
