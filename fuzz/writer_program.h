@@ -30,7 +30,7 @@ struct stream_given {
 };
 
 struct writer_run {
-    uint32_t odml = 0, swapped_ids = 0, extension_list = 0;
+    uint32_t odml = 0, swapped_ids = 0, extension_list = 0, standard_profile = 0;
     bool append = false;
     bool close_with_result = false;   // aviout_close2, else aviout_close
     int64_t prefix_length = 0;        // bytes before this AVI (a file of its own when appending)

@@ -66,12 +66,15 @@ aviout_handle *open_writer(byte_source &in, writer_run &run, const char *path) {
     run.close_with_result = (flags & 4) != 0;
     run.extension_list = (flags >> 3) & 1;
     run.swapped_ids = (flags >> 4) & 1;
+    run.standard_profile = (flags >> 5) & 1;
     if (run.append) {
         if (!write_first_avi(path)) return nullptr;
         run.prefix_length = file_length(path);
     }
     aviout_handle *w = aviout_open(path, run.odml, run.append ? 1 : 0);
     if (w == nullptr) return nullptr;
+    // The profile is read by the stream setters, so it is set first.
+    w->standard_profile = run.standard_profile;
     w->index_chunk_seconds = index_seconds[fields & 7];
     w->checkpoint_seconds = checkpoint_seconds[(fields >> 3) & 3];
     w->checkpoint_sync = (fields >> 5) & 1;
