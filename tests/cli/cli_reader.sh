@@ -87,6 +87,17 @@ check "info: its rate" has '^  rate / scale  *8000 / 1 = 8000 blocks/s$'
 check "info: the segment" has "^  0       0  'AVI '  2144  at 2048, 56 bytes$"
 check "info: idx1" has '^  idx1  *2 entries at 2112 (stream 0: 1, stream 1: 1)$'
 check "info: nothing on stderr" [ ! -s "$work/err" ]
+# A file that needs no tolerance says so, except with --strict.
+for command in info chunks keys; do
+    kq "$command" "$work/sample.avi"
+    check "$command: 'tolerated: none'" has '^tolerated: none$'
+    kq "$command" --json "$work/sample.avi"
+    check "$command --json: an empty tolerated list" has '"tolerated": \[\],'
+    kq "$command" --strict "$work/sample.avi"
+    check "$command --strict: no tolerated line" sh -c "! grep -q '^tolerated' '$work/out'"
+    kq "$command" --strict --json "$work/sample.avi"
+    check "$command --strict --json: tolerated is null" has '"tolerated": null,'
+done
 
 kq info --json "$work/sample.avi"
 expect_status 0 "info --json on the sample"
