@@ -115,8 +115,10 @@ int aviin_get_subtitle_offset(aviin_handle *h, const keyindex_table *key_table, 
         } else if (s.type == KELQAVI_CHUNK_BITMAP_CAPTION && s.stream == subtitle_stream) {
             char text[kelq::subtitle_text_size];
             read_span_text(h, s.data_offset, text);
+            // The parse result is not looked at: a malformed text leaves the
+            // start and length at what it could read (0 when nothing).
             uint32_t shown_from = 0, shown_for = 0;
-            if (aviin_get_subtitle_duration(h, text, &shown_from, &shown_for) != result_ok) continue;
+            aviin_get_subtitle_duration(h, text, &shown_from, &shown_for);
             if (static_cast<float>(shown_from) >= frame_ms) {
                 *offset = s.data_offset - kelq::chunk_header_size;
                 return result_ok;

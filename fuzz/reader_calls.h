@@ -15,7 +15,7 @@ struct reader_options {
     uint32_t key_capacity;    // entries of the key-frame table
     uint32_t build_slice;     // idx1 entries a build call reads (0: all that remain)
     bool index_after_moves;   // the index calls again, in the last segment entered
-    bool end_in_no_list;      // a move that fails, then every call on a handle in no list
+    bool end_in_no_list;      // a move past the end of the file, which releases the handle
     bool end_by_release;      // end by asking for the segment after the last (releases the handle)
 };
 
@@ -34,7 +34,7 @@ void walk_whole_chunks(aviin_handle *h, const reader_options &o);
 void walk_headers(aviin_handle *h, const file_view &file);
 // Every segment entered and walked both ways; false when a call released
 // the handle.
-bool walk_segments(aviin_handle *h, uint32_t swapped_ids, const reader_options &o, const file_view &file);
+bool walk_segments(aviin_handle *&h, uint32_t swapped_ids, const reader_options &o, const file_view &file);
 
 void legacy_index_calls(aviin_handle *h);
 void key_table_calls(aviin_handle *h, const reader_options &o);

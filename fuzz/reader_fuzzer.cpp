@@ -77,19 +77,12 @@ void index_calls(aviin_handle *h, const reader_options &o, const file_view &file
     menu_calls(h);
 }
 
-// A move to the end of the file enters nothing: the handle stands in no list
-// and every walking call fails until a move succeeds.
-void calls_in_no_list(aviin_handle *h, uint32_t swapped_ids, const reader_options &o, const file_view &file) {
-    check(aviin_goto_riff(h, swapped_ids, static_cast<int64_t>(file.size)) == 1,
+// A move to the end of the file enters nothing: the handle is released and
+// the caller's variable cleared.
+void move_past_the_end(aviin_handle *&h, uint32_t swapped_ids, const file_view &file) {
+    check(aviin_goto_riff_checked(&h, swapped_ids, static_cast<int64_t>(file.size)) == 1,
           "a move to the end of the file fails");
-    uint32_t type = 0, stream = 0, size = 0;
-    uint64_t offset = 0;
-    check(aviin_get_next_chunk_type(h, &type, &stream, &offset, &size) == 1, "no list: the header walk fails");
-    check(aviin_seek_by_offset(h, 0) == 1, "no list: a move by offset fails");
-    uint8_t byte = 0;
-    check(aviin_get_chunk(h, 0, &byte, 1) == 1, "no list: a read by offset fails");
-    walk_whole_chunks(h, o);
-    index_calls(h, o, file);
+    check(h == nullptr, "a move to the end of the file releases the handle");
 }
 
 void drive(const char *path, uint32_t swapped_ids, const reader_options &o, const file_view &file) {
@@ -104,7 +97,10 @@ void drive(const char *path, uint32_t swapped_ids, const reader_options &o, cons
         format_calls(h);
         index_calls(h, o, file);
     }
-    if (o.end_in_no_list) calls_in_no_list(h, swapped_ids, o, file);
+    if (o.end_in_no_list) {
+        move_past_the_end(h, swapped_ids, file);
+        return;
+    }
     if (o.end_by_release) {
         int32_t count = 0;
         aviin_get_riff_count(h, &count);

@@ -91,7 +91,7 @@ void walk_headers(aviin_handle *h, const file_view &file) {
     for (int i = 0; i < kept; ++i) walk_to(h, headers[i], file);
 }
 
-bool walk_segments(aviin_handle *h, uint32_t swapped_ids, const reader_options &o, const file_view &file) {
+bool walk_segments(aviin_handle *&h, uint32_t swapped_ids, const reader_options &o, const file_view &file) {
     walk_headers(h, file);
     int32_t count = 0;
     aviin_get_riff_count(h, &count);
@@ -101,11 +101,17 @@ bool walk_segments(aviin_handle *h, uint32_t swapped_ids, const reader_options &
             if (offset == -1) return false;   // the handle was released
             continue;
         }
-        // A segment found by number lies at a position that can be sought,
-        // so a move there never releases the handle.
-        if (aviin_goto_riff(h, swapped_ids, offset) != 0) continue;
+        // A segment header in the file's last bytes cannot be entered: the
+        // move then releases the handle.
+        if (aviin_goto_riff_checked(&h, swapped_ids, offset) != 0) {
+            if (h == nullptr) return false;
+            continue;
+        }
         walk_whole_chunks(h, o);
-        if (aviin_goto_riff(h, swapped_ids, offset) != 0) continue;
+        if (aviin_goto_riff_checked(&h, swapped_ids, offset) != 0) {
+            if (h == nullptr) return false;
+            continue;
+        }
         walk_headers(h, file);
     }
     return true;

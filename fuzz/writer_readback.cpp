@@ -190,8 +190,9 @@ void read_back(const char *path, const writer_run &run) {
     check_segments(h, run);
     // Entered again before each walk: a walk that fails at the end of the
     // file leaves the list's error flag set.
-    const bool entered = aviin_goto_riff(h, run.swapped_ids, run.prefix_length) == 0;
+    const bool entered = aviin_goto_riff_checked(&h, run.swapped_ids, run.prefix_length) == 0;
     check(entered || !readable, "the reader enters the AVI written");
+    if (h == nullptr) return;
     if (entered && readable) {
         check_streams(h, run);
         // idx1 is written when the file is finished.

@@ -433,16 +433,21 @@ KELQAVI_API int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offse
 /* Moves the reader into the segment whose header is at offset: re-reads its
  * header list (if any) and stands at its first "movi" chunk. 0 also for a
  * segment without "movi". 1 without releasing the handle when h is null or
- * has no stream; when nothing at offset can be entered as a list (past the
- * end of the file, say), the position restored and the handle standing in no
- * list, so that walking calls fail until a move succeeds; when entering a list
- * inside the segment fails (the handle standing in no list); or when its
- * "hdrl" or "movi" is bad (the position restored). 1 AFTER RELEASING THE
- * HANDLE (h must not be used or closed again) only when the segment could be
- * entered once but not a second time, which takes a read error (or a file
- * that changes underneath) or a negative offset, which cannot be sought: both
- * entries then read wherever the stream stands. */
+ * has no stream; when entering a list inside the segment fails (the handle
+ * standing in no list); or when its "hdrl" or "movi" is bad (the position
+ * restored). 1 AFTER RELEASING THE HANDLE (h must not be used or closed
+ * again) when nothing at offset can be entered as a list: at or past the end
+ * of the file or fewer than 9 bytes before it, a read error, a negative offset
+ * (which cannot be sought, so the entries read wherever the stream stands
+ * and fail only there), or no memory for the list. An offset given by
+ * aviin_get_riff_offset whose 12-byte header lies inside the file never
+ * releases the handle short of a read or allocation failure; use
+ * aviin_goto_riff_checked to be told. */
 KELQAVI_API int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset);
+/* aviin_goto_riff with the same results, through the caller's handle
+ * variable: when the move releases the handle, *handle becomes null, so the
+ * caller can always tell. 1 for a null handle pointer. */
+KELQAVI_API int aviin_goto_riff_checked(aviin_handle **handle, uint32_t swapped_ids, int64_t offset);
 
 /* Sequential reading of the current "movi" list: 0 a chunk, 1 failure, 3 end
  * of the list. On entry *size is the buffer's capacity; on return the bytes

@@ -57,7 +57,12 @@ int aviin_get_chunk_offsets(aviin_handle *h, const keyindex_table *key_table, ui
     keyindex_entry a, b;
     if (aviin_read_key_table_by_frame_no(h, key_table, start_frame, &a, -1) != result_ok) return result_failed;
     aviin_get_video_offset(h, a, video_stream, start_frame, video_start);
-    if (aviin_read_key_table_by_frame_no(h, key_table, end_frame, &b, -1) != result_ok) return result_failed;
+    // An end frame past the frames the table covers: the lookup answers 3
+    // with its last entry, and the walk goes on from there.
+    b.video_offset = not_found;
+    const int found_b = aviin_read_key_table_by_frame_no(h, key_table, end_frame, &b, -1);
+    if (found_b != result_ok && !(found_b == result_end_of_list && b.video_offset != not_found))
+        return result_failed;
     aviin_get_video_offset(h, b, video_stream, end_frame, video_end);
     if (audio_stream == -1) return result_ok;
     // The audio is looked for only when a video position is missing.

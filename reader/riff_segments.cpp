@@ -171,6 +171,41 @@ int release_for_missing_segment(aviin_handle *h, int64_t restore_pos, int64_t *o
     return result_failed;
 }
 
+// Moves into the segment at offset. The segment is entered twice, first for
+// its legacy index, then for its lists; when nothing there can be entered the
+// second time (past the end of the file, a read error) the handle is
+// released and `released` set.
+int goto_segment(aviin_handle *h, uint32_t swapped_ids, int64_t offset, bool &released) {
+    if (h == nullptr || h->file == nullptr) return result_failed;
+    FILE *stream = h->file;
+    const int64_t restore_pos = file_tell(stream);
+    reset_odml_state(h);
+    h->swapped_ids = swapped_ids;
+    delete_list_recursive(h->current_list);
+    h->current_list = nullptr;
+    file_seek(stream, offset, origin_start);
+    empty_stream_tables(h);
+
+    // First pass: the segment's legacy index.
+    list_node *segment = new_list(nullptr, stream);
+    h->idx1_pos = 0;
+    if (segment != nullptr) {
+        find_legacy_index(h, segment);
+        delete_list_recursive(segment);
+    }
+
+    // Second pass: header list and movie data.
+    file_seek(stream, offset, origin_start);
+    h->current_list = new_list(nullptr, stream);
+    if (h->current_list == nullptr) {
+        file_seek(stream, restore_pos, origin_start);
+        aviin_close(h);
+        released = true;
+        return result_failed;
+    }
+    return enter_segment_lists(h, swapped_ids, restore_pos);
+}
+
 }  // namespace
 
 extern "C" {
@@ -200,37 +235,16 @@ int aviin_get_riff_offset(aviin_handle *h, int32_t n, int64_t *offset) {
 }
 
 int aviin_goto_riff(aviin_handle *h, uint32_t swapped_ids, int64_t offset) {
-    if (h == nullptr || h->file == nullptr) return result_failed;
-    FILE *stream = h->file;
-    const int64_t restore_pos = file_tell(stream);
-    reset_odml_state(h);
-    h->swapped_ids = swapped_ids;
-    delete_list_recursive(h->current_list);
-    h->current_list = nullptr;
-    file_seek(stream, offset, origin_start);
-    empty_stream_tables(h);
+    bool released = false;
+    return goto_segment(h, swapped_ids, offset, released);
+}
 
-    // First pass: the segment's legacy index.
-    // Nothing that can be entered stands there: stop and report it, keeping
-    // the handle, which stands in no list until a move succeeds.
-    list_node *segment = new_list(nullptr, stream);
-    h->idx1_pos = 0;
-    if (segment == nullptr) {
-        file_seek(stream, restore_pos, origin_start);
-        return result_failed;
-    }
-    find_legacy_index(h, segment);
-    delete_list_recursive(segment);
-
-    // Second pass: header list and movie data.
-    file_seek(stream, offset, origin_start);
-    h->current_list = new_list(nullptr, stream);
-    if (h->current_list == nullptr) {
-        file_seek(stream, restore_pos, origin_start);
-        aviin_close(h);
-        return result_failed;
-    }
-    return enter_segment_lists(h, swapped_ids, restore_pos);
+int aviin_goto_riff_checked(aviin_handle **handle, uint32_t swapped_ids, int64_t offset) {
+    if (handle == nullptr) return result_failed;
+    bool released = false;
+    const int result = goto_segment(*handle, swapped_ids, offset, released);
+    if (released) *handle = nullptr;
+    return result;
 }
 
 }  // extern "C"

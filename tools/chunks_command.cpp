@@ -737,14 +737,14 @@ int run_chunks_command(int argc, char **argv) {
                 walks.push_back(w);
                 continue;
             }
-            // The form's 12-byte header lies inside the file (the RIFF layer
-            // read its type there), so the reader can enter it and a result
-            // of 1 does not release the handle: it is then only good for
-            // closing, and a fresh one goes on with the next segment.
-            if (aviin_goto_riff(walker.handle(), swapped, w.seg.offset) != 0) {
+            // A result of 1 leaves a handle that is only good for closing
+            // (or none, when the move released it); a fresh one goes on with
+            // the next segment.
+            aviin_handle *moved = walker.handle();
+            if (aviin_goto_riff_checked(&moved, swapped, w.seg.offset) != 0) {
                 w.end = walk_end::not_entered;
                 walks.push_back(w);
-                aviin_close(walker.handle());
+                aviin_close(moved);
                 walker.set_handle(open_with_mode(options.path, swapped, mode));
                 if (walker.handle() == nullptr) break;
                 continue;

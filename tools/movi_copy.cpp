@@ -166,8 +166,9 @@ bool copy_segments(movi_copy &job) {
         const riff_form &form = job.layout->forms[static_cast<size_t>(s.form)];
         if (!form.has_movi || form.menu_form) continue;
         walked[static_cast<size_t>(s.form)] = true;
-        if (aviin_goto_riff(job.h, 1, s.offset) != 0) {
+        if (aviin_goto_riff_checked(&job.h, 1, s.offset) != 0) {
             skip_list(job, s.number, form, "the reader cannot enter its segment");
+            if (job.h == nullptr) job.handle_released = true;
             continue;
         }
         if (!walk_segment(job, s.number, form, buffer, progress, chunks)) return false;

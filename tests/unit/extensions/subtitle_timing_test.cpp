@@ -258,15 +258,18 @@ TEST_F(shown_subtitle, the_walk_starts_five_seconds_before_the_frame) {
     EXPECT_EQ(r.duration, 1750u);
 }
 
-TEST_F(shown_subtitle, text_that_does_not_parse_is_passed_over) {
-    // F's span ends before it starts; G, after it, is shown.
+TEST_F(shown_subtitle, text_that_does_not_parse_counts_as_far_as_it_was_read) {
+    // F's span ends before it starts: its start is still read (11000 ms),
+    // which is past the frame's time, so F is shown, with no duration.
     shown r = at(86);  // 10750 ms
     EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(static_cast<int64_t>(r.offset), s.header("F"));
+    EXPECT_EQ(r.duration, no_duration);
+    // H is five bytes long: nothing of a start is read from it, so it counts
+    // as starting at 0 and G, with 875 ms left, is shown before H is met.
+    r = at(89);  // 11125 ms
     EXPECT_EQ(static_cast<int64_t>(r.offset), s.header("G"));
-    EXPECT_EQ(r.duration, 1250u);
-    // H is five bytes long: the bytes after it are no span either.
-    r = at(89);  // 11125 ms: G has 875 ms left, H is met after it
-    EXPECT_EQ(static_cast<int64_t>(r.offset), s.header("G"));
+    EXPECT_EQ(r.duration, 875u);
 }
 
 TEST_F(shown_subtitle, failures) {

@@ -515,9 +515,29 @@ TEST_F(frame_walk, a_missing_frame_sends_the_search_to_the_audio) {
     EXPECT_EQ(p.audio_first, header_of(s, s.pcm[static_cast<size_t>(pcm_chunk_at(s, 10))]));
 }
 
+TEST_F(frame_walk, an_end_frame_past_the_table_walks_from_its_last_entry) {
+    // Past the file's last frame: the walk ends with the list, holding the
+    // last frame it counted, so the audio is not looked for.
+    const offsets o = span_of(b, 0, 12, 80, 2.0f, 1);
+    EXPECT_EQ(o.result, 0);
+    EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
+    EXPECT_EQ(o.video_end, header_of(s, s.frames[59]));
+    EXPECT_EQ(o.audio_first, not_found);
+    // Past a table built only partly: the frame is found from its last entry.
+    table part(20);
+    ASSERT_EQ(aviin_init_keyindex(b.h, &part.t, part.storage.data(), 20, 0), 0);
+    ASSERT_EQ(aviin_build_keyindex_entry(b.h, &part.t, 40), 0);
+    ASSERT_LT(part.t.frames_scanned, 40u);
+    offsets p;
+    p.result = aviin_get_chunk_offsets(b.h, &part.t, 0, 5, 45, 2.0f, &p.video_start, &p.video_end, -1,
+                                       &p.audio_first, &p.audio_last);
+    EXPECT_EQ(p.result, 0);
+    EXPECT_EQ(p.video_end, header_of(s, s.frames[45]));
+}
+
 TEST_F(frame_walk, spans_the_search_refuses) {
     EXPECT_EQ(span_of(b, 1, 30, 31, 1.0f, 1).result, 1);    // a start more than 0.1 s after the end time
-    EXPECT_EQ(span_of(b, 0, 12, 80, 2.0f, 1).result, 1);    // frames outside the table
+    EXPECT_EQ(span_of(b, 0, 80, 85, 2.0f, 1).result, 1);    // a start frame outside the table
     EXPECT_EQ(span_of(b, 0, -1, 5, 2.0f, 1).result, 1);
     EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, 25).result, 1);  // no such audio stream, or none at all
     EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, -2).result, 1);

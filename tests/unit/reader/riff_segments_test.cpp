@@ -220,20 +220,32 @@ TEST(RiffSegments, GotoSegmentWithoutMovieDataSucceedsInTheSegment) {
     EXPECT_EQ(next_data(r.get()), "jjjj");
 }
 
-TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessTheSecondEntryFails) {
+TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessNothingCanBeEntered) {
     const two_segments t;
-    {
-        // Nothing to enter past the end of the file: 1, standing in no list; the handle recovers.
+    // Nothing to enter at the offset: 1 after releasing the handle, which the
+    // checked call reports by clearing the caller's variable. Nine bytes are
+    // enough to enter a list (every value read takes what is there): a
+    // segment with nothing in it, entered with 0.
+    const int64_t size = static_cast<int64_t>(t.file.size());
+    const struct {
+        int64_t offset;
+        bool released;
+    } moves[] = {{size + 100, true}, {size, true}, {size - 8, true}, {size - 9, false}};
+    for (const auto &m : moves) {
+        SCOPED_TRACE(m.offset);
         reader r(t.file);
         ASSERT_TRUE(r);
-        const int64_t before = file_tell(r->file);
-        EXPECT_EQ(aviin_goto_riff(r.get(), 0, static_cast<int64_t>(t.file.size()) + 100), 1);
-        EXPECT_EQ(file_tell(r->file), before);
-        EXPECT_EQ(r->current_list, nullptr);
-        EXPECT_EQ(next_data(r.get()), "#1");
-        EXPECT_EQ(offset_of(r.get(), 1), t.avix_at);
-        ASSERT_EQ(aviin_goto_riff(r.get(), 0, t.avix_at), 0);
-        EXPECT_EQ(next_data(r.get()), "frame1");
+        aviin_handle *h = r.get();
+        EXPECT_EQ(aviin_goto_riff_checked(&h, 0, m.offset), m.released ? 1 : 0);
+        EXPECT_EQ(h == nullptr, m.released);
+        if (m.released) r.released();
+    }
+    {
+        reader r(t.file);
+        ASSERT_TRUE(r);
+        EXPECT_EQ(aviin_goto_riff(r.get(), 0, size), 1);
+        r.released();
+        EXPECT_EQ(aviin_goto_riff_checked(nullptr, 0, 0), 1);
     }
     {
         // A header list that does not open with avih: 1, position restored, the failure sticks.
@@ -327,8 +339,9 @@ TEST(RiffSegments, DamagedFilesThroughEveryCall) {
             if (result == 1 && offset == -1) h = nullptr;  // released, as documented
             if (result != 0) continue;
             ASSERT_GE(offset, 0);
-            const int moved = aviin_goto_riff(h, swapped, offset);
+            const int moved = aviin_goto_riff_checked(&h, swapped, offset);
             ASSERT_TRUE(in(moved, {0, 1}));
+            if (h == nullptr) break;
             segments_entered += moved == 0;
             walk();
         }
