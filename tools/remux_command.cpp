@@ -359,7 +359,7 @@ int run_remux_command(int argc, char **argv) {
     job.out = &out;
     const bool copied = copy_segments(job);
     out.input_mode = &o.mode;
-    out.input_tolerated = job.handle_released ? 0 : tolerances_needed(job.h);
+    out.input_tolerated = job.tolerated | (job.handle_released ? 0 : tolerances_needed(job.h));
     return finish(o, out, job, copied);
 }
 
