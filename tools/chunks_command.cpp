@@ -34,6 +34,7 @@ enum chunk_flag : uint8_t {
     flag_in_index = 1 << 2,   // it lies inside an OpenDML standard index chunk (ix##)
     flag_backwards = 1 << 3,  // its size, taken as signed 32 bits, steps the header walk backwards
     flag_not_read = 1 << 4,   // too large to be worth a buffer: passed over unread
+    flag_whole_index = 1 << 5, // with flag_in_index: the ix## chunk itself, met whole as an index chunk
 };
 
 // The buffer is not grown beyond this; a larger chunk is passed over unread,
@@ -321,6 +322,7 @@ private:
         for (const index_range &r : ranges_) {
             if (position >= r.begin && position < r.end) {
                 c.flags |= flag_in_index;
+                if (type == KELQAVI_CHUNK_INDEX && position == r.begin) c.flags |= flag_whole_index;
                 c.index_owner = static_cast<uint16_t>(r.owner);
                 break;
             }
@@ -459,7 +461,10 @@ std::string notes_for(const chunk_record &c) {
     if (c.has(flag_past_eof)) add("runs past the end of the file; not read");
     if (c.has(flag_not_read)) add("too large for the buffer; passed over unread");
     if (c.has(flag_backwards)) add("size steps the walk backwards");
-    if (c.has(flag_in_index)) add("inside stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##)");
+    if (c.has(flag_whole_index))
+        add("stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##), passed whole");
+    else if (c.has(flag_in_index))
+        add("inside stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##)");
     return notes;
 }
 
@@ -623,6 +628,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         if (c.has(flag_past_eof)) j.field("past_eof", jw::boolean(true));
         if (c.has(flag_backwards)) j.field("backwards", jw::boolean(true));
         if (c.has(flag_in_index)) j.field("in_index_of_stream", jw::number(static_cast<uint32_t>(c.index_owner)));
+        if (c.has(flag_whole_index)) j.field("whole_index_chunk", jw::boolean(true));
         j.end_object();
     }
     j.end_array();

@@ -71,6 +71,8 @@ tolerant() {  # tolerant NAME EXPECTED
     expect_status 0 "$name: chunks walks every segment to its end"
     compare "$name: the chunks are ffprobe's packets" packets "$work/$name.chunks.json" "$work/$name.packets.json" \
         "$work/$name.riff.json"
+    check "$name: every ix## chunk of the tree passed whole" test "$(grep -c '"id": "ix0' "$work/$name.riff.json")" -eq \
+        "$(grep -c '"type": "index", .*"whole_index_chunk": true' "$work/$name.chunks.json")"
     run_json "$name" keys keys --json "$avi"
     expect_status 0 "$name: keys"
     check "$name: keys lists key frames" grep -q '"key_frames_kept": \[$' "$work/$name.keys.json"
