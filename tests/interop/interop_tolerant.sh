@@ -88,6 +88,9 @@ tolerant() {  # tolerant NAME EXPECTED
     # lavaddwav ends 'movi' with an empty audio chunk in the list's last 8
     # bytes, where the reader ends the list: remux reports idx1's extra entry.
     expect_status "$([ "$name" = mj_lavaddwav ] && echo 3 || echo 0)" "$name: remux copies every chunk"
+    check "$name: ffprobe finds the same video packets in the copy" test \
+        "$(ffprobe -v error -select_streams v -show_entries packet=size -of csv "$work/$name.remux.avi" | md5sum)" = \
+        "$(ffprobe -v error -select_streams v -show_entries packet=size -of csv "$avi" | md5sum)"
     kq info "$avi"
     check "$name: info names the tolerances" grep -q '^tolerated: ' "$work/out"
 
