@@ -165,6 +165,10 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
                                 r.kind == KELQAVI_CHUNK_AUDIO || r.kind == KELQAVI_CHUNK_TEXT_CAPTION ||
                                 r.kind == KELQAVI_CHUNK_CHAPTER;
         if (!classified) tally.note = "not copied: the reader does not classify this stream";
+        if (r.kind == KELQAVI_CHUNK_VIDEO) {
+            const uint8_t *extra = nullptr;
+            aviin_get_video_format_extra(h, i, &extra, &tally.format_bytes_dropped);
+        }
         job.losses.streams.push_back(tally);
         if (!classified) continue;
         const std::vector<stream_list> &strls = layout.forms[0].streams;

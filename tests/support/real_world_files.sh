@@ -5,33 +5,42 @@
 #
 # real_world_files lists them, one "NAME MAKER EXPECTED" row each. EXPECTED is
 # the tolerances the reader must need for the file, as the tool names them, in
-# alphabetical order ("-" none; "?" not pinned: a format whose header size already counts its
-# extra bytes, which the plain reader takes as it is):
+# alphabetical order ("-" none):
 #   ff_*   ffmpeg: MPEG-4 + MP3, MJPEG + PCM, pal8 raw video (a palette after
 #          the bitmap header), H.264 without and with codec set-up data in
-#          strf, 24-bit uncompressed + PCM
+#          strf (its header size counts it: the plain reader takes it, but
+#          without the extra bytes), 24-bit uncompressed + PCM
 #   opendml_small  "${maker[@]}" opendml: ix00/ix01 inside 'movi', as ffmpeg
 #          writes them past 1 GiB, and '00db' frames
 #   gst_*  GStreamer's avimux: MJPEG, MJPEG + PCM and I420 raw, every frame
-#          an '00db' chunk
-#   mc_*   mencoder: MPEG-4 + PCM, raw + PCM, MJPEG -noodml, MPEG-4 -odml,
-#          H.264
+#          an '00db' chunk, idx1 counted from the file start
+#   mc_*   mencoder: MPEG-4 + PCM, raw + PCM, MJPEG -noodml (with codec data
+#          after the header), MPEG-4 -odml, H.264
 #   mj_*   mjpegtools: yuv2lav -f a (MJPEG as '00db'), and lavaddwav adding
-#          a WAV to it
+#          a WAV to it. Their idx1 flags no frame as a key frame (and counts
+#          from the file start, which the reader learns from a key frame's
+#          entry only)
+# Files whose idx1 flags no key frame, and those remux cannot copy whole
+# besides the ones with format bytes past the header (which have no place in
+# the writer's video format): lavaddwav ends 'movi' with an empty audio chunk
+# in the list's last 8 bytes, where the reader ends the list, so idx1 lists
+# one chunk more than is read.
+real_world_unflagged="mj_yuv2lav mj_lavaddwav"
+real_world_remux_losses="mj_lavaddwav"
 real_world_files="
 ff_mpeg4_mp3   ffmpeg     -
 ff_mjpeg_pcm   ffmpeg     -
 ff_pal8        ffmpeg     long_video_format
 ff_h264        ffmpeg     -
-ff_h264_avcc   ffmpeg     ?
+ff_h264_avcc   ffmpeg     long_video_format
 ff_raw_pcm     ffmpeg     -
 opendml_small  maker      db_frames,index_chunks
-gst_mjpeg      gstreamer  db_frames
-gst_mjpeg_pcm  gstreamer  db_frames
-gst_raw        gstreamer  db_frames
+gst_mjpeg      gstreamer  db_frames,file_idx1
+gst_mjpeg_pcm  gstreamer  db_frames,file_idx1
+gst_raw        gstreamer  db_frames,file_idx1
 mc_mpeg4_pcm   mencoder   -
 mc_raw_pcm     mencoder   -
-mc_mjpeg_noodml mencoder  ?
+mc_mjpeg_noodml mencoder  long_video_format
 mc_mpeg4_odml  mencoder   -
 mc_x264        mencoder   -
 mj_yuv2lav     mjpegtools db_frames
