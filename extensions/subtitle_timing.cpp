@@ -4,6 +4,7 @@
 #include "extensions/subtitle_timing.h"
 
 #include "reader/index_walk.h"
+#include "reader/tolerant_rules.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -109,7 +110,7 @@ int aviin_get_subtitle_offset(aviin_handle *h, const keyindex_table *key_table, 
         header_step s;
         const int r = kelq::step_header(h, s);
         if (r != result_ok) return result_failed;
-        if (s.type == KELQAVI_CHUNK_VIDEO && s.stream == video_stream) {
+        if (s.stream == video_stream && kelq::is_frame_type(h, s.type)) {
             fallback = s.data_offset - kelq::chunk_header_size;
             ++counter;
         } else if (s.type == KELQAVI_CHUNK_BITMAP_CAPTION && s.stream == subtitle_stream) {

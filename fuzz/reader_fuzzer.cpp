@@ -1,5 +1,5 @@
-// Opens the fuzzed bytes as a file, with both id orders, and drives every
-// reader call on it: formats and blocks, both walks over every segment, the
+// Opens the fuzzed bytes as a file, with both id orders and once more with
+// every tolerance allowed, and drives every reader call on it: formats and blocks, both walks over every segment, the
 // legacy index, the key-frame table and the lookups built on it, subtitles,
 // OpenDML entries and menus. The first byte chooses options; the rest is the
 // file. No allocation may be larger than the file allows.
@@ -61,6 +61,19 @@ void format_calls(aviin_handle *h) {
     aviin_get_video_format(h, -1, nullptr, nullptr);
 }
 
+// The tolerance queries; the extra format bytes are read to their end.
+void tolerance_calls(aviin_handle *h) {
+    uint32_t allowed = 0, needed = 0;
+    aviin_get_tolerances(h, &allowed, &needed);
+    check((needed & ~allowed) == 0, "only allowed tolerances are needed");
+    for (uint32_t s = 0; s < slots_asked; ++s) {
+        const uint8_t *data = nullptr;
+        uint32_t size = 0;
+        if (aviin_get_video_format_extra(h, static_cast<int32_t>(s), &data, &size) == 0 && data != nullptr)
+            touch(data, size);
+    }
+}
+
 void block_calls(aviin_handle *h) {
     uint8_t *data = nullptr;
     int32_t size = 0;
@@ -85,10 +98,12 @@ void move_past_the_end(aviin_handle *&h, uint32_t swapped_ids, const file_view &
     check(h == nullptr, "a move to the end of the file releases the handle");
 }
 
-void drive(const char *path, uint32_t swapped_ids, const reader_options &o, const file_view &file) {
-    aviin_handle *h = aviin_open(path, swapped_ids);
+void drive(const char *path, uint32_t swapped_ids, uint32_t tolerances, const reader_options &o,
+           const file_view &file) {
+    aviin_handle *h = tolerances == 0 ? aviin_open(path, swapped_ids) : aviin_open_tolerant(path, swapped_ids, tolerances);
     if (h == nullptr) return;
     format_calls(h);
+    tolerance_calls(h);
     block_calls(h);
     index_calls(h, o, file);
     walk_whole_chunks(h, o);
@@ -97,6 +112,7 @@ void drive(const char *path, uint32_t swapped_ids, const reader_options &o, cons
         format_calls(h);
         index_calls(h, o, file);
     }
+    tolerance_calls(h);
     if (o.end_in_no_list) {
         move_past_the_end(h, swapped_ids, file);
         return;
@@ -121,7 +137,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!fuzz::write_file(path, file.data, file.size)) return 0;
     const fuzz::reader_options o = fuzz::decode(data[0]);
     const fuzz::allocation_guard guard(file.size + fuzz::allocation_slack);
-    fuzz::drive(path, 0, o, file);
-    fuzz::drive(path, 1, o, file);
+    fuzz::drive(path, 0, 0, o, file);
+    fuzz::drive(path, 1, 0, o, file);
+    fuzz::drive(path, 0, AVIIN_TOLERATE_ALL, o, file);
     return 0;
 }

@@ -70,4 +70,8 @@ int write_fields(FILE *stream, const T &...fields) {
     return status;
 }
 
+// The 40 bytes of a bitmap header (the part of a video strf after the chunk
+// header), in order; the stream stands at the header's first byte.
+int read_bitmap_fields(video_format *r, FILE *stream);
+
 }  // namespace kelq

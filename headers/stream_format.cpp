@@ -18,6 +18,15 @@ static_assert(sizeof(caption_stream_format) == 16, "caption stream format on 32-
 
 }  // namespace
 
+namespace kelq {
+
+int read_bitmap_fields(video_format *r, FILE *stream) {
+    return read_fields(stream, r->size, r->width, r->height, r->planes, r->bit_count, r->compression, r->size_image,
+                       r->x_pels_per_meter, r->y_pels_per_meter, r->clr_used, r->clr_important);
+}
+
+}  // namespace kelq
+
 extern "C" {
 
 int read_header_strf_video(video_format *r, FILE *stream) {
@@ -25,9 +34,7 @@ int read_header_strf_video(video_format *r, FILE *stream) {
     uint32_t id = 0, size = 0;
     int status = read_fourCC(&id, stream);
     status |= read_val32(&size, stream);
-    status |= kelq::read_fields(stream, r->size, r->width, r->height, r->planes, r->bit_count, r->compression,
-                                r->size_image, r->x_pels_per_meter, r->y_pels_per_meter, r->clr_used,
-                                r->clr_important);
+    status |= kelq::read_bitmap_fields(r, stream);
     // Trailing bytes after the bitmap header count as a failure.
     if (size != r->size) status |= 1;
     return status;

@@ -351,22 +351,46 @@ KELQAVI_API void aviin_close(aviin_handle *h);
 /* Tolerant reading (not used by aviin_open, whose behaviour is unchanged).
  * Real files written by other programs break a few rules the designed reader
  * holds to; each tolerance below lets the reader take one such file form
- * instead of refusing it or losing its frames:
- *   LONG_VIDEO_FORMAT  a video format longer than its 40-byte header (a
- *                      palette, codec set-up data) is taken; the bytes past
- *                      the header are kept and handed out by
- *                      aviin_get_video_format_extra.
- *   INDEX_CHUNKS       "ix##" / "##ix" standard-index chunks inside "movi"
- *                      are passed over by the walks as chunks of their own
- *                      size (type 8), never resynced through.
+ * instead of refusing it or losing its frames. A handle opened without a
+ * tolerance gives every call's designed results.
+ *   LONG_VIDEO_FORMAT  a video stream's strf longer than its 40-byte header
+ *                      (a palette, codec set-up data) is taken, whatever the
+ *                      header's own size field says: the header as usual,
+ *                      the bytes past it in a block the handle owns, handed
+ *                      out by aviin_get_video_format_extra. The block is never
+ *                      larger than the bytes the file still holds (a longer
+ *                      chunk fails the open as before); it is freed at close
+ *                      and when aviin_goto_riff reads the stream's slot
+ *                      again. A bitmap caption's format must still be 40
+ *                      bytes.
+ *   INDEX_CHUNKS       "ix##" standard-index chunks inside "movi" (written
+ *                      there by some OpenDML writers; "##ix" is recognised
+ *                      anyway) are passed over by aviin_get_next_chunk,
+ *                      aviin_get_next_chunk2, aviin_get_next_chunk_type and
+ *                      the frame lookups as chunks of their own size, with
+ *                      type KELQAVI_CHUNK_INDEX and the stream number of their
+ *                      two digits, never resynced through; a resync scan also
+ *                      ends at one, and the audio walk of
+ *                      aviin_get_chunk_offsets counts none as audio.
  *   FILE_IDX1          "idx1" offsets counted from the start of the file are
- *                      recognised by checking the first entries against the
- *                      chunk headers they point at, and used; every answer is
- *                      still counted as for a "movi"-relative index.
- *   DB_FRAMES          "db" chunks (uncompressed video, as some writers mark
- *                      every frame) count as frames of their video stream
- *                      beside its "dc" chunks, for the key-frame table and
- *                      the frame lookups. */
+ *                      recognised and used by aviin_goto_idx1_sample, the
+ *                      key-frame table and the lookups built on it. The first
+ *                      four entries naming a data chunk are checked against
+ *                      the ids at both places their offsets could name; the
+ *                      first one found decides, "movi"-relative when both
+ *                      match. Every offset handed out (key-frame entries) is
+ *                      still counted from the "movi" list type, as for a
+ *                      "movi"-relative index; an entry naming a place before
+ *                      the list is taken as lying outside it.
+ *   DB_FRAMES          "db" chunks (uncompressed video; some writers mark
+ *                      every frame so) count as frames of their video stream
+ *                      beside its "dc" chunks: in the key-frame table (key
+ *                      flags of "db" entries count), aviin_get_video_offset,
+ *                      aviin_get_chunk_offsets, aviin_get_subtitle_offset's
+ *                      frame walk, aviin_get_start_end_by_time asked for
+ *                      KELQAVI_CHUNK_VIDEO, and aviin_get_sample_duration,
+ *                      which times them as video frames. The walks still
+ *                      report them as KELQAVI_CHUNK_VIDEO_RAW. */
 #define AVIIN_TOLERATE_LONG_VIDEO_FORMAT 0x01u
 #define AVIIN_TOLERATE_INDEX_CHUNKS 0x02u
 #define AVIIN_TOLERATE_FILE_IDX1 0x04u
@@ -377,14 +401,18 @@ KELQAVI_API void aviin_close(aviin_handle *h);
 KELQAVI_API aviin_handle *aviin_open_tolerant(const char *path, uint32_t swapped_ids, uint32_t tolerances);
 /* The tolerances the handle was opened with (*allowed) and those this file
  * has needed so far (*needed, a subset of *allowed): a tolerance is needed
- * once the reader has met the file form it covers, at open or later (a walk
- * meeting an index chunk, a key-table build reading idx1). Either pointer
- * may be null. 1 only for a null h. */
+ * once the reader has taken the file form it covers, at open or later: a
+ * long video format at open or at aviin_goto_riff; an "ix##" chunk met by a
+ * walk; a file-relative idx1 once an offset of it is used; a "db" chunk or
+ * entry of the stream asked for counted as a frame. Needed bits stay set for
+ * the handle's life. Either pointer may be null. 1 only for a null h. */
 KELQAVI_API int aviin_get_tolerances(aviin_handle *h, uint32_t *allowed, uint32_t *needed);
 /* The bytes of a video stream's format past its 40-byte header (taken only
  * under AVIIN_TOLERATE_LONG_VIDEO_FORMAT); stream as for
- * aviin_get_video_format. *data stays the handle's; null and 0 when the
- * format has no extra bytes. 1 for a null argument or a stream out of range. */
+ * aviin_get_video_format: a stream number of the current segment. *data
+ * stays the handle's, valid until the close or the next aviin_goto_riff;
+ * null and 0 when the format has no extra bytes or the stream is no video
+ * stream. 1 for a null argument or a stream number not met. */
 KELQAVI_API int aviin_get_video_format_extra(aviin_handle *h, int32_t stream, const uint8_t **data,
                                              uint32_t *size);
 
@@ -498,7 +526,9 @@ KELQAVI_API int aviin_get_idx1_entry(aviin_handle *h, uint32_t entry, uint32_t *
  * stream: the next aviin_get_next_chunk or aviin_get_next_chunk_type returns
  * it. 0; 1 when there is no index or the handle stands in no list; 3 when the
  * entry lies beyond the index. The offset is not checked: after a move to
- * another RIFF segment it still counts from the first "movi". */
+ * another RIFF segment it still counts from the first "movi". Under
+ * AVIIN_TOLERATE_FILE_IDX1 a file-relative offset is moved first, and one
+ * naming a place before the "movi" list gives 1. */
 KELQAVI_API int aviin_goto_idx1_sample(aviin_handle *h, uint32_t entry);
 /* Playing time of one chunk of `stream`, as num / den seconds, by type:
  * 3 video: scale / rate of the stream's video format; 1 audio: 1152 / samples
@@ -807,7 +837,7 @@ typedef struct odml_track_state {
     uint32_t index_bytes;        /* data bytes added to it */
     double frame_duration;       /* seconds per chunk, given at set-up */
     uint32_t chunk_count;        /* chunks added to it */
-    int32_t stream_type;         /* 3 video, 1 audio */
+    int32_t stream_type;         /* 3 video, 1 audio; 5, 6, 7 caption kinds */
     uint32_t entries_per_chunk;  /* N = index_chunk_seconds / frame_duration */
     int64_t spare;
     uint32_t std_index_buf_size; /* N x 8 + 48: the ix## chunk's length on disk */
@@ -927,12 +957,23 @@ typedef struct aviout_handle {
     int64_t checkpoint_junk_pos;
     uint8_t *header_image;              /* the header area, as checkpoints render it */
     int64_t header_image_size;
-    /* CALLER-SET, default 0 (the designed bytes). Non-zero writes the
-     * standard form every player reads: OpenDML standard indexes as "ix00"
-     * and super indexes naming "00dc"/"01wb", every data chunk listed in
-     * idx1 (also the one put as an index chunk went out), the caller's codec
-     * codes kept as given, and text-caption and chapter streams given a
-     * valid rate and scale. Set before the first chunk. */
+    /* CALLER-SET, default 0 (the library's own form). Non-zero writes the
+     * standard form every player reads. Set before the first stream setter.
+     * What changes:
+     * - standard index chunks are "ix" and both digits of the stream
+     *   ("ix00", "ix01"), and the dwChunkId of super and standard indexes
+     *   is the stream's data chunk id ("00dc", "01wb"; "dc00" with
+     *   swapped_ids), so aviin_get_indx_entry finds them;
+     * - idx1 lists every data chunk, also the one put when an ix## chunk
+     *   went out before it;
+     * - xvid handler and compression codes are written as given;
+     * - text-caption and chapter streams get scale 1 and rate 1000
+     *   (millisecond ticks) instead of 0 and 0;
+     * - with OpenDML, text-caption, bitmap-caption and chapter streams get
+     *   a super index and standard indexes too (a new standard index every
+     *   64 chunks), as players that use the OpenDML indexes drop a stream
+     *   without one;
+     * - the header area's "JUNK" filler is zero bytes. */
     uint32_t standard_profile;
 } aviout_handle;
 

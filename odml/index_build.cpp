@@ -44,15 +44,17 @@ char first_digit(int32_t track) {
 }
 
 bool make_index_chunk_id(const aviout_handle *w, int32_t stream_type, int32_t track, uint8_t *out) {
-    char text[4] = {first_digit(track), 0, 0, 0};
-    if (stream_type == type_video) {
-        text[2] = 'd';
-        text[3] = 'c';
-    } else if (stream_type == type_audio) {
+    // The standard profile names the stream's own data chunks ("00dc", or
+    // "dc00" with swapped ids), as players look for; caption tracks too.
+    if (w->standard_profile != 0 && stream_type >= 1 && stream_type <= KELQAVI_CHUNK_CHAPTER) {
+        store_le<uint32_t>(create_fourCC(track, stream_type, w->swapped_ids), out);
+        return true;
+    }
+    if (stream_type != type_video && stream_type != type_audio) return false;
+    char text[4] = {first_digit(track), 0, 'd', 'c'};
+    if (stream_type == type_audio) {
         text[2] = 'w';
         text[3] = 'b';
-    } else {
-        return false;
     }
     if (w->swapped_ids != 0) {
         char cut[4];
@@ -64,6 +66,17 @@ bool make_index_chunk_id(const aviout_handle *w, int32_t stream_type, int32_t tr
     }
     std::memcpy(out, text, sizeof text);
     return true;
+}
+
+// The id of a track's ix## chunk: "ix0" and a terminator ("ix%02d" printed
+// into a 4-byte space), or in the standard profile both digits ("ix00").
+uint32_t std_index_chunk_id(const aviout_handle *w, int32_t track) {
+    uint8_t id[4] = {'i', 'x', static_cast<uint8_t>(first_digit(track)), 0};
+    if (w->standard_profile != 0) {
+        id[2] = static_cast<uint8_t>('0' + track / 10 % 10);
+        id[3] = static_cast<uint8_t>('0' + track % 10);
+    }
+    return load_le<uint32_t>(id);
 }
 
 uint32_t entries_in_use(const uint8_t *image) { return load_le<uint32_t>(image + at_entries_in_use); }
@@ -84,21 +97,38 @@ uint32_t std_index_entries(const aviout_handle *w, int32_t track) {
     return has_track(w, track) ? entries_in_use(w->std_index_buf[track]) : 0;
 }
 
-int init_avi2_track(aviout_handle *w, int32_t stream_type, int32_t track, aviout_stream_entry *, double frame_duration) {
-    if (w == nullptr || track < 0 || track >= AVIOUT_MAX_STREAMS || w->odml_track[track] != nullptr) return -1;
-    // The capacity must be a count whose ix## length still fits a size field.
-    const double n = w->index_chunk_seconds / frame_duration;
-    if (!(n >= 0.0 && n < static_cast<double>(max_entries_per_chunk) + 1.0)) return -1;
+namespace {
+
+int init_track(aviout_handle *w, int32_t stream_type, int32_t track, uint32_t entries, double frame_duration) {
     auto *t = static_cast<odml_track_state *>(std::calloc(1, sizeof(odml_track_state)));
     if (t == nullptr) return -1;
     w->odml_track[track] = t;
     if (track >= w->track_count) w->track_count = track + 1;
     t->frame_duration = frame_duration;
     t->stream_type = stream_type;
-    t->entries_per_chunk = static_cast<uint32_t>(n);
+    t->entries_per_chunk = entries;
     if (configure_super_index(w, stream_type, track) == -1) return -1;
     if (configure_standard_index(w, t->stream_type, track) == -1) return -1;
     return track;
+}
+
+bool track_free(const aviout_handle *w, int32_t track) {
+    return w != nullptr && track >= 0 && track < AVIOUT_MAX_STREAMS && w->odml_track[track] == nullptr;
+}
+
+}  // namespace
+
+int init_avi2_track(aviout_handle *w, int32_t stream_type, int32_t track, aviout_stream_entry *, double frame_duration) {
+    if (!track_free(w, track)) return -1;
+    // The capacity must be a count whose ix## length still fits a size field.
+    const double n = w->index_chunk_seconds / frame_duration;
+    if (!(n >= 0.0 && n < static_cast<double>(max_entries_per_chunk) + 1.0)) return -1;
+    return init_track(w, stream_type, track, static_cast<uint32_t>(n), frame_duration);
+}
+
+int init_caption_track(aviout_handle *w, int32_t stream_type, int32_t track) {
+    if (!track_free(w, track)) return -1;
+    return init_track(w, stream_type, track, caption_index_entries, 0.0);
 }
 
 int configure_super_index(aviout_handle *w, int32_t stream_type, int32_t track) {
@@ -156,7 +186,11 @@ int write_standard_index(aviout_handle *w, int32_t track) {
     odml_track_state *t = w->odml_track[track];
     FILE *file = w->file;
     uint32_t status = 0;
-    const bool entry_free = w->index_count >= 0 && w->index_count < AVIOUT_INDEX_CAPACITY;
+    // By default the ix## chunk takes the legacy index slot of the data
+    // chunk being put, which idx1 then leaves out with it; the standard
+    // profile leaves that slot to the data chunk.
+    const bool entry_free =
+        w->standard_profile == 0 && w->index_count >= 0 && w->index_count < AVIOUT_INDEX_CAPACITY;
     const int64_t chunk_pos = file_tell(file);
     if (entry_free) w->index_entries[w->index_count].position = chunk_pos;
     int64_t size_pos;
@@ -166,9 +200,7 @@ int write_standard_index(aviout_handle *w, int32_t track) {
     } else {
         size_pos = t->std_index_pos + chunk_id_size;
     }
-    // "ix%02d" in a 4-byte space: the first digit and a terminator.
-    const uint8_t id[4] = {'i', 'x', static_cast<uint8_t>(first_digit(track)), 0};
-    status |= static_cast<uint32_t>(write_fourCC(load_le<uint32_t>(id), file));
+    status |= static_cast<uint32_t>(write_fourCC(std_index_chunk_id(w, track), file));
     status |= static_cast<uint32_t>(write_val32(0, file));
     const uint32_t image_size = index_header_size + std_index_capacity(t) * std_entry_size;
     status |= static_cast<uint32_t>(write_image(file, w->std_index_buf[track], image_size));

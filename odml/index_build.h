@@ -17,6 +17,7 @@ constexpr uint32_t std_index_overhead = 48;       // ix## length = N x 8 + 48
 constexpr uint32_t std_index_spare_entries = 2;   // room beyond N in every ix##
 constexpr uint32_t max_entries_per_chunk =
     (0xFFFFFFFFu - std_index_overhead) / std_entry_size - std_index_spare_entries;
+constexpr uint32_t caption_index_entries = 64;     // N of a caption track
 constexpr uint32_t odml_key_flag = 0x10;          // idx1 key-frame flag
 constexpr uint32_t odml_not_key_bit = 0x80000000u;
 
@@ -28,6 +29,11 @@ int init_avi2_track(aviout_handle *w, int32_t stream_type, int32_t track, aviout
                     double frame_duration);
 int configure_super_index(aviout_handle *w, int32_t stream_type, int32_t track);
 int configure_standard_index(aviout_handle *w, int32_t stream_type, int32_t track);
+// A text-caption, bitmap-caption or chapter track (standard profile only):
+// its standard index is written out every caption_index_entries chunks,
+// whatever the timing mode.
+int init_caption_track(aviout_handle *w, int32_t stream_type, int32_t track);
+inline bool is_caption_track(const odml_track_state *t) { return t->stream_type >= 5; }
 // -1 when the standard index already holds N + 2 entries.
 int add_avi2_chunk(aviout_handle *w, int32_t track, int64_t chunk_pos, uint32_t size, uint32_t flags);
 // Status of the writes.

@@ -2,6 +2,7 @@
 // whole into the caller's buffer or header by header, and reading or moving
 // the walk by file offset.
 #include "reader/reader_handle.h"
+#include "reader/tolerant_rules.h"
 #include "riff/riff_layout.h"
 
 namespace {
@@ -17,11 +18,14 @@ using kelq::result_end_of_list;
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // A data chunk id that can end a resync scan: recognised, and opening with
-// the two digits of a stream number ("JUNK", RES1 or "ix00" do not).
-bool opens_with_stream_number(uint32_t id, uint32_t swapped_ids) {
+// the two digits of a stream number ("JUNK", RES1 or "ix00" do not), or an
+// index chunk written "ix" first under the index-chunk tolerance.
+bool ends_resync(aviin_handle *h, uint32_t id) {
     char text[5];
     fourCC_to_str(id, text);
-    return get_chunk_type(id, swapped_ids) != KELQAVI_CHUNK_UNKNOWN && is_digit(text[0]) && is_digit(text[1]);
+    const uint32_t type = kelq::movi_chunk_type(h, id);
+    if (type == KELQAVI_CHUNK_INDEX && text[0] == 'i' && kelq::tolerates(h, AVIIN_TOLERATE_INDEX_CHUNKS)) return true;
+    return type != KELQAVI_CHUNK_UNKNOWN && is_digit(text[0]) && is_digit(text[1]);
 }
 
 // Looks for the next data chunk byte by byte from p + 4, storing the first
@@ -30,7 +34,7 @@ bool opens_with_stream_number(uint32_t id, uint32_t swapped_ids) {
 // file, where the step's read fails. The walk goes on at the last position
 // examined: the match, or p + 3 when nothing was examined, so that a capacity
 // of 0 or less creeps on by three bytes a call.
-int resync_scan(list_node *list, int64_t p, uint32_t swapped_ids, uint8_t *buffer, int32_t *size) {
+int resync_scan(aviin_handle *h, list_node *list, int64_t p, uint8_t *buffer, int32_t *size) {
     const int32_t capacity = *size;
     int32_t count = 0;
     while (count < capacity) {
@@ -40,7 +44,7 @@ int resync_scan(list_node *list, int64_t p, uint32_t swapped_ids, uint8_t *buffe
         char text[5];
         fourCC_to_str(id, text);
         buffer[count++] = static_cast<uint8_t>(text[0]);
-        if (opens_with_stream_number(id, swapped_ids)) break;
+        if (ends_resync(h, id)) break;
     }
     list->next_pos = p + chunk_id_size + count - 1;
     *size = count;
@@ -80,11 +84,11 @@ int aviin_get_next_chunk2(aviin_handle *h, uint32_t *type, uint32_t *stream, uin
     // Tested after the header read, so a list ending at the end of the file fails instead.
     if (end_of_list(list)) return result_end_of_list;
     *stream = fourCC_streamID(id, h->swapped_ids);
-    *type = static_cast<uint32_t>(get_chunk_type(id, h->swapped_ids));
+    *type = kelq::movi_chunk_type(h, id);
     if (name != nullptr) fourCC_to_str(id, name);
     list->status |= static_cast<uint32_t>(read_fourCC(nullptr, list->stream));
     // A "LIST rec " header, an unknown chunk or damaged data.
-    if (*type == KELQAVI_CHUNK_UNKNOWN) return resync_scan(list, p, h->swapped_ids, buffer, size);
+    if (*type == KELQAVI_CHUNK_UNKNOWN) return resync_scan(h, list, p, buffer, size);
     return read_chunk_data(list, buffer, size);
 }
 
@@ -107,7 +111,7 @@ int aviin_get_next_chunk_type(aviin_handle *h, uint32_t *type, uint32_t *stream,
     if (list->status != 0) return result_failed;
     *size = data_size;
     *stream = fourCC_streamID(id, h->swapped_ids);
-    *type = static_cast<uint32_t>(get_chunk_type(id, h->swapped_ids));
+    *type = kelq::movi_chunk_type(h, id);
     // The pad byte is added in 32 bits and the sum taken as signed: a size of
     // 0x80000000 or more moves the walk backwards.
     uint32_t advance = data_size + (data_size & 1u);

@@ -2,6 +2,7 @@
 // frames: from the nearest key frame of the key-frame table, chunk headers
 // are stepped and frames counted (or audio time summed) up to the target.
 #include "reader/index_walk.h"
+#include "reader/tolerant_rules.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ int aviin_get_video_offset(aviin_handle *h, keyindex_entry key, uint32_t stream,
         header_step s;
         const int r = kelq::step_header(h, s);
         if (r != result_ok) return result_failed;
-        const bool frame_chunk = s.type == KELQAVI_CHUNK_VIDEO && s.stream == stream;
+        const bool frame_chunk = s.stream == stream && kelq::is_frame_type(h, s.type);
         // The key entry must name a frame of this stream: one built for
         // another file or stream, or a bad index, points elsewhere.
         if (first && !frame_chunk) return result_failed;
@@ -99,7 +100,7 @@ int aviin_get_chunk_offsets(aviin_handle *h, const keyindex_table *key_table, ui
         const int r = kelq::step_header(h, s);
         if (r == result_end_of_list) return result_ok;
         if (r != result_ok) return result_failed;
-        if (s.stream != static_cast<uint32_t>(audio_stream)) continue;
+        if (s.stream != static_cast<uint32_t>(audio_stream) || kelq::is_passed_over(h, s.type)) continue;
         if (fixed) {
             t = static_cast<float>(c) * chunk_seconds;
             ++c;

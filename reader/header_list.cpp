@@ -1,6 +1,7 @@
 // Parsing the "hdrl" list: the main header, one "strl" list per stream and
 // the OpenDML "odml" list, into the reader handle's stream tables.
 #include "reader/reader_handle.h"
+#include "reader/tolerant_rules.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
 
@@ -123,8 +124,15 @@ bool keep_strd(video_stream_format &e, const stream_data_block &block) {
     return true;
 }
 
-void video_path(aviin_handle *h, kelq::stream_entry &s, const video_format &vf, uint32_t swapped_ids) {
-    if (!take_slot(h->video_count)) return fail(h);
+// The extra format bytes (under the long-format tolerance) go to the slot
+// whatever follows, so that the slot's old block is freed or replaced.
+void video_path(aviin_handle *h, kelq::stream_entry &s, const video_format &vf, uint32_t swapped_ids,
+                uint8_t *extra, uint32_t extra_size) {
+    if (!take_slot(h->video_count)) {
+        std::free(extra);
+        return fail(h);
+    }
+    kelq::keep_video_format_extra(h, h->video_count - 1, extra, extra_size);
     video_stream_format &e = h->video_formats[h->video_count - 1];
     std::free(e.name);
     e.name = nullptr;
@@ -163,11 +171,19 @@ void bitmap_caption_path(aviin_handle *h, kelq::stream_entry &s, const video_for
     copy_picture_fields(e, s.header, vf);
 }
 
+// A bitmap caption's format is never longer than its header: extra bytes
+// there fail the list even under the long-format tolerance.
 void vids_path(aviin_handle *h, kelq::stream_entry &s, uint32_t swapped_ids) {
     video_format vf{};
-    if (read_header_strf_video(&vf, stream_of(h)) != 0) return fail(h);
-    if (fourCC_equal(vf.compression, bitmap_caption_code)) return bitmap_caption_path(h, s, vf);
-    video_path(h, s, vf, swapped_ids);
+    uint8_t *extra = nullptr;
+    uint32_t extra_size = 0;
+    if (kelq::read_video_strf(h, vf, extra, extra_size) != 0) return fail(h);
+    if (!fourCC_equal(vf.compression, bitmap_caption_code)) return video_path(h, s, vf, swapped_ids, extra, extra_size);
+    if (extra != nullptr) {
+        std::free(extra);
+        return fail(h);
+    }
+    bitmap_caption_path(h, s, vf);
 }
 
 // Text streams are told apart by their name: "Subtitle..." or "Chapter...".

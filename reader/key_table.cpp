@@ -6,6 +6,7 @@
 // audio stream's chunks and bytes, and hands each recorded key frame the
 // chunk whose playing time covers the key frame's time.
 #include "reader/index_walk.h"
+#include "reader/tolerant_rules.h"
 #include "riff/file_extent.h"
 
 #include <cstring>
@@ -98,11 +99,13 @@ bool header_matches(aviin_handle *h, int64_t header, const idx1_entry &e) {
 // One entry under the video cursor; false for a key frame the file cannot
 // hold, with the table unchanged.
 bool take_video_entry(aviin_handle *h, keyindex_table *t, const idx1_entry &e) {
-    const uint32_t type = static_cast<uint32_t>(get_chunk_type(e.ckid, h->swapped_ids));
-    if (type != KELQAVI_CHUNK_VIDEO || fourCC_streamID(e.ckid, h->swapped_ids) != t->video_stream) return true;
+    if (fourCC_streamID(e.ckid, h->swapped_ids) != t->video_stream ||
+        !kelq::is_frame_type(h, static_cast<uint32_t>(get_chunk_type(e.ckid, h->swapped_ids))))
+        return true;
     if ((e.flags & kelq::idx1_key_flag) != 0) {
+        const uint64_t offset = kelq::idx1_offset(h, e.offset);
         int64_t header = 0;
-        if (!kelq::chunk_in_movi(h, e.offset, e.size, header)) return false;
+        if (!kelq::chunk_in_movi(h, offset, e.size, header)) return false;
         if (t->first_checked == 0) {
             if (!header_matches(h, header, e)) return false;
             t->first_checked = 1;
@@ -111,7 +114,7 @@ bool take_video_entry(aviin_handle *h, keyindex_table *t, const idx1_entry &e) {
         std::memset(&k, 0, sizeof k);
         k.index_position = t->next_entry * kelq::idx1_entry_size;
         k.video_size = e.size;
-        k.video_offset = e.offset;
+        k.video_offset = offset;
         k.frame_no = t->frames_scanned;
         for (uint32_t s = 0; s < audio_slots; ++s) {
             k.audio_offset[s] = not_found;
@@ -138,13 +141,14 @@ audio_step take_audio_entry(aviin_handle *h, keyindex_table *t, const idx1_entry
     const video_stream_format &v = video_format(h, t);
     const double chunk_end = audio_chunk_end(a, t, k, e.size);
     if (!video_done && chunk_end > frame_time(v, t->frames_scanned)) return audio_step::wait;
+    const uint64_t offset = kelq::idx1_offset(h, e.offset);
     int64_t header = 0;
-    if (!kelq::chunk_in_movi(h, e.offset, e.size, header)) return audio_step::bad;
+    if (!kelq::chunk_in_movi(h, offset, e.size, header)) return audio_step::bad;
     const bool fixed = kelq::fixed_duration_audio(a);
     while (t->audio_pending[k] < t->count) {
         keyindex_entry &key = t->entries[t->audio_pending[k]];
         if (!(frame_time(v, key.frame_no) < chunk_end)) break;
-        key.audio_offset[k] = e.offset;
+        key.audio_offset[k] = offset;
         key.audio_count[k] = fixed ? t->audio_chunks[k] : static_cast<uint32_t>(t->audio_bytes[k]);
         ++t->audio_pending[k];
     }

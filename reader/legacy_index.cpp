@@ -3,6 +3,7 @@
 // entries that covers a time span. The index is read from the file on every
 // call; nothing of it is kept.
 #include "reader/index_walk.h"
+#include "reader/tolerant_rules.h"
 
 namespace {
 
@@ -20,6 +21,13 @@ uint32_t index_size(FILE *f, int64_t idx1_pos) {
     read_fourCC(nullptr, f);
     read_val32(&size, f);
     return size;
+}
+
+// An entry's chunk has the type asked for; "db" frames pass for "dc" ones
+// under the db-frame tolerance.
+bool entry_of_type(aviin_handle *h, uint32_t ckid, uint32_t type) {
+    const auto entry_type = static_cast<uint32_t>(get_chunk_type(ckid, h->swapped_ids));
+    return entry_type == type || (type == KELQAVI_CHUNK_VIDEO && kelq::is_frame_type(h, entry_type));
 }
 
 }  // namespace
@@ -67,7 +75,9 @@ int aviin_goto_idx1_sample(aviin_handle *h, uint32_t entry) {
     read_fourCC(nullptr, f);
     read_val32(nullptr, f);
     read_val32(&offset, f);
-    const int64_t header = h->movi_data_pos - kelq::chunk_id_size + static_cast<int64_t>(offset);
+    const uint64_t from_movi = kelq::idx1_offset(h, offset);
+    if (from_movi == kelq::not_found) return result_failed;
+    const int64_t header = h->movi_data_pos - kelq::chunk_id_size + static_cast<int64_t>(from_movi);
     file_seek(f, header, origin_start);
     h->current_list->next_pos = header;
     return result_ok;
@@ -79,6 +89,7 @@ int aviin_get_sample_duration(aviin_handle *h, uint32_t stream, uint32_t type, u
         return result_failed;
     const int32_t k = h->streams[stream].kind_index;
     if (k < 0 || k >= kelq::max_streams_per_kind) return result_failed;
+    if (type == KELQAVI_CHUNK_VIDEO_RAW && kelq::is_frame_type(h, type)) type = KELQAVI_CHUNK_VIDEO;
     switch (type) {
     case KELQAVI_CHUNK_VIDEO:
         *num = h->video_formats[k].scale;
@@ -146,9 +157,7 @@ int aviin_get_start_end_by_time(aviin_handle *h, uint32_t stream, uint32_t type,
     bool start_found = false, end_found = false;
     kelq::idx1_entry e;
     while (!end_found && cursor.next(e)) {
-        if (static_cast<uint32_t>(get_chunk_type(e.ckid, h->swapped_ids)) != type ||
-            fourCC_streamID(e.ckid, h->swapped_ids) % 256 != stream)
-            continue;
+        if (fourCC_streamID(e.ckid, h->swapped_ids) % 256 != stream || !entry_of_type(h, e.ckid, type)) continue;
         if (summing)
             t += static_cast<float>(e.size) / rate;
         else

@@ -33,5 +33,6 @@ extern "C" void aviin_close(aviin_handle *h) {
     std::free(h->menu_data);
     std::free(h->menu_chunk_data);
     std::free(h->metadata_data);
+    for (uint8_t *extra : h->video_format_extra) std::free(extra);
     std::free(h);
 }

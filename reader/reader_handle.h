@@ -76,9 +76,21 @@ struct aviin_handle {
     // those the file has needed so far.
     uint32_t tolerances;
     uint32_t tolerances_needed;
+    // Bytes of each video format past its 40-byte header, by index among
+    // video streams; taken only under the long-format tolerance.
+    uint8_t *video_format_extra[kelq::max_streams_per_kind];
+    uint32_t video_format_extra_size[kelq::max_streams_per_kind];
+    // Which way the legacy index at idx1_checked_pos counts its offsets, as
+    // found for the "movi" list at idx1_checked_movi (0, 0: not looked yet).
+    int64_t idx1_checked_pos;
+    int64_t idx1_checked_movi;
+    bool idx1_from_file_start;
 };
 
 namespace kelq {
+
+// Opens a reader with the given tolerances (already masked to the known ones).
+aviin_handle *open_reader(const char *path, uint32_t swapped_ids, uint32_t tolerances);
 
 inline FILE *reader_stream(const aviin_handle *h) {
     return h != nullptr && h->current_list != nullptr ? h->current_list->stream : nullptr;

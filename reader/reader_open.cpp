@@ -135,10 +135,11 @@ bool walk_header_lists(aviin_handle *h, list_node *riff, uint32_t swapped_ids) {
 
 }  // namespace
 
-extern "C" aviin_handle *aviin_open(const char *path, uint32_t swapped_ids) {
+aviin_handle *kelq::open_reader(const char *path, uint32_t swapped_ids, uint32_t tolerances) {
     auto *h = static_cast<aviin_handle *>(std::calloc(1, sizeof(aviin_handle)));
     if (h == nullptr) return nullptr;
     h->swapped_ids = swapped_ids;
+    h->tolerances = tolerances;
     FILE *f = file_open(path, 0);
     if (f == nullptr) return fail_open(h);
     h->file = f;
@@ -154,4 +155,8 @@ extern "C" aviin_handle *aviin_open(const char *path, uint32_t swapped_ids) {
     if (riff == nullptr || !walk_header_lists(h, riff, swapped_ids)) return fail_open(h);
     h->movi_data_pos = file_tell(f);
     return h;
+}
+
+extern "C" aviin_handle *aviin_open(const char *path, uint32_t swapped_ids) {
+    return kelq::open_reader(path, swapped_ids, 0);
 }

@@ -29,7 +29,7 @@ bool entry_free(const aviout_handle *w) { return w->index_count >= 0 && w->index
 
 bool flush_due(const aviout_handle *w, int32_t track) {
     const odml_track_state *t = w->odml_track[track];
-    if (w->odml_timing_mode != 1) return t->elapsed_time >= w->index_chunk_seconds - 1.0;
+    if (w->odml_timing_mode != 1 && !is_caption_track(t)) return t->elapsed_time >= w->index_chunk_seconds - 1.0;
     return std_index_entries(w, track) >= t->entries_per_chunk;
 }
 

@@ -4,6 +4,7 @@
 #include "odml/index_build.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
+#include "riff/riff_layout.h"
 #include "writer/writer_internal.h"
 
 #include <cstdlib>
@@ -21,6 +22,8 @@ constexpr uint32_t bitmap_info_size = 40;
 constexpr uint16_t video_bit_count = 24;
 constexpr uint16_t bitmap_caption_bit_count = 4;
 constexpr uint32_t bitmap_caption_flags = 1;
+constexpr uint32_t caption_scale = 1;
+constexpr uint32_t caption_rate = 1000;
 
 constexpr uint32_t handler_replaced = fourcc("kelq");
 constexpr uint32_t compression_replaced = fourcc("KQ50");
@@ -28,6 +31,12 @@ constexpr uint32_t compression_replaced = fourcc("KQ50");
 uint32_t code_of(const char (&chars)[4]) { return load_le<uint32_t>(reinterpret_cast<const uint8_t *>(chars)); }
 
 bool is_xvid(uint32_t code) { return code == fourcc("xvid") || code == fourcc("XVID"); }
+
+// By default xvid streams get the library's own codes; the
+// standard profile keeps the caller's, so players find the decoder.
+uint32_t stored_code(const aviout_handle *w, uint32_t code, uint32_t replacement) {
+    return w->standard_profile == 0 && is_xvid(code) ? replacement : code;
+}
 
 // Bytes of one uncompressed frame, by the compression code.
 uint32_t video_image_size(uint32_t compression, int32_t width, int32_t height) {
@@ -103,7 +112,7 @@ void write_strd(aviout_handle *w, const video_stream_format &r) {
 
 void write_video_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const video_stream_format &r) {
     const uint32_t handler = code_of(r.handler);
-    fill_strh(h, {type_vids, is_xvid(handler) ? handler_replaced : handler, 0, 0, r.scale, r.rate, 0, r.quality,
+    fill_strh(h, {type_vids, stored_code(w, handler, handler_replaced), 0, 0, r.scale, r.rate, 0, r.quality,
                   r.width, r.height});
     // A rate of 0 would divide by zero: the field stays as it was.
     const int32_t rate = static_cast<int32_t>(r.rate);
@@ -115,7 +124,7 @@ void write_video_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, 
 
     const uint32_t compression = code_of(r.compression);
     const video_format f = bitmap_info(r.width, r.height, video_bit_count,
-                                       is_xvid(compression) ? compression_replaced : compression,
+                                       stored_code(w, compression, compression_replaced),
                                        video_image_size(compression, r.width, r.height));
     int status = write_header_strh(&h, w->file);
     status |= write_header_strf_video(&f, w->file);
@@ -134,17 +143,22 @@ void write_audio_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, 
     if (w->odml == 1) write_super_index(w, stream);
 }
 
-void write_caption_stream(aviout_handle *w, avi_stream_header &h, const caption_stream_format &r, bool chapter) {
-    fill_strh(h, {type_txts, 0, 0, 0, 0, 0, 0, no_quality, 0, 0});
+void write_caption_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const caption_stream_format &r,
+                          bool chapter) {
+    // By default no timing at all. The standard profile gives the stream
+    // millisecond ticks, so players that divide by the rate can.
+    const bool timed = w->standard_profile != 0;
+    fill_strh(h, {type_txts, 0, 0, 0, timed ? caption_scale : 0, timed ? caption_rate : 0, 0, no_quality, 0, 0});
     h.length = 0;   // caption chunks are counted but never reported
     int status = write_header_strh(&h, w->file);
     status |= chapter ? write_header_strf_chapter(&r.format, w->file)
                       : write_header_strf_text_caption(&r.format, w->file);
     status |= write_name(r.name_length, r.name, w->file);
     if (status != 0) w->error = 1;
+    if (has_track(w, stream)) write_super_index(w, stream);
 }
 
-void write_bitmap_caption_stream(aviout_handle *w, avi_stream_header &h, const video_stream_format &r) {
+void write_bitmap_caption_stream(aviout_handle *w, int32_t stream, avi_stream_header &h, const video_stream_format &r) {
     fill_strh(h, {type_vids, code_of(r.handler), bitmap_caption_flags, 0, r.scale, r.rate, 0, r.quality, r.width,
                   r.height});
     const int64_t half_image = static_cast<int64_t>(r.width) * r.height / 2;
@@ -154,6 +168,7 @@ void write_bitmap_caption_stream(aviout_handle *w, avi_stream_header &h, const v
     status |= write_header_strf_video(&f, w->file);
     status |= write_name(r.name_length, r.name, w->file);
     if (status != 0) w->error = 1;
+    if (has_track(w, stream)) write_super_index(w, stream);
 }
 
 template <size_t N>
@@ -173,6 +188,26 @@ void write_dmlh(aviout_handle *w, uint32_t *status) {
     end_mark(list_mark, w->file, status);
 }
 
+// The standard profile leaves the header area's filler zero: some tools
+// show the text of a "JUNK" chunk as the name of the program that wrote the
+// file. The stream ends where it stood, after the chunk.
+void clear_junk_filler(aviout_handle *w, int64_t junk_pos, uint32_t *status) {
+    static constexpr uint8_t zeros[512] = {};
+    const int64_t end = file_tell(w->file);
+    if (junk_pos < 0 || end < junk_pos + 8 || file_seek(w->file, junk_pos + 8, origin_start) != 0) {
+        *status |= 1;
+        return;
+    }
+    for (int64_t at = junk_pos + 8; at < end;) {
+        const size_t n = static_cast<size_t>(end - at < 512 ? end - at : 512);
+        if (file_write(w->file, zeros, n) != n) {
+            *status |= 1;
+            return;
+        }
+        at += static_cast<int64_t>(n);
+    }
+}
+
 }  // namespace
 
 void write_stream_header(aviout_handle *w, int32_t stream) {
@@ -189,14 +224,14 @@ void write_stream_header(aviout_handle *w, int32_t stream) {
         break;
     case kind_text_caption:
         if (within<AVIOUT_MAX_TEXT_CAPTIONS>(i, w->text_caption_count))
-            write_caption_stream(w, h, w->text_captions[i], false);
+            write_caption_stream(w, stream, h, w->text_captions[i], false);
         break;
     case kind_chapter:
-        if (within<AVIOUT_MAX_CHAPTERS>(i, w->chapter_count)) write_caption_stream(w, h, w->chapters[i], true);
+        if (within<AVIOUT_MAX_CHAPTERS>(i, w->chapter_count)) write_caption_stream(w, stream, h, w->chapters[i], true);
         break;
     case kind_bitmap_caption:
         if (within<AVIOUT_MAX_BITMAP_CAPTIONS>(i, w->bitmap_caption_count))
-            write_bitmap_caption_stream(w, h, w->bitmap_captions[i]);
+            write_bitmap_caption_stream(w, stream, h, w->bitmap_captions[i]);
         break;
     default:
         w->error = 1;
@@ -214,7 +249,9 @@ void write_header_area(aviout_handle *w) {
     uint32_t local = 0;
     write_dmlh(w, &local);
     end_mark(hdrl_mark, w->file, &w->error);
+    const int64_t junk_pos = file_tell(w->file);
     junk_pad(header_alignment, w->file, &local);
+    if (w->standard_profile != 0) clear_junk_filler(w, junk_pos, &local);
     write_kqdt(w);
     if (w->menu_file_head != nullptr) write_menu_chunk(w->menu_file_head, w);
 }

@@ -97,6 +97,9 @@ int set_stream(aviout_handle *w, int32_t *out_stream, const Record *record, Reco
     entry.stream_kind = info.kind;
     if (info.odml_track && w->odml == 1)
         return init_avi2_track(w, static_cast<int32_t>(info.kind), stream, &entry, *frame_duration) == -1 ? 1 : 0;
+    // Players that take the OpenDML indexes drop a stream that has none.
+    if (w->odml == 1 && w->standard_profile != 0)
+        return init_caption_track(w, static_cast<int32_t>(info.kind), stream) == -1 ? 1 : 0;
     return 0;
 }
 

@@ -9,17 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-static long read_file(const char *path, uint8_t **data) {
-    FILE *f = fopen(path, "rb");
-    long size = -1;
-    if (f == NULL) return -1;
-    if (fseek(f, 0, SEEK_END) == 0) size = ftell(f);
-    rewind(f);
-    *data = size > 0 ? malloc((size_t)size) : NULL;
-    if (*data == NULL || fread(*data, 1, (size_t)size, f) != (size_t)size) size = -1;
-    fclose(f);
-    return size;
-}
+#include "whole_file.h"
 
 static aviout_handle *open_recorder(const char *path, uint32_t odml, double seconds, int32_t *video, int32_t *audio) {
     aviout_handle *w = aviout_open(path, odml, 0);

@@ -140,7 +140,7 @@ struct subtitle_file {
     }
 };
 
-subtitle_file make_subtitle_file() {
+subtitle_file make_subtitle_file(const char *frame_id = "00dc") {
     struct cue {
         const char *name, *stream, *text;
         int64_t at_ms;
@@ -167,7 +167,7 @@ subtitle_file make_subtitle_file() {
             chunks.push_back({c.stream, text});
         }
         out.frames.push_back(chunks.size());
-        chunks.push_back({"00dc", filler(f % 8 == 0 ? 200 : 20, f), f % 8 == 0});
+        chunks.push_back({frame_id, filler(f % 8 == 0 ? 200 : 20, f), f % 8 == 0});
     }
     out.file = make_indexed(hdrl({video_list(1, 8), bitmap_subtitle_list(), bitmap_subtitle_list()}), chunks);
     return out;
@@ -309,6 +309,27 @@ TEST_F(shown_subtitle, a_partly_built_table_starts_at_the_latest_key_frame_it_kn
 }  // namespace
 
 namespace {
+
+// Frames marked "db" lie where the "dc" ones did: with the db-frame tolerance
+// every answer is the same; without it the walk never counts a frame.
+TEST_F(shown_subtitle, db_frames_give_the_same_answers_under_their_tolerance) {
+    const subtitle_file raw = make_subtitle_file("00db");
+    temp_file file(raw.file.bytes);
+    for (uint32_t tolerances : {0u, static_cast<uint32_t>(AVIIN_TOLERATE_DB_FRAMES)}) {
+        aviin_handle *db = aviin_open_tolerant(file.path(), 0, tolerances);
+        ASSERT_NE(db, nullptr);
+        int differing = 0;
+        for (int32_t frame : {8, 9, 13, 28, 39, 41, 50, 64}) {
+            const uint32_t stream = frame == 39 ? 2 : 1;
+            const shown want = at(frame, stream);
+            shown got;
+            got.result = aviin_get_subtitle_offset(db, &table, 0, stream, frame, &got.offset, &got.duration);
+            if (got.result != want.result || got.offset != want.offset || got.duration != want.duration) ++differing;
+        }
+        EXPECT_EQ(differing > 0, tolerances == 0);
+        aviin_close(db);
+    }
+}
 
 TEST(shown_subtitle_no_rate, a_video_stream_without_a_frame_rate_walks_from_the_first_chunk) {
     // Scale and rate 0: no time for any frame, so no subtitle is ever taken,

@@ -84,6 +84,8 @@ std::vector<hostile> hostile_images() {
          file_with(video_with(byte_image().id("indx").u32(0xFFFFFFF0u).u16(4).u8(0).u8(0).u32(0xFFFFFFFFu).id("00dc")))},
         {"metadata block of 0x7FFFFFF0 bytes",
          file_with(video_with({}), byte_image().list("LIST", "KQDT", claimed("MTDA", "meta", 0x7FFFFFF0u)))},
+        {"video format of 0x7FFFFFF0 bytes, taken whole when tolerated",
+         avi_form(hdrl({strl(byte_image().append(strh_chunk("vids", "MJPG", 1, 25, 1)).id("strf").u32(0x7FFFFFF0u).u32(40).fill(36))}))},
         {"menu block of 0xFFFFFFF0 bytes",
          file_with(video_with({}), byte_image().list("LIST", "KMNU", claimed("MENU", "menu", 0xFFFFFFF0u)))},
     };
@@ -95,12 +97,14 @@ TEST(AllocationBound, OpeningHostileFilesAllocatesNoMoreThanTheFileHolds) {
         for (size_t cut = row.image.size(); cut >= 12; cut = cut > 16 ? cut - 4 : 0) {
             const byte_image image = row.image.head(cut);
             temp_file file(image);
-            largest = 0;
-            recording = true;
-            aviin_handle *h = aviin_open(file.path(), 0);
-            recording = false;
-            aviin_close(h);
-            EXPECT_LE(largest, image.size() + small_records) << row.what << ", " << image.size() << " bytes";
+            for (uint32_t tolerances : {0u, AVIIN_TOLERATE_ALL}) {
+                largest = 0;
+                recording = true;
+                aviin_handle *h = tolerances == 0 ? aviin_open(file.path(), 0) : aviin_open_tolerant(file.path(), 0, tolerances);
+                recording = false;
+                aviin_close(h);
+                EXPECT_LE(largest, image.size() + small_records) << row.what << ", " << image.size() << " bytes, tolerances " << tolerances;
+            }
         }
     }
 }

@@ -320,19 +320,6 @@ TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
 // Bad indexes: failures, never reads outside the file or endless walks.
 // ---------------------------------------------------------------------------
 
-TEST(key_table_bad_index, offsets_counted_from_the_start_of_the_file_are_refused) {
-    open_file h(make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000)}),
-                             {{"00dc", filler(400, 1), true}, {"01wb", filler(96, 2)}, {"00dc", filler(30, 3)},
-                              {"00dc", filler(400, 4), true}},
-                             index_offsets::absolute)
-                    .bytes);
-    table tab(8);
-    ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 8, 0), 0);
-    EXPECT_EQ(aviin_build_keyindex_entry(h, &tab.t, 0), 1);
-    EXPECT_EQ(tab.t.count, 0u);
-    EXPECT_EQ(aviin_build_keyindex_entry(h, &tab.t, 0), 1);  // and again
-}
-
 TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
     const synthetic s = make_synthetic(layout_options{});
     // The third key frame, or the fifth PCM chunk, moved past the end of the file.
@@ -458,18 +445,6 @@ TEST_F(frame_walk, a_persistent_read_error_ends_the_walk) {
     EXPECT_EQ(aviin_get_video_offset(b.h, b.at(15), 0, 15, &pos), 1);
     uint64_t a = 0, c = 0, d = 0;
     EXPECT_EQ(aviin_get_chunk_offsets(b.h, &b.tab.t, 0, 3, 5, 1.0f, &a, &pos, 1, &c, &d), 1);
-}
-
-TEST(frame_walk_raw, frames_stored_uncompressed_are_never_counted) {
-    const indexed_file f = make_indexed(hdrl({video_list(1, 25)}),
-                                        {{"00dc", filler(40, 1), true}, {"00db", filler(40, 2)}, {"00db", filler(40, 3)}});
-    open_file h(f.bytes);
-    table tab(4);
-    build(h, tab);
-    EXPECT_EQ(tab.t.frames_scanned, 1u);
-    uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(h, tab.storage[0], 0, 1, &pos), 1);
-    EXPECT_EQ(static_cast<int64_t>(pos), f.chunks[0].header);
 }
 
 // ---------------------------------------------------------------------------

@@ -21,8 +21,8 @@ namespace {
 uint32_t size_of_chunk(int i) { return 300 + static_cast<uint32_t>(i * 53 % 900); }
 
 // A video and an audio stream; frame f is chunk 2f, its audio 2f + 1.
-aviout_handle *open_av_writer(const char *path, uint32_t odml) {
-    aviout_handle *w = open_video_writer(path, odml, 2.0, 0);
+aviout_handle *open_av_writer(const char *path, uint32_t odml, uint32_t profile = 0) {
+    aviout_handle *w = open_video_writer(path, odml, 2.0, 0, nullptr, profile);
     if (w == nullptr) return nullptr;
     const audio_stream_format a = audio_record(16000, nullptr, 2);
     const double audio_chunk = 0.04;
@@ -44,6 +44,7 @@ struct schedule {
     int every;                 // frames between explicit checkpoints, 0: none
     double seconds;            // checkpoint_seconds
     int checkpoints;           // made over 240 frames at 25 a second
+    uint32_t profile = 0;      // the writer's standard_profile
 };
 
 // The chunks of the finished file as the reader walks them, with every
@@ -54,9 +55,11 @@ struct contents {
     uint32_t frames;
 };
 
-contents read_contents(const char *path) {
+// A standard-profile file is walked with swapped ids read as well, so that
+// its "ix00" chunks are passed whole.
+contents read_contents(const char *path, uint32_t profile) {
     contents c{};
-    aviin_handle *h = aviin_open(path, 0);
+    aviin_handle *h = aviin_open(path, profile);
     EXPECT_NE(h, nullptr);
     if (h == nullptr) return c;
     int last = 0;
@@ -73,7 +76,7 @@ contents read_contents(const char *path) {
 }
 
 void write_recording(const char *path, const schedule &s, int frames) {
-    aviout_handle *w = open_av_writer(path, s.odml);
+    aviout_handle *w = open_av_writer(path, s.odml, s.profile);
     ASSERT_NE(w, nullptr);
     EXPECT_EQ(aviout_checkpoint(w, 1), 0) << "before the first chunk: nothing to do";
     EXPECT_EQ(file_bytes(path).size(), 0u);
@@ -98,9 +101,13 @@ TEST_P(CheckpointSchedule, FinishedFileHoldsTheSame) {
     const schedule s = GetParam();
     constexpr int frames = 240;
     scratch_path plain, checkpointed;
-    write_recording(plain, schedule{s.odml, 0, 0.0, 0}, frames);
+    write_recording(plain, schedule{s.odml, 0, 0.0, 0, s.profile}, frames);
     write_recording(checkpointed, s, frames);
-    const contents a = read_contents(plain), b = read_contents(checkpointed);
+    const contents a = read_contents(plain, s.profile), b = read_contents(checkpointed, s.profile);
+    // The standard profile lists every chunk put in idx1, with OpenDML too.
+    if (s.profile != 0) {
+        EXPECT_EQ(b.idx1.size(), 2u * frames);
+    }
     EXPECT_EQ(b.frames, static_cast<uint32_t>(frames));
     EXPECT_EQ(a.frames, b.frames);
     EXPECT_EQ(a.idx1, b.idx1);
@@ -138,7 +145,8 @@ INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
                          testing::Values(schedule{0, 1, 0.0, 240}, schedule{0, 37, 0.0, 6},
                                          schedule{0, 0, 1.0, 9}, schedule{1, 1, 0.0, 240},
                                          schedule{1, 37, 0.0, 6}, schedule{1, 0, 1.0, 9},
-                                         schedule{1, 50, 0.5, 19}));
+                                         schedule{1, 50, 0.5, 19}, schedule{1, 1, 0.0, 240, 1},
+                                         schedule{1, 50, 0.5, 19, 1}));
 
 // A file that starts at 0 has its header area rendered in memory; one
 // appended after other data has it rewritten through the stream. Both lay

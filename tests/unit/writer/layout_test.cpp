@@ -17,9 +17,10 @@ std::vector<std::string> ids_of(const std::vector<chunk_at> &chunks) {
 
 // A file with one video and one audio stream and a few chunks, one of them
 // "dd" per-frame data.
-std::vector<uint8_t> small_file(uint32_t odml, const char *path) {
+std::vector<uint8_t> small_file(uint32_t odml, const char *path, uint32_t profile = 0) {
     aviout_handle *w = aviout_open(path, odml, 0);
     if (w == nullptr) return {};
+    w->standard_profile = profile;
     w->index_chunk_seconds = 10.0;
     int32_t s = -1;
     const video_stream_format v = video_record("MJPG", "cam");
@@ -38,10 +39,11 @@ std::vector<uint8_t> small_file(uint32_t odml, const char *path) {
 }  // namespace
 
 TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
-    for (uint32_t odml = 0; odml < 2; ++odml) {
-        SCOPED_TRACE(odml);
+    for (uint32_t mode = 0; mode < 4; ++mode) {
+        const uint32_t odml = mode & 1, profile = mode >> 1;
+        SCOPED_TRACE(testing::Message() << odml << "/" << profile);
         scratch_path path;
-        const std::vector<uint8_t> b = small_file(odml, path);
+        const std::vector<uint8_t> b = small_file(odml, path, profile);
         ASSERT_FALSE(b.empty());
         EXPECT_EQ(text4(b, 0), "RIFF");
         EXPECT_EQ(text4(b, 8), "AVI ");
@@ -75,8 +77,9 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
         // first thing past the 2048 boundary: offset 4 in idx1.
         const chunk_at junk = find_child(b, 0, "JUNK");
         EXPECT_EQ(junk.pos, hdrl.pos + 8 + hdrl.size);
+        // Filler "Kelq " repeated; zeros in the standard profile.
         const char filler[] = "Kelq ";
-        for (size_t i = 0; i < junk.size; ++i) ASSERT_EQ(b[junk.data() + i], filler[i % 5]) << i;
+        for (size_t i = 0; i < junk.size; ++i) ASSERT_EQ(b[junk.data() + i], profile ? 0 : filler[i % 5]) << i;
         // Two super indexes of 1632 bytes push the header area past 2048.
         const size_t boundary = odml != 0 ? 4096u : 2048u;
         EXPECT_EQ(junk.data() + junk.size, boundary);
@@ -120,32 +123,38 @@ TEST(WriterLayout, JunkFillsToTheNextBoundary) {
 }
 
 // strh, strf and avih of one video stream; xvid codes become the library's
-// own, and the image size follows the compression's bytes per pixel.
+// own (kept as given in the standard profile), and the image size follows
+// the compression's bytes per pixel.
 TEST(WriterLayout, VideoHeadersAndCodecRewriting) {
     struct clip {
         const char *handler, *compression;
         int32_t width, height;
         const char *handler_out, *compression_out;
         uint32_t image;
+        uint32_t profile;
     } const clips[] = {
-        {"XVID", "XVID", 64, 48, "kelq", "KQ50", 64 * 48 * 3},
-        {"xvid", "xvid", 64, 48, "kelq", "KQ50", 64 * 48 * 3},
-        {"Xvid", "Xvid", 64, 48, "Xvid", "Xvid", 64 * 48 * 3},
-        {"DIVX", "IYUV", 64, 48, "DIVX", "IYUV", 64 * 48 * 3 / 2},
-        {"DIVX", "YV12", 30, 10, "DIVX", "YV12", 30 * 10 * 3 / 2},
-        {"DIVX", "I420", 16, 16, "DIVX", "I420", 16 * 16 * 3 / 2},
-        {"DIVX", "UYVY", 64, 48, "DIVX", "UYVY", 64 * 48 * 2},
-        {"DIVX", "YUY2", 64, 48, "DIVX", "YUY2", 64 * 48 * 2},
-        {"DIVX", "YUYV", 64, 48, "DIVX", "YUYV", 64 * 48 * 2},
-        {"DIVX", "V422", 64, 48, "DIVX", "V422", 64 * 48 * 2},
-        {"\0\0\0\0", "DIB ", 10, 10, "\0\0\0\0", "DIB ", 300},
-        {"H264", "H264", 1920, 1080, "H264", "H264", 1920 * 1080 * 3},
+        {"XVID", "XVID", 64, 48, "XVID", "XVID", 64 * 48 * 3, 1},
+        {"xvid", "xvid", 64, 48, "xvid", "xvid", 64 * 48 * 3, 1},
+        {"DIVX", "YV12", 30, 10, "DIVX", "YV12", 30 * 10 * 3 / 2, 1},
+        {"XVID", "XVID", 64, 48, "kelq", "KQ50", 64 * 48 * 3, 0},
+        {"xvid", "xvid", 64, 48, "kelq", "KQ50", 64 * 48 * 3, 0},
+        {"Xvid", "Xvid", 64, 48, "Xvid", "Xvid", 64 * 48 * 3, 0},
+        {"DIVX", "IYUV", 64, 48, "DIVX", "IYUV", 64 * 48 * 3 / 2, 0},
+        {"DIVX", "YV12", 30, 10, "DIVX", "YV12", 30 * 10 * 3 / 2, 0},
+        {"DIVX", "I420", 16, 16, "DIVX", "I420", 16 * 16 * 3 / 2, 0},
+        {"DIVX", "UYVY", 64, 48, "DIVX", "UYVY", 64 * 48 * 2, 0},
+        {"DIVX", "YUY2", 64, 48, "DIVX", "YUY2", 64 * 48 * 2, 0},
+        {"DIVX", "YUYV", 64, 48, "DIVX", "YUYV", 64 * 48 * 2, 0},
+        {"DIVX", "V422", 64, 48, "DIVX", "V422", 64 * 48 * 2, 0},
+        {"\0\0\0\0", "DIB ", 10, 10, "\0\0\0\0", "DIB ", 300, 0},
+        {"H264", "H264", 1920, 1080, "H264", "H264", 1920 * 1080 * 3, 0},
     };
     for (const clip &c : clips) {
-        SCOPED_TRACE(c.compression);
+        SCOPED_TRACE(testing::Message() << c.compression << "/" << c.profile);
         scratch_path path;
         aviout_handle *w = aviout_open(path, 0, 0);
         ASSERT_NE(w, nullptr);
+        w->standard_profile = c.profile;
         const video_stream_format v = video_record(c.compression, nullptr, c.width, c.height, 1001, 30000, c.handler);
         int32_t s;
         ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
@@ -172,60 +181,69 @@ TEST(WriterLayout, VideoHeadersAndCodecRewriting) {
     }
 }
 
+// The standard profile differs only in the text-caption and chapter timing.
 TEST(WriterLayout, AudioCaptionAndBitmapCaptionHeaders) {
-    scratch_path path;
-    aviout_handle *w = aviout_open(path, 0, 0);
-    ASSERT_NE(w, nullptr);
-    int32_t s;
-    const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
-    const caption_stream_format text = caption_record("Subtitle", 0x1111);
-    const caption_stream_format chapter = caption_record("Chapter", 0x2222);
-    const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
-    ASSERT_EQ(aviout_set_text_caption_format(w, &s, &text), 0);
-    ASSERT_EQ(aviout_set_chapter_format(w, &s, &chapter), 0);
-    ASSERT_EQ(aviout_set_bitmap_caption_format(w, &s, &bitmap), 0);
-    put(w, 0, 0, payload(1001, 1));
-    put(w, 1, 0, payload(17, 2));
-    put(w, 1, 0, payload(40, 3));
-    put(w, 2, 0, payload(5, 4));
-    put(w, 3, 0, payload(300, 5));
-    aviout_close(w);
-    const std::vector<uint8_t> b = file_bytes(path);
-    // No video stream: the avih timing fields stay 0; no super indexes.
-    expect_words(b, avih_data(b), {{0, 0}, {16, 0}, {24, 4}});
-    EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
+    struct form {
+        uint32_t profile, scale, rate;
+    } const forms[] = {{0, 0, 0}, {1, 1, 1000}};
+    for (const form &fm : forms) {
+        SCOPED_TRACE(fm.profile);
+        scratch_path path;
+        aviout_handle *w = aviout_open(path, 0, 0);
+        ASSERT_NE(w, nullptr);
+        w->standard_profile = fm.profile;
+        int32_t s;
+        const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
+        const caption_stream_format text = caption_record("Subtitle", 0x1111);
+        const caption_stream_format chapter = caption_record("Chapter", 0x2222);
+        const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
+        ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr), 0);
+        ASSERT_EQ(aviout_set_text_caption_format(w, &s, &text), 0);
+        ASSERT_EQ(aviout_set_chapter_format(w, &s, &chapter), 0);
+        ASSERT_EQ(aviout_set_bitmap_caption_format(w, &s, &bitmap), 0);
+        put(w, 0, 0, payload(1001, 1));
+        put(w, 1, 0, payload(17, 2));
+        put(w, 1, 0, payload(40, 3));
+        put(w, 2, 0, payload(5, 4));
+        put(w, 3, 0, payload(300, 5));
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
+        // No video stream: the avih timing fields stay 0; no super indexes.
+        expect_words(b, avih_data(b), {{0, 0}, {16, 0}, {24, 4}});
+        EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
 
-    // Audio: 1001 bytes in samples of 4 make a length of 251, rounded up.
-    size_t h = strl_chunk(b, 0, "strh");
-    EXPECT_EQ(text4(b, h + strh_type), "auds");
-    expect_words(b, h, {{strh_handler, 0}, {strh_initial, 3}, {strh_scale, 1}, {strh_rate, 44100}, {strh_start, 5},
-                        {strh_length, 251}, {strh_buffer, 1001}, {strh_quality, 0xFFFFFFFFu}, {strh_sample, 4},
-                        {strh_rect, 0}, {strh_rect + 4, 0}});
-    size_t f = strl_chunk(b, 0, "strf");
-    expect_words(b, f - 4, {{0, 20}, {4, 1 | 1 << 16}, {8, 44100}, {20, 2 | 0xA0 << 16 | 0xA1u << 24}});
-    EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
+        // Audio: 1001 bytes in samples of 4 make a length of 251, rounded up.
+        size_t h = strl_chunk(b, 0, "strh");
+        EXPECT_EQ(text4(b, h + strh_type), "auds");
+        expect_words(b, h, {{strh_handler, 0}, {strh_initial, 3}, {strh_scale, 1}, {strh_rate, 44100}, {strh_start, 5},
+                            {strh_length, 251}, {strh_buffer, 1001}, {strh_quality, 0xFFFFFFFFu}, {strh_sample, 4},
+                            {strh_rect, 0}, {strh_rect + 4, 0}});
+        size_t f = strl_chunk(b, 0, "strf");
+        expect_words(b, f - 4, {{0, 20}, {4, 1 | 1 << 16}, {8, 44100}, {20, 2 | 0xA0 << 16 | 0xA1u << 24}});
+        EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
 
-    // Text caption and chapter: "txts", no timing, length 0 whatever was
-    // written; the format's values stored in the order 0, 1, 3, 2.
-    for (int stream = 1; stream <= 2; ++stream) {
-        SCOPED_TRACE(stream);
-        const uint32_t base = stream == 1 ? 0x1111 : 0x2222;
-        h = strl_chunk(b, stream, "strh");
-        EXPECT_EQ(text4(b, h + strh_type), "txts");
-        expect_words(b, h, {{strh_handler, 0}, {strh_scale, 0}, {strh_rate, 0}, {strh_length, 0},
-                            {strh_quality, 0xFFFFFFFFu}, {strh_rect, 0}, {strh_rect + 4, 0}});
-        expect_words(b, strl_chunk(b, stream, "strf") - 4, {{0, 8}, {4, base | base * 2 << 16}, {8, base * 4 | base * 3 << 16}});
+        // Text caption and chapter: "txts", by default without timing, length 0
+        // whatever was written; the format's values stored in the order 0, 1, 3, 2.
+        for (int stream = 1; stream <= 2; ++stream) {
+            SCOPED_TRACE(stream);
+            const uint32_t base = stream == 1 ? 0x1111 : 0x2222;
+            h = strl_chunk(b, stream, "strh");
+            EXPECT_EQ(text4(b, h + strh_type), "txts");
+            expect_words(b, h, {{strh_handler, 0}, {strh_scale, fm.scale}, {strh_rate, fm.rate}, {strh_length, 0},
+                                {strh_quality, 0xFFFFFFFFu}, {strh_rect, 0}, {strh_rect + 4, 0}});
+            expect_words(b, strl_chunk(b, stream, "strf") - 4,
+                         {{0, 8}, {4, base | base * 2 << 16}, {8, base * 4 | base * 3 << 16}});
+        }
+        EXPECT_EQ(le32(b, strl_chunk(b, 1, "strh") + strh_buffer), 40u);
+
+        h = strl_chunk(b, 3, "strh");
+        EXPECT_EQ(text4(b, h + strh_type), "vids");
+        EXPECT_EQ(text4(b, h + strh_handler), "SUBP");
+        expect_words(b, h, {{strh_flags, 1}, {strh_rate, 25}, {strh_length, 1}, {strh_rect + 4, 720 | 575 << 16}});
+        f = strl_chunk(b, 3, "strf");
+        EXPECT_EQ(text4(b, f + 16), "KQSB");
+        expect_words(b, f, {{12, 1 | 4 << 16}, {20, 720 * 575 / 2}});
     }
-    EXPECT_EQ(le32(b, strl_chunk(b, 1, "strh") + strh_buffer), 40u);
-
-    h = strl_chunk(b, 3, "strh");
-    EXPECT_EQ(text4(b, h + strh_type), "vids");
-    EXPECT_EQ(text4(b, h + strh_handler), "SUBP");
-    expect_words(b, h, {{strh_flags, 1}, {strh_rate, 25}, {strh_length, 1}, {strh_rect + 4, 720 | 575 << 16}});
-    f = strl_chunk(b, 3, "strf");
-    EXPECT_EQ(text4(b, f + 16), "KQSB");
-    expect_words(b, f, {{12, 1 | 4 << 16}, {20, 720 * 575 / 2}});
 }
 
 // The legacy index: one record per data chunk, flags by kind, offsets from

@@ -230,9 +230,10 @@ inline int put(aviout_handle *w, int32_t stream, uint32_t flags, const std::vect
 
 // A writer with one video stream of 25 frames per second (0.04 s a frame).
 inline aviout_handle *open_video_writer(const char *path, uint32_t odml = 0, double index_seconds = 0.0,
-                                        uint32_t timing_mode = 0, int32_t *stream = nullptr) {
+                                        uint32_t timing_mode = 0, int32_t *stream = nullptr, uint32_t profile = 0) {
     aviout_handle *w = aviout_open(path, odml, 0);
     if (w == nullptr) return nullptr;
+    w->standard_profile = profile;
     w->index_chunk_seconds = index_seconds;
     w->odml_timing_mode = timing_mode;
     const video_stream_format v = video_record();
