@@ -316,7 +316,7 @@ bool scan_layout(const char *path, bool with_idx1, uint32_t swapped_ids, avi_lay
     return true;
 }
 
-std::string refusal_reason(const avi_layout &layout) {
+std::string refusal_reason(const avi_layout &layout, uint32_t tolerances) {
     if (layout.file_size == 0) return "the file is empty";
     if (layout.file_size >= 4 && !fourCC_equal(layout.first_id, id_riff) && !fourCC_equal(layout.first_id, id_mrif))
         return "it is not a RIFF file (it begins with '" + fourcc_text(layout.first_id) + "')";
@@ -355,7 +355,7 @@ std::string refusal_reason(const avi_layout &layout) {
             const bool auds = fourCC_equal(s.strh.type, stream_auds);
             if (!vids && !auds) continue;
             if (!s.has_strf) return which + " has no stream format (strf)";
-            if (vids && s.strf_size > s.video.size)
+            if (vids && s.strf_size > s.video.size && (tolerances & AVIIN_TOLERATE_LONG_VIDEO_FORMAT) == 0)
                 return which + "'s video format has " + std::to_string(s.strf_size - s.video.size) + " bytes after its " +
                        std::to_string(s.video.size) + "-byte header (palette or codec data), which this reader does not accept";
             if (vids && s.strf_size < s.video.size)
@@ -385,10 +385,10 @@ std::string refusal_reason(const avi_layout &layout) {
     return "the reader does not accept its header lists";
 }
 
-aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout) {
-    aviin_handle *h = aviin_open(path, swapped_ids);
+aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout, read_mode mode) {
+    aviin_handle *h = open_with_mode(path, swapped_ids, mode);
     if (h == nullptr) {
-        print_error("cannot open '%s': %s", path, refusal_reason(layout).c_str());
+        print_error("cannot open '%s': %s", path, refusal_reason(layout, mode.tolerances()).c_str());
         return nullptr;
     }
     // The reader took a first form that the RIFF layer did not find: the file

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "kelqavi.h"
+#include "read_mode.h"
 
 #include <cstdint>
 #include <string>
@@ -116,15 +117,15 @@ struct avi_layout {
 // error, when the file cannot be opened or read.
 bool scan_layout(const char *path, bool count_idx1, uint32_t swapped_ids, avi_layout &layout, std::string &error);
 
-// Why aviin_open refused a file whose layout is this: the first check of the
+// Why the reader refused a file whose layout is this: the first check of the
 // reader's that the file fails, as a phrase ("its first RIFF form has no
-// 'movi' list").
-std::string refusal_reason(const avi_layout &layout);
+// 'movi' list"). tolerances: those the reader was opened with.
+std::string refusal_reason(const avi_layout &layout, uint32_t tolerances = 0);
 
-// Opens the file with aviin_open. When the reader refuses it, prints
-// "cannot open 'PATH': REASON" and returns null. A handle returned stands on
-// a file whose layout has its first form at layout.forms[0].
-aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout);
+// Opens the file as mode says (open_with_mode). When the reader refuses it,
+// prints "cannot open 'PATH': REASON" and returns null. A handle returned
+// stands on a file whose layout has its first form at layout.forms[0].
+aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout, read_mode mode);
 
 // The RIFF segments as the reader numbers them.
 struct segment {

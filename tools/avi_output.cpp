@@ -85,6 +85,7 @@ void avi_output::caller_fields::take(const aviout_handle &w) {
     swapped_ids = w.swapped_ids;
     extension_list = w.extension_list;
     checkpoint_sync = w.checkpoint_sync;
+    standard_profile = w.standard_profile;
     menu_file_head = w.menu_file_head;
     menu_file_tail = w.menu_file_tail;
 }
@@ -96,17 +97,20 @@ void avi_output::caller_fields::give(aviout_handle &w) const {
     w.swapped_ids = swapped_ids;
     w.extension_list = extension_list;
     w.checkpoint_sync = checkpoint_sync;
+    w.standard_profile = standard_profile;
     w.menu_file_head = menu_file_head;
     w.menu_file_tail = menu_file_tail;
 }
 
-bool avi_output::open(const char *file, bool with_odml, std::string &error) {
+bool avi_output::open(const char *file, bool with_odml, bool standard, std::string &error) {
     errno = 0;
     w_ = aviout_open(file, with_odml ? 1 : 0, 0);
     if (w_ == nullptr) {
         error = std::string("cannot create '") + file + "': " + (errno != 0 ? std::strerror(errno) : "the writer refused it");
         return false;
     }
+    w_->standard_profile = standard ? 1 : 0;
+    this->standard = standard;
     path = file;
     current_ = file;
     odml = with_odml;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "kelqavi.h"
+#include "read_mode.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -48,8 +49,9 @@ public:
     avi_output &operator=(const avi_output &) = delete;
 
     // aviout_open; false with a reason in error when the file cannot be
-    // created.
-    bool open(const char *path, bool odml, std::string &error);
+    // created. standard sets the writer's standard_profile: the form every
+    // player reads, rather than the designed bytes.
+    bool open(const char *path, bool odml, bool standard, std::string &error);
     // The handle of the file being written, for the caller-set fields. They
     // are set before the first stream and carried into every next file.
     aviout_handle *handle() { return w_; }
@@ -89,7 +91,11 @@ public:
     // What the summary shows.
     std::string path;
     bool odml = false;
+    bool standard = false;      // written with the writer's standard profile
     bool swapped_ids = false;
+    // remux: how its input was read, for the summary's "tolerated" line.
+    const read_mode *input_mode = nullptr;
+    uint32_t input_tolerated = 0;
     double checkpoint_seconds = 0;
     std::vector<written_stream> streams;
     std::vector<written_file> files;  // finished files
@@ -116,7 +122,7 @@ private:
     // The writer's caller-set fields, carried from one file to the next.
     struct caller_fields {
         double index_chunk_seconds = 0, checkpoint_seconds = 0;
-        uint32_t odml_timing_mode = 0, swapped_ids = 0, extension_list = 0, checkpoint_sync = 0;
+        uint32_t odml_timing_mode = 0, swapped_ids = 0, extension_list = 0, checkpoint_sync = 0, standard_profile = 0;
         const char *menu_file_head = nullptr, *menu_file_tail = nullptr;
         void take(const aviout_handle &w);
         void give(aviout_handle &w) const;

@@ -34,6 +34,7 @@ enum chunk_flag : uint8_t {
     flag_in_index = 1 << 2,   // it lies inside an OpenDML standard index chunk (ix##)
     flag_backwards = 1 << 3,  // its size, taken as signed 32 bits, steps the header walk backwards
     flag_not_read = 1 << 4,   // too large to be worth a buffer: passed over unread
+    flag_whole_index = 1 << 5, // with flag_in_index: the ix## chunk itself, met whole as an index chunk
 };
 
 // The buffer is not grown beyond this; a larger chunk is passed over unread,
@@ -111,6 +112,8 @@ public:
     aviin_handle *handle() const { return h_; }
     void set_handle(aviin_handle *h) { h_ = h; }
     std::vector<chunk_record> &records() { return records_; }
+    // The tolerances the handles walked with have needed, by the end of each walk.
+    uint32_t tolerated() const { return tolerated_; }
 
     // Walks the list the handle stands in. expected_start is where the
     // segment's first chunk lies by the RIFF layer's reading of the file.
@@ -133,6 +136,7 @@ public:
             walk_whole(w, start);
         }
         w.chunks = records_.size() - first;
+        tolerated_ |= tolerances_needed(h_);
     }
 
 private:
@@ -318,6 +322,7 @@ private:
         for (const index_range &r : ranges_) {
             if (position >= r.begin && position < r.end) {
                 c.flags |= flag_in_index;
+                if (type == KELQAVI_CHUNK_INDEX && position == r.begin) c.flags |= flag_whole_index;
                 c.index_owner = static_cast<uint16_t>(r.owner);
                 break;
             }
@@ -337,6 +342,7 @@ private:
     std::vector<index_range> ranges_;
     std::vector<uint8_t> buffer_;
     std::vector<chunk_record> records_;
+    uint32_t tolerated_ = 0;
 };
 
 // ---------------------------------------------------------------------------
@@ -455,7 +461,10 @@ std::string notes_for(const chunk_record &c) {
     if (c.has(flag_past_eof)) add("runs past the end of the file; not read");
     if (c.has(flag_not_read)) add("too large for the buffer; passed over unread");
     if (c.has(flag_backwards)) add("size steps the walk backwards");
-    if (c.has(flag_in_index)) add("inside stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##)");
+    if (c.has(flag_whole_index))
+        add("stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##), passed whole");
+    else if (c.has(flag_in_index))
+        add("inside stream " + std::to_string(c.index_owner) + "'s standard index chunk (ix##)");
     return notes;
 }
 
@@ -469,6 +478,8 @@ struct walk_summary {
     uint64_t in_index = 0;                      // records inside ix## chunks, counted apart
     uint64_t chunks = 0, bytes = 0;
     uint64_t problems = 0;
+    read_mode mode;
+    uint32_t tolerated = 0;  // the tolerances the file needed
 };
 
 walk_summary summarise(const std::vector<chunk_record> &records, const std::vector<segment_walk> &walks,
@@ -521,6 +532,7 @@ void print_text(const char *path, const avi_layout &layout, const std::vector<ch
                 plural(records.size(), "record", "records").c_str(),
                 plural(walks.size(), "segment", "segments").c_str(),
                 headers_only ? "headers only" : "whole chunks read");
+    print_tolerated(stdout, s.mode, s.tolerated);
 
     using al = column_layout::align;
     column_layout table({al::right, al::right, al::left, al::left, al::right, al::right, al::left});
@@ -579,6 +591,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
     j.field("file_size", jw::number(layout.file_size));
     j.field("mode", jw::text(headers_only ? "headers" : "whole_chunks"));
     j.field("swapped_ids", jw::boolean(swapped != 0));
+    tolerated_json(j, s.mode, s.tolerated);
     j.field("segment_count", jw::number(segments.count));
     j.begin_array("segments");
     for (const segment_walk &w : walks) {
@@ -615,6 +628,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         if (c.has(flag_past_eof)) j.field("past_eof", jw::boolean(true));
         if (c.has(flag_backwards)) j.field("backwards", jw::boolean(true));
         if (c.has(flag_in_index)) j.field("in_index_of_stream", jw::number(static_cast<uint32_t>(c.index_owner)));
+        if (c.has(flag_whole_index)) j.field("whole_index_chunk", jw::boolean(true));
         j.end_object();
     }
     j.end_array();
@@ -645,7 +659,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
 
 void print_chunks_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi chunks [--headers] [--json] [--swapped-ids] FILE\n"
+                 "Usage: kelqavi chunks [--headers] [--json] [--strict] [--swapped-ids] FILE\n"
                  "\n"
                  "Walks the 'movi' list of every RIFF segment of FILE with the library's\n"
                  "reader, in file order, and prints every chunk it meets: segment, offset,\n"
@@ -657,7 +671,10 @@ void print_chunks_help(FILE *out) {
                  "reader does not recognise are passed by its resync scan, which looks for\n"
                  "the next id of the form \"00dc\"; they show as 'unrecognised'. OpenDML\n"
                  "standard index chunks (ix##) have such ids, and the walk meets the chunk ids\n"
-                 "stored in them; those records are marked and counted apart.\n"
+                 "stored in them; those records are marked and counted apart. Read with\n"
+                 "tolerance (without --strict) the walk passes an index chunk whole and shows\n"
+                 "it as type 'index'; a first line 'tolerated:' lists the tolerances FILE\n"
+                 "needed (\"tolerated\" in JSON).\n"
                  "\n"
                  "Options:\n"
                  "  --headers       read only chunk headers (aviin_get_next_chunk_type); an\n"
@@ -665,6 +682,7 @@ void print_chunks_help(FILE *out) {
                  "                  of such steps is shown as one record\n"
                  "  --json          print the same as JSON: one object per chunk with segment,\n"
                  "                  offset, id, type, type_code, stream, size, data_offset\n"
+                 "%s"
                  "  --swapped-ids   also accept chunk ids written type first (\"dc00\"); with\n"
                  "                  it, ix## index chunks are recognised and passed whole\n"
                  "  -h, --help      show this help\n"
@@ -673,17 +691,19 @@ void print_chunks_help(FILE *out) {
                  "or the reader refuses it; 2 usage error; 3 the walk found a fault: a chunk\n"
                  "cut short or running past the end of the file, a list longer than the\n"
                  "file, a read failure before the end of a list, or a segment the reader\n"
-                 "could not enter.\n");
+                 "could not enter.\n",
+                 strict_option_help);
 }
 
 int run_chunks_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
     const int parsed =
-        parse_command_options("chunks", argc, argv, {"--headers", "--json", "--swapped-ids"}, print_chunks_help, options, stop);
+        parse_command_options("chunks", argc, argv, {"--headers", "--json", "--strict", "--swapped-ids"}, print_chunks_help, options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
     const bool headers_only = options.has("--headers");
+    const read_mode mode{options.has("--strict")};
 
     avi_layout layout;
     std::string error;
@@ -691,12 +711,13 @@ int run_chunks_command(int argc, char **argv) {
         print_error("%s", error.c_str());
         return exit_bad_input;
     }
-    aviin_handle *h = open_reader(options.path, swapped, layout);
+    aviin_handle *h = open_reader(options.path, swapped, layout, mode);
     if (h == nullptr) return exit_bad_input;
 
     std::vector<segment_walk> walks;
     std::vector<chunk_record> records;
     segment_list segments;
+    uint32_t tolerated = 0;
     {
         progress_bar progress(("kelqavi: walking " + std::string(options.path)).c_str(), "chunks",
                               static_cast<uint64_t>(layout.file_size));
@@ -730,7 +751,7 @@ int run_chunks_command(int argc, char **argv) {
                 w.end = walk_end::not_entered;
                 walks.push_back(w);
                 aviin_close(moved);
-                walker.set_handle(aviin_open(options.path, swapped));
+                walker.set_handle(open_with_mode(options.path, swapped, mode));
                 if (walker.handle() == nullptr) break;
                 continue;
             }
@@ -739,10 +760,13 @@ int run_chunks_command(int argc, char **argv) {
         }
         records = walker.records();
         h = walker.handle();
+        tolerated = walker.tolerated();
     }
     if (!segments.handle_released) aviin_close(h);
 
-    const walk_summary summary = summarise(records, walks, layout, segments.query_failed);
+    walk_summary summary = summarise(records, walks, layout, segments.query_failed);
+    summary.mode = mode;
+    summary.tolerated = tolerated;
     if (options.has("--json"))
         print_json(options.path, layout, records, walks, segments, summary, headers_only, swapped);
     else

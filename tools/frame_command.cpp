@@ -83,7 +83,7 @@ audio_found find_audio(key_session &s, const keyindex_entry &key, const audio_st
 
 void print_frame_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi frame [--json] [--audio S] [--extract OUT] FILE N\n"
+                 "Usage: kelqavi frame [--json] [--strict] [--audio S] [--extract OUT] FILE N\n"
                  "\n"
                  "Finds frame N (from 0) of the first video stream of FILE as an application\n"
                  "does with the library: the key frame at or before N from the key-frame table\n"
@@ -97,19 +97,21 @@ void print_frame_help(FILE *out) {
                  "                  the key frame's table entry names\n"
                  "  --extract OUT   write the frame's data to the file OUT\n"
                  "  --json          print the same as JSON\n"
+                 "%s"
                  "  -h, --help      show this help\n"
                  "\n"
                  "Exit status: 0 the frame was found; 1 FILE cannot be read, has no video\n"
                  "stream or no idx1, N is not a frame of it (beyond the last, or before the\n"
                  "first key frame), S is not an audio stream, or OUT cannot be written; 2 usage\n"
                  "error; 3 the index does not describe the file, or the walk from the key\n"
-                 "frame did not reach frame N.\n");
+                 "frame did not reach frame N.\n",
+                 strict_option_help);
 }
 
 int run_frame_command(int argc, char **argv) {
     valued_options options;
     bool stop = false;
-    const int parsed = parse_valued_options("frame", argc, argv, {"--json"}, {"--audio", "--extract"}, 1, "FILE N",
+    const int parsed = parse_valued_options("frame", argc, argv, {"--json", "--strict"}, {"--audio", "--extract"}, 1, "FILE N",
                                             print_frame_help, options, stop);
     if (stop) return parsed;
     const char *path = options.operands[0];
@@ -123,7 +125,7 @@ int run_frame_command(int argc, char **argv) {
         return exit_usage;
     }
     key_session s;
-    const int opened = s.open(path);
+    const int opened = s.open(path, true, read_mode{options.has("--strict")});
     if (opened != exit_ok) return opened;
     const audio_stream_info *audio = nullptr;
     if (audio_number >= 0) {
@@ -200,6 +202,7 @@ int run_frame_command(int argc, char **argv) {
             j.end_object();
         }
         j.field("extracted", extract != nullptr ? jw::text(*extract) : jw::null());
+        tolerated_json(j, s.mode, s.tolerated());
         j.end_object();
         j.write(stdout);
     } else {
@@ -217,6 +220,7 @@ int run_frame_command(int argc, char **argv) {
                 std::printf("audio stream %u: none: %s\n", found.stream, found.why.c_str());
         }
         if (extract != nullptr) std::printf("wrote %u bytes to %s\n", size, extract->c_str());
+        if (!s.mode.strict) std::printf("tolerated: %s\n", tolerance_words(s.tolerated()).c_str());
     }
     if (std::fflush(stdout) != 0) {
         print_error("cannot write the output: %s", std::strerror(errno));

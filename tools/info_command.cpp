@@ -29,6 +29,7 @@ struct stream_report {
     bool format_read = false;  // the getter of its kind answered
     video_stream_format video{};
     uint32_t length = 0;       // the video getters' length in frames
+    uint32_t format_extra = 0; // video format bytes past its header (a palette, codec set-up data)
     audio_stream_format audio{};
     caption_stream_format caption{};
     bool has_name = false;
@@ -48,6 +49,8 @@ struct info_report {
     int32_t menu_size = 0, metadata_size = 0;
     bool has_menu = false, has_metadata = false;
     segment_list segments;
+    read_mode mode;
+    uint32_t tolerated = 0;    // the tolerances the file needed
 };
 
 std::string name_text(const char *name, int32_t length) {
@@ -72,6 +75,10 @@ stream_report read_stream(aviin_handle *h, int32_t number, const avi_layout &lay
     case KELQAVI_CHUNK_VIDEO:
         s.format_read = aviin_get_video_format(h, number, &s.video, &s.length) == 0;
         if (s.format_read) take_name(s, s.video.name, s.video.name_length);
+        {
+            const uint8_t *extra = nullptr;
+            aviin_get_video_format_extra(h, number, &extra, &s.format_extra);
+        }
         break;
     case KELQAVI_CHUNK_BITMAP_CAPTION:
         s.format_read = aviin_get_bitmap_caption_format(h, number, &s.video, &s.length) == 0;
@@ -363,6 +370,7 @@ void stream_text(report_text &t, const stream_report &s) {
         t.row("length", length);
         t.row("quality", v.quality == 0xFFFFFFFFu ? "default (0xFFFFFFFF)" : std::to_string(v.quality));
         if (s.kind == KELQAVI_CHUNK_VIDEO) t.row("strd block", strd_text(s));
+        if (s.format_extra > 0) t.row("format extra", bytes_text(s.format_extra) + " past the format header");
     } else if (s.kind == KELQAVI_CHUNK_AUDIO && s.format_read) {
         const audio_format &w = s.audio.wave_format;
         const char *tag = format_tag_name(w.format_tag);
@@ -473,6 +481,7 @@ void print_text(const info_report &r, const text_style &style) {
                 bytes_text(static_cast<uint64_t>(layout.file_size)).c_str(),
                 plural(static_cast<uint64_t>(r.stream_count), "stream", "streams").c_str(),
                 plural(static_cast<uint64_t>(r.segments.count), "RIFF segment", "RIFF segments").c_str());
+    print_tolerated(stdout, r.mode, r.tolerated);
     report_text t(style);
     main_header_text(t, layout.forms[0], style.unicode);
     for (const stream_report &s : r.streams) stream_text(t, s);
@@ -510,6 +519,7 @@ void stream_json(jw &j, const stream_report &s) {
         if (s.kind == KELQAVI_CHUNK_VIDEO) {
             j.field("strd_size", v.strd_present == 1 ? jw::number(v.strd_size) : jw::null());
             j.field("strd_not_taken", strd_not_taken(s) ? jw::number(s.list->strd_size) : jw::null());
+            j.field("format_extra_size", jw::number(s.format_extra));
         }
     } else if (s.kind == KELQAVI_CHUNK_AUDIO && s.format_read) {
         const audio_format &w = s.audio.wave_format;
@@ -613,6 +623,7 @@ void print_json(const info_report &r) {
     j.begin_object();
     j.field("file", jw::text(r.path));
     j.field("file_size", jw::number(layout.file_size));
+    tolerated_json(j, r.mode, r.tolerated);
     if (first.has_avih) {
         const avi_main_header &m = first.avih;
         j.begin_object("main_header");
@@ -673,7 +684,7 @@ void print_json(const info_report &r) {
 
 void print_info_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi info [--json] [--swapped-ids] FILE\n"
+                 "Usage: kelqavi info [--json] [--strict] [--swapped-ids] FILE\n"
                  "\n"
                  "Opens FILE with the library's reader and prints what it finds: the main\n"
                  "header (frame period, data rate, flags, frame count, frame size), every\n"
@@ -683,23 +694,27 @@ void print_info_help(FILE *out) {
                  "offsets, and the indexes: idx1 entries per stream and each stream's OpenDML\n"
                  "super index (its standard index chunks and the chunks they index).\n"
                  "\n"
-                 "When the reader refuses FILE, one line says why.\n"
+                 "When the reader refuses FILE, one line says why. A first line 'tolerated:'\n"
+                 "lists the tolerances FILE needed (\"tolerated\" in JSON).\n"
                  "\n"
                  "Options:\n"
                  "  --json          print the same as JSON, with stable keys\n"
+                 "%s"
                  "  --swapped-ids   also accept chunk ids written type first (\"dc00\")\n"
                  "  -h, --help      show this help\n"
                  "\n"
                  "Exit status: 0 the file was read; 1 FILE cannot be read or the reader\n"
-                 "refuses it; 2 usage error.\n");
+                 "refuses it; 2 usage error.\n",
+                 strict_option_help);
 }
 
 int run_info_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed = parse_command_options("info", argc, argv, {"--json", "--swapped-ids"}, print_info_help, options, stop);
+    const int parsed = parse_command_options("info", argc, argv, {"--json", "--strict", "--swapped-ids"}, print_info_help, options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
+    const read_mode mode{options.has("--strict")};
 
     avi_layout layout;
     std::string error;
@@ -707,9 +722,12 @@ int run_info_command(int argc, char **argv) {
         print_error("%s", error.c_str());
         return exit_bad_input;
     }
-    aviin_handle *h = open_reader(options.path, swapped, layout);
+    aviin_handle *h = open_reader(options.path, swapped, layout, mode);
     if (h == nullptr) return exit_bad_input;
-    const info_report report = gather(h, options.path, layout);
+    const uint32_t at_open = tolerances_needed(h);
+    info_report report = gather(h, options.path, layout);
+    report.mode = mode;
+    report.tolerated = report.segments.handle_released ? at_open : tolerances_needed(h);
     if (!report.segments.handle_released) aviin_close(h);
 
     if (options.has("--json"))

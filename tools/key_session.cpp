@@ -8,11 +8,6 @@
 
 namespace kelqtool {
 
-namespace {
-
-
-}  // namespace
-
 double audio_stream_info::time_at(uint64_t count) const {
     if (fixed) return samples_per_sec == 0 ? 0.0 : static_cast<double>(count) * block_align / samples_per_sec;
     return rate == 0 ? 0.0 : static_cast<double>(count) / rate;
@@ -22,7 +17,8 @@ key_session::~key_session() { aviin_close(h); }
 
 double key_session::frame_seconds() const { return video.rate == 0 ? 0.0 : static_cast<double>(video.scale) / video.rate; }
 
-int key_session::open(const char *path, bool require_index) {
+int key_session::open(const char *path, bool require_index, read_mode how) {
+    mode = how;
     avi_layout layout;
     std::string error;
     if (!scan_layout(path, false, 0, layout, error)) {
@@ -30,7 +26,7 @@ int key_session::open(const char *path, bool require_index) {
         return exit_bad_input;
     }
     file_size = layout.file_size;
-    h = open_reader(path, 0, layout);
+    h = open_reader(path, 0, layout, mode);
     if (h == nullptr) return exit_bad_input;
     {
         // The reader stands at the first chunk after opening; the key-frame
@@ -99,10 +95,11 @@ int key_session::open(const char *path, bool require_index) {
     int r = 0;
     while ((r = aviin_build_keyindex_entry(h, &table, 0)) == 0) {
     }
+    build_result = r;
     if (r != 3) {
         if (!require_index) return exit_ok;
-        print_error("the legacy index of '%s' does not describe its chunks (stopped at entry %u)", path,
-                    table.next_entry);
+        print_error("the legacy index of '%s' does not describe its chunks (stopped at entry %u)%s", path,
+                    table.next_entry, mode.strict ? "; without --strict, offsets from the file start are tried too" : "");
         return exit_problems;
     }
     has_table = true;

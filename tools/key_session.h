@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kelqavi.h"
+#include "read_mode.h"
 
 #include <cstdint>
 #include <string>
@@ -33,8 +34,8 @@ public:
     // returns the exit status (1: cannot be read, no video or no idx1; 3:
     // the index does not describe the file); exit_ok otherwise. Without
     // require_index a file with no idx1 (or a bad one) opens with
-    // has_table false.
-    int open(const char *path, bool require_index = true);
+    // has_table false. The file is opened as mode says.
+    int open(const char *path, bool require_index, read_mode mode);
 
     aviin_handle *h = nullptr;
     uint32_t video_stream = 0;
@@ -46,10 +47,14 @@ public:
     keyindex_table table{};
     bool has_table = false;
     int64_t index_base = -1;
+    read_mode mode;
+    int build_result = 0;  // the key-table build's last result: 3 read to the end, 1 failed
     int64_t file_size = 0;
     int64_t movi_start = -1;  // the first chunk of the first 'movi' list  // file position idx1 offsets count from; -1 while unknown
 
     double frame_seconds() const;
+    // The tolerances the file has needed so far.
+    uint32_t tolerated() const { return tolerances_needed(h); }
     // The file position of an idx1-style offset, learned from the first key
     // frame (the public calls give absolute positions only).
     int64_t absolute(uint64_t relative) const { return index_base + static_cast<int64_t>(relative); }

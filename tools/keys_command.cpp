@@ -25,6 +25,27 @@ std::string audio_cell(const key_session &s, const keyindex_entry &e, const audi
            (a.fixed ? " chunks" : " bytes");
 }
 
+// Why the table holds no key frame, from the idx1 entries of the video
+// stream as the reader gives them; empty when it holds one.
+std::string no_key_reason(const key_session &s) {
+    if (s.table.count > 0) return {};
+    const uint32_t v = s.video_stream;
+    uint64_t compressed = 0, raw = 0, flagged = 0;
+    for (uint32_t e = 0; e < s.table.entry_total; ++e) {
+        uint32_t stream = 0, type = 0, size = 0, key = 0;
+        if (aviin_get_idx1_entry(s.h, e, &stream, &type, &size, &key) != 0) break;
+        if (stream != v || (type != KELQAVI_CHUNK_VIDEO && type != KELQAVI_CHUNK_VIDEO_RAW)) continue;
+        ++(type == KELQAVI_CHUNK_VIDEO ? compressed : raw);
+        if (key != 0 && (type == KELQAVI_CHUNK_VIDEO || (s.tolerated() & AVIIN_TOLERATE_DB_FRAMES) != 0)) ++flagged;
+    }
+    const std::string stream = "stream " + std::to_string(v);
+    if (compressed == 0 && raw == 0) return "idx1 lists no frame of " + stream;
+    if (compressed == 0 && (s.tolerated() & AVIIN_TOLERATE_DB_FRAMES) == 0)
+        return "frames are 'db' chunks (read with tolerance, or without --strict)";
+    if (flagged == 0) return "no entry carries the key-frame flag";
+    return "idx1 offsets do not match the chunks";
+}
+
 void print_text(const char *path, const key_session &s) {
     const text_style style = style_for_stdout();
     const keyindex_table &t = s.table;
@@ -34,6 +55,7 @@ void print_text(const char *path, const key_session &s) {
                 human_size(static_cast<uint64_t>(t.count) * sizeof(keyindex_entry)).c_str(), t.stride,
                 t.stride == 1 ? "st" : "th");
     std::printf("\n");
+    print_tolerated(stdout, s.mode, s.tolerated());
     using al = column_layout::align;
     std::vector<al> aligns = {al::right, al::right, al::right, al::right, al::right};
     std::vector<std::string> head = {"FRAME", "TIME", "IDX1", "OFFSET", "SIZE"};
@@ -55,7 +77,7 @@ void print_text(const char *path, const key_session &s) {
     }
     std::printf("%s\n", paint(table.render(head), sgr::bold, style.colour).c_str());
     for (const auto &row : rows) std::printf("%s\n", table.render(row).c_str());
-    if (t.count == 0) std::printf("(no key frames flagged in the index)\n");
+    if (t.count == 0) std::printf("(no key frames: %s)\n", no_key_reason(s).c_str());
 }
 
 void print_json(const char *path, const key_session &s) {
@@ -71,6 +93,8 @@ void print_json(const char *path, const key_session &s) {
     j.field("entries", jw::number(t.count));
     j.field("entry_bytes", jw::number(static_cast<uint32_t>(sizeof(keyindex_entry))));
     j.field("stride", jw::number(t.stride));
+    tolerated_json(j, s.mode, s.tolerated());
+    j.field("no_key_frames_reason", t.count == 0 ? jw::text(no_key_reason(s)) : jw::null());
     j.begin_array("audio_streams");
     for (const audio_stream_info &a : s.audio) {
         j.begin_object(nullptr, true);
@@ -114,31 +138,35 @@ void print_json(const char *path, const key_session &s) {
 
 void print_keys_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi keys [--json] FILE\n"
+                 "Usage: kelqavi keys [--json] [--strict] FILE\n"
                  "\n"
                  "Builds the library's key-frame table for the first video stream of FILE from\n"
                  "its legacy index (idx1) and prints every key frame: frame number, time, idx1\n"
                  "entry, file offset of its chunk header and data size, and for each audio\n"
                  "stream the offset of the chunk playing at the key frame's time with the\n"
                  "chunks (MPEG audio, one frame a chunk) or bytes (other audio) before it;\n"
-                 "'-' when the audio has ended by then.\n"
+                 "'-' when the audio has ended by then. When the table holds no key frame,\n"
+                 "one line says why (no frame of the stream in idx1, 'db' frames read\n"
+                 "strictly, no entry flagged, offsets that do not match the chunks).\n"
                  "\n"
                  "Options:\n"
                  "  --json          print the same as JSON\n"
+                 "%s"
                  "  -h, --help      show this help\n"
                  "\n"
                  "Exit status: 0 the table was built; 1 FILE cannot be read, or has no video\n"
                  "stream or no idx1; 2 usage error; 3 the index does not describe the file's\n"
-                 "chunks (offsets outside 'movi', or not counted from it).\n");
+                 "chunks (offsets outside 'movi', or not counted from it).\n",
+                 strict_option_help);
 }
 
 int run_keys_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed = parse_command_options("keys", argc, argv, {"--json"}, print_keys_help, options, stop);
+    const int parsed = parse_command_options("keys", argc, argv, {"--json", "--strict"}, print_keys_help, options, stop);
     if (stop) return parsed;
     key_session s;
-    const int opened = s.open(options.path);
+    const int opened = s.open(options.path, true, read_mode{options.has("--strict")});
     if (opened != exit_ok) return opened;
     if (options.has("--json"))
         print_json(options.path, s);

@@ -32,6 +32,8 @@ void loss_report::print(FILE *out, bool colour) const {
                            plural(s.read_chunks, "chunk") + ", " + plural(s.read_bytes, "byte") + "; wrote " +
                            plural(s.written_chunks, "chunk") + ", " + plural(s.written_bytes, "byte");
         if (!s.note.empty()) text += " (" + s.note + ")";
+        if (s.format_bytes_dropped != 0)
+            text += "; " + plural(s.format_bytes_dropped, "byte") + " of its format past the header not written";
         line(text);
     }
     for (const walk_stop &w : walks)
@@ -55,6 +57,7 @@ void loss_report::write_json(json_writer &j) const {
         j.field("read_bytes", jw::number(s.read_bytes));
         j.field("written_chunks", jw::number(s.written_chunks));
         j.field("written_bytes", jw::number(s.written_bytes));
+        j.field("format_bytes_dropped", jw::number(s.format_bytes_dropped));
         j.field("lost", jw::boolean(s.lost()));
         if (!s.note.empty()) j.field("note", jw::text(s.note));
         j.end_object();

@@ -21,8 +21,13 @@ struct stream_tally {
     uint64_t read_chunks = 0, read_bytes = 0;
     uint64_t written_chunks = 0, written_bytes = 0;
     std::string note;        // why the two differ, when that is known
+    // Video format bytes past the 40-byte header (a palette, codec set-up
+    // data) that the input holds and the writer has no place for.
+    uint32_t format_bytes_dropped = 0;
 
-    bool lost() const { return read_chunks != written_chunks || read_bytes != written_bytes; }
+    bool lost() const {
+        return read_chunks != written_chunks || read_bytes != written_bytes || format_bytes_dropped != 0;
+    }
 };
 
 // A walk of a segment's 'movi' list that ended before the list did.

@@ -127,6 +127,7 @@ bool walk_segment(movi_copy &job, int32_t segment, const riff_form &form, std::v
     // Each step passes at least four bytes, so this bounds a walk the sizes could loop.
     for (int64_t steps = 0; steps <= job.layout->file_size / 4 + 2; ++steps) {
         const int r = step(w, buffer);
+        job.tolerated |= tolerances_needed(job.h);
         if (r == 2) return false;
         if (r == 1) return true;
         progress.update(static_cast<uint64_t>(std::max<int64_t>(w.reached, 0)), ++chunks);

@@ -34,6 +34,7 @@ struct movi_copy {
     std::vector<stream_route> routes;
     loss_report losses;              // streams: one tally per input stream, read counts filled here
     bool handle_released = false;    // the reader released the handle: it must not be closed
+    uint32_t tolerated = 0;          // the tolerances the input needed, by the end of each walk
 };
 
 // Walks and copies every segment. False when the output could not be

@@ -31,6 +31,7 @@ struct mux_options {
     const char *metadata = nullptr;
     const char *checkpoint = nullptr;
     bool odml = false;
+    bool designed = false;  // the designed bytes, not the standard profile
     bool swapped_ids = false;
     bool json = false;
 };
@@ -65,6 +66,10 @@ int parse_options(int argc, char **argv, mux_options &o, bool &stop) {
         }
         if (std::strcmp(arg, "--swapped-ids") == 0) {
             o.swapped_ids = true;
+            continue;
+        }
+        if (std::strcmp(arg, "--designed") == 0) {
+            o.designed = true;
             continue;
         }
         if (std::strcmp(arg, "--json") == 0) {
@@ -595,7 +600,8 @@ void print_mux_help(FILE *out) {
     std::fprintf(out,
                  "Usage: kelqavi mux -o OUT.avi --fps RATE [--video 'GLOB'] [--audio WAV]\n"
                  "                   [--text-caption FILE] [--chapters FILE] [--metadata FILE]\n"
-                 "                   [--odml] [--swapped-ids] [--checkpoint SECONDS] [--json]\n"
+                 "                   [--odml] [--swapped-ids] [--checkpoint SECONDS] [--designed]\n"
+                 "                   [--json]\n"
                  "\n"
                  "Writes an AVI file with MJPEG video and PCM sound from JPEG pictures and a WAV\n"
                  "file, copying their bytes as they are (no decoding, no encoding).\n"
@@ -625,6 +631,10 @@ void print_mux_help(FILE *out) {
                  "  --checkpoint SECONDS  make OUT.avi a complete file on disk every SECONDS of\n"
                  "                        media while it is written (0, the default: only at the\n"
                  "                        end)\n"
+                 "  --designed            write the designed bytes (the writer's standard_profile\n"
+                 "                        0); by default the standard form every player reads:\n"
+                 "                        OpenDML indexes as 'ix00' naming '00dc'/'01wb', every\n"
+                 "                        chunk in idx1, caption streams given a valid rate\n"
                  "  --json                the summary of what was written as JSON\n"
                  "\n"
                  "Chunks go in frame order: the frame's captions and chapters, its picture\n"
@@ -649,7 +659,7 @@ int run_mux_command(int argc, char **argv) {
 
     avi_output out;
     std::string error;
-    if (!out.open(o.output, o.odml, error)) {
+    if (!out.open(o.output, o.odml, !o.designed, error)) {
         print_error("%s", error.c_str());
         return exit_bad_input;
     }

@@ -33,6 +33,8 @@ struct remux_options {
     const char *output = nullptr;
     const char *checkpoint = nullptr;
     bool odml = false, swapped_ids = false, json = false;
+    bool designed = false;  // write the designed bytes, not the standard profile
+    read_mode mode;         // how IN.avi is opened
 };
 
 // One argument that is not --help: an option or an operand. Returns
@@ -50,6 +52,10 @@ int take_argument(int argc, char **argv, int &i, bool &only_operands, remux_opti
             o.swapped_ids = true;
         else if (std::strcmp(arg, "--json") == 0)
             o.json = true;
+        else if (std::strcmp(arg, "--designed") == 0)
+            o.designed = true;
+        else if (std::strcmp(arg, "--strict") == 0)
+            o.mode.strict = true;
         else {
             print_error("unknown option '%s' for 'remux' (see 'kelqavi remux --help')", arg);
             return exit_usage;
@@ -159,6 +165,10 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
                                 r.kind == KELQAVI_CHUNK_AUDIO || r.kind == KELQAVI_CHUNK_TEXT_CAPTION ||
                                 r.kind == KELQAVI_CHUNK_CHAPTER;
         if (!classified) tally.note = "not copied: the reader does not classify this stream";
+        if (r.kind == KELQAVI_CHUNK_VIDEO) {
+            const uint8_t *extra = nullptr;
+            aviin_get_video_format_extra(h, i, &extra, &tally.format_bytes_dropped);
+        }
         job.losses.streams.push_back(tally);
         if (!classified) continue;
         const std::vector<stream_list> &strls = layout.forms[0].streams;
@@ -253,8 +263,8 @@ int finish(const remux_options &o, avi_output &out, movi_copy &job, bool copied)
 
 void print_remux_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi remux [--odml] [--swapped-ids] [--checkpoint SECONDS] [--json]\n"
-                 "                     IN.avi OUT.avi\n"
+                 "Usage: kelqavi remux [--odml] [--swapped-ids] [--checkpoint SECONDS] [--strict]\n"
+                 "                     [--designed] [--json] IN.avi OUT.avi\n"
                  "\n"
                  "Reads IN.avi with the library's reader and writes OUT.avi with its writer:\n"
                  "every stream's format, name and strd block, the metadata block, the menu block\n"
@@ -266,6 +276,12 @@ void print_remux_help(FILE *out) {
                  "  --checkpoint SECONDS\n"
                  "                 make OUT.avi a complete file on disk every SECONDS of media\n"
                  "                 while it is written (0, the default: only at the end)\n"
+                 "  --strict       open IN.avi as the plain reader does (aviin_open); by default\n"
+                 "                 it is opened with every tolerance: palettes and codec data\n"
+                 "                 after the video header, index chunks in 'movi', idx1 offsets\n"
+                 "                 from the file start, 'db' frames\n"
+                 "  --designed     write the designed bytes (the writer's standard_profile 0);\n"
+                 "                 by default the standard form every player reads\n"
                  "  --json         the summary of what was written as JSON\n"
                  "\n"
                  "Key frames: a chunk keeps the key-frame flag that the first segment's idx1 or\n"
@@ -274,9 +290,11 @@ void print_remux_help(FILE *out) {
                  "uncompressed and the like), else only when it is its stream's first chunk;\n"
                  "other chunks are key frames. 'dd' and 'db' chunks stay 'dd' and 'db'.\n"
                  "Not copied, and so reported as lost: streams the reader does not classify, with\n"
-                 "their chunks. Not copied and not data: index and filler chunks (the writer\n"
-                 "makes its own), a menu block kept in a LIST 'KQDT' (the reader takes menus\n"
-                 "from LIST 'KMNU' only) and menu forms.\n"
+                 "their chunks, and a video format's bytes past its 40-byte header (a palette,\n"
+                 "codec set-up data), which the writer has no place for. Not copied and not\n"
+                 "data: index and filler chunks (the writer makes its own), a menu block kept\n"
+                 "in a LIST 'KQDT' (the reader takes menus from LIST 'KMNU' only) and menu\n"
+                 "forms.\n"
                  "\n"
                  "Chunks are counted per stream as read and as written, and any difference is\n"
                  "listed. The walk of a 'movi' list stops at the first chunk it cannot take\n"
@@ -306,7 +324,7 @@ int run_remux_command(int argc, char **argv) {
         return exit_bad_input;
     }
     movi_copy job;
-    job.h = open_reader(o.input, swapped_in, layout);
+    job.h = open_reader(o.input, swapped_in, layout, o.mode);
     if (job.h == nullptr) return exit_bad_input;
     struct close_at_end {
         movi_copy &job;
@@ -316,7 +334,7 @@ int run_remux_command(int argc, char **argv) {
     } closer{job};
 
     avi_output out;
-    if (!out.open(o.output, o.odml, error)) {
+    if (!out.open(o.output, o.odml, !o.designed, error)) {
         print_error("%s", error.c_str());
         return exit_bad_input;
     }
@@ -346,6 +364,8 @@ int run_remux_command(int argc, char **argv) {
     job.indexes = &indexes;
     job.out = &out;
     const bool copied = copy_segments(job);
+    out.input_mode = &o.mode;
+    out.input_tolerated = job.tolerated | (job.handle_released ? 0 : tolerances_needed(job.h));
     return finish(o, out, job, copied);
 }
 

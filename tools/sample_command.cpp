@@ -22,7 +22,7 @@ constexpr const char *default_name = "kelqavi-sample.avi";
 
 void print_sample_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi sample [--json] [OUT.avi]\n"
+                 "Usage: kelqavi sample [--designed] [--json] [OUT.avi]\n"
                  "\n"
                  "Writes the built-in sample AVI file with the library's writer (default name\n"
                  "%s): three seconds at 10 frames a second of every stream kind\n"
@@ -36,7 +36,9 @@ void print_sample_help(FILE *out) {
                  "plus a metadata and a menu block, and OpenDML indexes. Players show the video\n"
                  "and play the tone; 'kelqavi info' shows the rest.\n"
                  "\n"
-                 "  --json    the summary of what was written as JSON\n"
+                 "  --designed  write the designed bytes (the writer's standard_profile 0);\n"
+                 "              by default the standard form every player reads\n"
+                 "  --json      the summary of what was written as JSON\n"
                  "\n"
                  "Exit status: 0 written, 1 the file cannot be written, 2 usage error.\n",
                  default_name);
@@ -46,14 +48,14 @@ int run_sample_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
     const int parsed =
-        parse_command_options("sample", argc, argv, {"--json"}, print_sample_help, options, stop, false);
+        parse_command_options("sample", argc, argv, {"--designed", "--json"}, print_sample_help, options, stop, false);
     if (stop) return parsed;
     const char *path = options.path != nullptr ? options.path : default_name;
     const bool json = options.has("--json");
 
     avi_output out;
     std::string error;
-    if (!write_sample_avi(path, out, error)) {
+    if (!write_sample_avi(path, out, !options.has("--designed"), error)) {
         print_error("%s", error.c_str());
         // A file the writer could not finish is incomplete.
         remove_output(out.current_path());

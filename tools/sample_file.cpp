@@ -125,7 +125,7 @@ std::string temporary_path(const char *stem, std::string &error) {
 
 }  // namespace
 
-bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
+bool write_sample_avi(const char *path, avi_output &out, bool standard, std::string &error) {
     const std::string menu_path = temporary_path("kelqavi-menu", error);
     if (menu_path.empty()) return false;
     struct remove_at_end {
@@ -136,7 +136,7 @@ bool write_sample_avi(const char *path, avi_output &out, std::string &error) {
         error = "cannot write the sample's menu list to '" + menu_path + "'";
         return false;
     }
-    if (!out.open(path, true, error)) return false;
+    if (!out.open(path, true, standard, error)) return false;
     aviout_handle *w = out.handle();
     // Two-second standard indexes: a three-second file gets a few of them.
     w->index_chunk_seconds = 2.0;
@@ -247,7 +247,7 @@ FILE *write_sample_file(std::string &error) {
     FILE *stream = nullptr;
     {
         avi_output out;
-        if (write_sample_avi(name.data(), out, error)) {
+        if (write_sample_avi(name.data(), out, true, error)) {
             stream = file_open(name.data(), 0);
             if (stream == nullptr) error = std::string("cannot read the sample back: ") + std::strerror(errno);
         }

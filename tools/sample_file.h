@@ -20,7 +20,9 @@ namespace kelqtool {
 // in the header area, and OpenDML indexes that are written out every
 // second or so. out is left closed, holding the summary. False, with a
 // reason in error, when the file cannot be written.
-bool write_sample_avi(const char *path, avi_output &out, std::string &error);
+// standard: the writer's standard profile (what `kelqavi sample` writes by
+// default), else the designed bytes.
+bool write_sample_avi(const char *path, avi_output &out, bool standard, std::string &error);
 
 // The same sample in a temporary file, returned open for reading at its
 // first byte; the file goes away when the caller closes it. Null on failure,

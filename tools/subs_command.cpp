@@ -106,7 +106,7 @@ shown shown_at(key_session &k, uint32_t stream, int32_t frame) {
 
 void print_subs_help(FILE *out) {
     std::fprintf(out,
-                 "Usage: kelqavi subs [--json] [--frame N] FILE\n"
+                 "Usage: kelqavi subs [--json] [--strict] [--frame N] FILE\n"
                  "\n"
                  "Lists the bitmap subtitle chunks of FILE's first 'movi' list, in file order:\n"
                  "stream, offset, size, and the time span their text opens with\n"
@@ -120,18 +120,20 @@ void print_subs_help(FILE *out) {
                  "Options:\n"
                  "  --frame N       the subtitle shown at frame N\n"
                  "  --json          print the same as JSON\n"
+                 "%s"
                  "  -h, --help      show this help\n"
                  "\n"
                  "Exit status: 0 done; 1 FILE cannot be read or has no video stream; 2 usage\n"
                  "error; 3 a subtitle's span text does not parse, or the search for frame N\n"
-                 "failed.\n");
+                 "failed.\n",
+                 strict_option_help);
 }
 
 int run_subs_command(int argc, char **argv) {
     valued_options options;
     bool stop = false;
     const int parsed =
-        parse_valued_options("subs", argc, argv, {"--json"}, {"--frame"}, 0, "FILE", print_subs_help, options, stop);
+        parse_valued_options("subs", argc, argv, {"--json", "--strict"}, {"--frame"}, 0, "FILE", print_subs_help, options, stop);
     if (stop) return parsed;
     const char *path = options.operands[0];
     long long frame = -1;
@@ -140,7 +142,7 @@ int run_subs_command(int argc, char **argv) {
         return exit_usage;
     }
     key_session k;
-    const int opened = k.open(path, false);
+    const int opened = k.open(path, false, read_mode{options.has("--strict")});
     if (opened != exit_ok) return opened;
     const std::vector<subtitle> subs = list_subtitles(k);
     std::vector<shown> at_frame;
@@ -186,6 +188,7 @@ int run_subs_command(int argc, char **argv) {
             j.end_array();
         }
         j.field("problems", jw::number(static_cast<int32_t>(problems)));
+        tolerated_json(j, k.mode, k.tolerated());
         j.end_object();
         j.write(stdout);
     } else {
@@ -222,6 +225,7 @@ int run_subs_command(int argc, char **argv) {
                     std::printf("  stream %u: none shown\n", s.stream);
             }
         }
+        if (!k.mode.strict) std::printf("\ntolerated: %s\n", tolerance_words(k.tolerated()).c_str());
     }
     if (std::fflush(stdout) != 0) {
         print_error("cannot write the output: %s", std::strerror(errno));

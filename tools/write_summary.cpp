@@ -20,6 +20,8 @@ void avi_output::summary_json(json_writer &j, const loss_report *losses) const {
     j.field("file_size", jw::number(first.size));
     j.field("segments", jw::number(first.segments));
     j.field("odml", jw::boolean(odml));
+    j.field("profile", jw::text(standard ? "standard" : "designed"));
+    if (input_mode != nullptr) tolerated_json(j, *input_mode, input_tolerated);
     j.field("swapped_ids", jw::boolean(swapped_ids));
     j.field("checkpoint_seconds", jw::decimal(checkpoint_seconds));
     j.field("size_limit_reached", jw::boolean(files.size() > 1));
@@ -67,10 +69,11 @@ void avi_output::print_summary(FILE *out, bool json, const loss_report *losses) 
     if (files.empty()) std::fprintf(out, "%s\n", paint("Wrote nothing: no chunk could be written", sgr::bold, style.colour).c_str());
     for (size_t i = 0; i < files.size(); ++i) {
         const written_file &f = files[i];
-        std::fprintf(out, "%s: %s (%lld bytes), %d RIFF segment%s%s%s%s\n",
+        std::fprintf(out, "%s: %s (%lld bytes), %d RIFF segment%s%s%s%s%s\n",
                      paint("Wrote " + f.path, sgr::bold, style.colour).c_str(), human_size(static_cast<uint64_t>(f.size)).c_str(),
                      static_cast<long long>(f.size), f.segments, f.segments == 1 ? "" : "s",
                      odml ? ", OpenDML indexes" : "", swapped_ids ? ", type-first chunk ids" : "",
+                     standard ? "" : ", designed bytes",
                      i > 0 ? ", continuing the previous file" : "");
     }
     column_layout layout({column_layout::align::right, column_layout::align::left, column_layout::align::left,
@@ -96,6 +99,8 @@ void avi_output::print_summary(FILE *out, bool json, const loss_report *losses) 
                      files.size());
     if (index_full)
         std::fprintf(out, "An OpenDML index filled up: the chunks after that are listed in idx1 only.\n");
+    if (input_mode != nullptr && !input_mode->strict)
+        std::fprintf(out, "Input tolerated: %s.\n", tolerance_words(input_tolerated).c_str());
     if (losses != nullptr) losses->print(out, style.colour);
 }
 

@@ -77,26 +77,55 @@ for cut in 3000 20000 60000 $((bytes - 200)) $((bytes - 9)); do
         expect_status "0 1 3" "$command on the sample cut at $cut bytes"
     done
 done
-# The idx1 offsets counted from the start of the file instead of from 'movi'.
+# --- idx1 rewritten: copies of the sample whose index breaks one rule --------
 idx1=$(grep -abo 'idx1' "$sample" | tail -n 1 | cut -d: -f1)
-cp "$sample" "$work/absolute.avi"
 movi=$(grep -abo 'movi' "$sample" | head -n 1 | cut -d: -f1)
 count=$(( $(od -An -tu4 -j $((idx1 + 4)) -N4 "$sample") / 16 ))
-for ((i = 0; i < count; i++)); do
-    at=$((idx1 + 8 + 16 * i + 8))
-    offset=$(od -An -tu4 -j "$at" -N4 "$sample")
-    le32 $((offset + movi)) | dd of="$work/absolute.avi" bs=1 seek="$at" conv=notrunc status=none
+put() { dd of="$1" bs=1 seek="$2" conv=notrunc status=none; }  # put FILE AT < BYTES
+# Per entry (FILE ENTRY-POSITION): its offset counted from the file start, its
+# key-frame flag cleared, its video id moved to stream 9.
+absolute() { le32 $(($(od -An -tu4 -j $(($2 + 8)) -N4 "$1") + movi)) | put "$1" $(($2 + 8)); }
+unflagged() { le32 0 | put "$1" $(($2 + 4)); }
+moved() { [ "$(dd if="$1" bs=1 skip="$2" count=4 status=none)" != 00dc ] || printf 09dc | put "$1" "$2"; }
+for edit in absolute unflagged moved; do
+    cp "$sample" "$work/$edit.avi"
+    for ((i = 0; i < count; i++)); do "$edit" "$work/$edit.avi" $((idx1 + 8 + 16 * i)); done
 done
-kq keys "$work/absolute.avi"
-expect_status 3 "keys with absolute idx1 offsets"
+# Every frame a 'db' chunk, in the data and in the indexes.
+sed 's/00dc/00db/g' "$sample" > "$work/db.avi"
+kq keys --strict "$work/absolute.avi"
+expect_status 3 "keys --strict with absolute idx1 offsets"
 check "absolute offsets: one line" err_one_line
 check "absolute offsets: says the index does not describe the chunks" grep -q 'does not describe its chunks' "$work/err"
+# Why the table holds no key frame: FILE MODE ("-" the default) REASON.
+while read -r file mode reason; do
+    kq keys ${mode%-} "$work/$file"
+    expect_status 0 "keys $mode on $file"
+    check "keys $mode on $file: '$reason'" grep -qF "(no key frames: $reason)" "$work/out"
+done <<'EOF'
+unflagged.avi --strict no entry carries the key-frame flag
+unflagged.avi -        no entry carries the key-frame flag
+moved.avi     --strict idx1 lists no frame of stream 0
+db.avi        --strict frames are 'db' chunks (read with tolerance, or without --strict)
+EOF
+# Read with tolerance, the same files give the sample's key frames: FILE TOLERANCE.
+kq keys --json "$sample"
+grep -v '"file"\|"tolerated"' "$work/out" > "$work/keys.sample"
+while read -r file tolerance; do
+    kq keys --json "$work/$file"
+    expect_status 0 "keys on $file"
+    check "keys on $file: it needed $tolerance" grep -q "\"tolerated\": \[.*\"$tolerance\"" "$work/out"
+    check "keys on $file: the sample's key frames" diff <(grep -v '"file"\|"tolerated"' "$work/out") "$work/keys.sample"
+done <<'EOF'
+absolute.avi file_idx1
+db.avi       db_frames
+EOF
 
 # --- usage ----------------------------------------------------------------
 for command in keys frame subs; do
     kq "$command" --help
     expect_status 0 "$command --help"
-    check "$command --help: usage first" grep -q "^Usage: kelqavi $command " "$work/out"
+    check "$command --help: usage first" grep -q "^Usage: kelqavi $command " "$work/out"    check "$command --help: documents --strict" grep -q '^  --strict ' "$work/out"
 done
 kq frame "$sample"
 expect_status 2 "frame without N"

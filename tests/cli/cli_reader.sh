@@ -87,6 +87,17 @@ check "info: its rate" has '^  rate / scale  *8000 / 1 = 8000 blocks/s$'
 check "info: the segment" has "^  0       0  'AVI '  2144  at 2048, 56 bytes$"
 check "info: idx1" has '^  idx1  *2 entries at 2112 (stream 0: 1, stream 1: 1)$'
 check "info: nothing on stderr" [ ! -s "$work/err" ]
+# A file that needs no tolerance says so, except with --strict.
+for command in info chunks keys; do
+    kq "$command" "$work/sample.avi"
+    check "$command: 'tolerated: none'" has '^tolerated: none$'
+    kq "$command" --json "$work/sample.avi"
+    check "$command --json: an empty tolerated list" has '"tolerated": \[\],'
+    kq "$command" --strict "$work/sample.avi"
+    check "$command --strict: no tolerated line" sh -c "! grep -q '^tolerated' '$work/out'"
+    kq "$command" --strict --json "$work/sample.avi"
+    check "$command --strict --json: tolerated is null" has '"tolerated": null,'
+done
 
 kq info --json "$work/sample.avi"
 expect_status 0 "info --json on the sample"
@@ -237,18 +248,21 @@ expect_status 3 "chunks on a size past the end of the file"
 check "the whole-chunk walk passes it over unread" has '"id": "01wb", .*"size": 4294967288, "data_offset": 244, "read": 0, "past_eof": true}'
 
 # --- Files the reader refuses: one line each, exit 1 ---------------------------
-refused() {  # refused FILE REASON
-    local command
-    for command in info chunks; do
-        kq "$command" "$1"
-        expect_status 1 "$command on $(basename "$1")"
-        check "$command: nothing on stdout for $(basename "$1")" out_empty
-        check "$command: '$2'" err_is "kelqavi: cannot open '$1': $2"
+# Refused in both modes unless MODES names one: a tolerance never lets these in.
+refused() {  # refused FILE REASON [MODES]
+    local command mode
+    for mode in ${3:-"--strict" "--json"}; do
+        for command in info chunks; do
+            kq "$command" $mode "$1"
+            expect_status 1 "$command $mode on $(basename "$1")"
+            check "$command $mode: nothing on stdout for $(basename "$1")" out_empty
+            check "$command $mode: '$2'" err_is "kelqavi: cannot open '$1': $2"
+        done
     done
 }
 raw_chunk 00dc 4 a > "$work/movi.bin"
 avi_file "$work/palette.avi" "$work/movi.bin" 1064
-refused "$work/palette.avi" "stream 0's video format has 1024 bytes after its 40-byte header (palette or codec data), which this reader does not accept"
+refused "$work/palette.avi" "stream 0's video format has 1024 bytes after its 40-byte header (palette or codec data), which this reader does not accept" --strict
 header "$work/h.bin"
 riff_form 'AVI ' "$work/h.bin" > "$work/nomovi.avi"
 refused "$work/nomovi.avi" "its first RIFF form has no 'movi' list"

@@ -39,7 +39,8 @@ row "$junk" "LIST 'KQDT'"
 check "KQDT holds MTDA and MENU" sh -c "grep -A2 \"LIST 'KQDT'\" '$work/out' | grep -q MTDA && grep -A2 \"LIST 'KQDT'\" '$work/out' | grep -q MENU"
 check "then a LIST 'KMNU' menu list and LIST 'movi'" sh -c "grep -E -A3 \"LIST 'KMNU'\" '$work/out' | grep -q \"LIST 'movi'\""
 check "every data chunk kind is there" sh -c "for id in 00dc 01wb 02st 03sb 04ch; do grep -q \" \$id \" '$work/out' || exit 1; done"
-check "the video and audio standard indexes are ix00 and ix10 written 'ix0\\\\x00'" has 'ix0\\x00'
+check "the standard profile's video standard indexes are ix00" has '|- ix00  *index, stream 0$'
+check "the standard profile's audio standard indexes are ix01" has '|- ix01  *index, stream 1$'
 check "idx1 last" sh -c "grep -E '^ *[0-9]+  ' '$work/out' | tail -n 1 | grep -q '\`- idx1'"
 check "the summary finds nothing wrong" has ' No problems found\.$'
 check "ASCII tree drawing in the C locale" has "|  |- LIST 'strl'"
@@ -51,6 +52,11 @@ if [ "$native" = 1 ]; then
     check "box-drawing tree in a UTF-8 locale" has "│  ├─ LIST 'strl'"
     check "the same rows apart from the drawing" sh -c "sed 's/│/|/g; s/├─/|-/g; s/└─/\`-/g' '$work/out' | cmp -s - '$work/table.txt'"
 fi
+
+# The designed bytes write both standard indexes with the id 'ix0\0'.
+kq sample --designed "$work/designed.avi"
+LC_ALL=C kq riff "$work/designed.avi"
+check "sample --designed: standard indexes written 'ix0\\x00'" has '|- ix0\\x00$'
 
 # --- JSON --------------------------------------------------------------------
 kq riff --json

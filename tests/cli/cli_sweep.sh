@@ -29,18 +29,20 @@ export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:exitcode=
 stride=${KELQAVI_SWEEP_STRIDE:-1}
 
 # The commands, '@' standing for the damaged file. Rows for new commands go
-# here, one line each.
+# here, one line each. The reading commands run with tolerance (the default)
+# and with --strict, the writing ones in both profiles.
 commands=(
     "repair --swapped-ids @ $work/repaired.avi"
     "riff @"
     "info --json @"
+    "info --strict @"
     "chunks @"
-    "chunks --headers --swapped-ids @"
+    "chunks --headers --swapped-ids --strict @"
     "keys @"
-    "frame --audio 1 --extract $work/frame.out @ 2"
-    "subs --frame 5 @"
+    "frame --strict --audio 1 --extract $work/frame.out @ 2"
+    "subs --strict --frame 5 @"
     "remux @ $work/remux.avi"
-    "remux --odml --swapped-ids --json @ $work/remux.avi"
+    "remux --odml --swapped-ids --strict --designed --json @ $work/remux.avi"
 )
 
 # run LABEL ARGS...: one run, judged by the rules above.

@@ -24,6 +24,21 @@ for form in "riff --help" "riff -h" "help riff"; do
     check "$form documents --depth" has '^  --depth N'
     check "$form documents the exit status" has '^Exit status:'
 done
+# Every reading command documents --strict, every writing one --designed.
+while read -r command option; do
+    kq "$command" --help
+    check "$command --help documents $option" has "^ *$option "
+done <<'EOF'
+info   --strict
+chunks --strict
+keys   --strict
+frame  --strict
+subs   --strict
+remux  --strict
+remux  --designed
+mux    --designed
+sample --designed
+EOF
 # Help wins over whatever else is on the line.
 kq riff --json --help nofile.avi
 expect_status 0 "riff --json --help FILE"

@@ -63,6 +63,14 @@ check "info: 160x120 MJPEG at 4 fps" \
 check "info: PCM, scale = block align, rate = bytes a second, sample size = block align" \
     json_is '[d["streams"][1][k] for k in ("format_tag", "channels", "samples_per_sec", "block_align", "scale", "rate", "sample_size", "length")] == [1, 2, 8000, 4, 4, 32000, 4, 4000]'
 
+# The writer's profile: the standard one unless --designed.
+for designed in "" --designed; do
+    for args in "mux -o $work/p.avi --fps 4 --video $work/frames/f0.jpg" "remux $work/a.avi $work/p.avi" "sample $work/p.avi"; do
+        kq $args $designed --json
+        check "$args $designed: the profile" has "\"profile\": \"$([ -n "$designed" ] && echo designed || echo standard)\""
+    done
+done
+
 # Remainders carried: 22050 Hz at 3 fps gives 7350 blocks a frame; at 7 fps,
 # 3150; at 29.97 the shares differ by one and still add up.
 wav 1 1 22050 8 22050 > "$work/one.wav"

@@ -3,7 +3,7 @@
 # 'kelqavi info' gives are those ffprobe gives, and the audio and video chunks
 # that 'kelqavi chunks' meets, in both of its walks, are ffprobe's packets,
 # stream by stream, in order, with the same positions and sizes. A file with
-# a palette after its video format must be refused, with the reason.
+# a palette after its video format is refused by --strict, with the reason.
 # Usage: interop_files.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
@@ -69,7 +69,7 @@ check "opendml_small: the reader finds the first index entry of each stream" \
 check "pcm_odd: odd-sized audio chunks were met" \
     grep -q '"type": "audio", "type_code": 1, "stream": 1, "size": 1001,' "$work/pcm_odd.chunks.json"
 
-# --- A palette after the bitmap header: the reader refuses it on purpose; the reason is given ---
+# --- A palette after the bitmap header: the strict reader refuses it on purpose, giving the reason ---
 echo "== palette"
 if make_avi palette -f lavfi -i testsrc=size=32x24:rate=5 -t 1 -c:v rawvideo -pix_fmt pal8; then
     ffprobe -v error -show_streams -of json "$work/palette.avi" > "$work/palette.streams.json"
@@ -77,7 +77,7 @@ if make_avi palette -f lavfi -i testsrc=size=32x24:rate=5 -t 1 -c:v rawvideo -pi
     kq riff --json "$work/palette.avi"
     check "its strf chunk is 40 + 1024 bytes" grep -q '"id": "strf", "size": 1064,' "$work/out"
     for command in info chunks; do
-        kq "$command" "$work/palette.avi"
+        kq "$command" --strict "$work/palette.avi"
         expect_status 1 "$command on the palette file"
         check "$command: nothing on stdout" test ! -s "$work/out"
         check "$command: the reason, in one line" test "$(cat "$work/err")" = \

@@ -3,7 +3,8 @@
 # an 'AVIX' form, each 'movi' list ending with the standard index chunks
 # ix00 and ix01, and super indexes in the header. The same comparisons as
 # for the small files, across both segments, and the index chunks met as
-# the walk meets them. The file is made in a few seconds and deleted after.
+# the plain reader's walk (--strict) meets them and passed whole, as the
+# tolerant one passes them. The file is made in a few seconds and deleted after.
 # Usage: interop_opendml.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
@@ -45,8 +46,9 @@ check "the video super index points at two standard indexes" \
     grep -q '"stream": 0, .*"entries_in_use": 2, "chunk_id": "00dc"' "$work/info.json"
 compare "info's streams are ffprobe's" streams "$work/info.json" "$work/streams.json"
 
+# The walks of the plain reader (--strict).
 for mode in whole --headers; do
-    args=(chunks --json)
+    args=(chunks --json --strict)
     [ "$mode" = whole ] || args+=("$mode")
     kq "${args[@]}" "$avi"
     expect_status 0 "${args[*]}"
@@ -72,12 +74,20 @@ compare "idx1, super indexes and segments agree with the walk" \
 kq chunks --json --swapped-ids "$avi"
 expect_status 0 "chunks --swapped-ids"
 cp "$work/out" "$work/swapped.json"
-check "--swapped-ids: one index record per ix## chunk" \
-    test "$(grep -c '"type": "index",' "$work/swapped.json")" -eq "$ix_chunks"
+check "--swapped-ids: one whole index record per ix## chunk" \
+    test "$(grep -c '"type": "index", .*"whole_index_chunk": true' "$work/swapped.json")" -eq "$ix_chunks"
 check "--swapped-ids: nothing else inside the index chunks" \
     test "$(grep -c '"in_index_of_stream"' "$work/swapped.json")" -eq "$ix_chunks"
 compare "--swapped-ids: the chunks are ffprobe's packets" \
     packets "$work/swapped.json" "$work/packets.json" "$work/riff.json"
+# Read with tolerance (the default) the walk passes them whole without
+# --swapped-ids too, and says the file needed it.
+kq chunks --json "$avi"
+expect_status 0 "chunks"
+check "with tolerance: one whole index chunk per ix## chunk" \
+    test "$(grep -c '"type": "index", .*"whole_index_chunk": true' "$work/out")" -eq "$ix_chunks"
+check "with tolerance: the index chunks were needed" grep -q '"tolerated": \[.*"index_chunks"' "$work/out"
+compare "with tolerance: the chunks are ffprobe's packets" packets "$work/out" "$work/packets.json" "$work/riff.json"
 
 rm -f "$avi"
 finish
