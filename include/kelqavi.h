@@ -390,12 +390,23 @@ KELQAVI_API void aviin_close(aviin_handle *h);
  *                      frame walk, aviin_get_start_end_by_time asked for
  *                      KELQAVI_CHUNK_VIDEO, and aviin_get_sample_duration,
  *                      which times them as video frames. The walks still
- *                      report them as KELQAVI_CHUNK_VIDEO_RAW. */
+ *                      report them as KELQAVI_CHUNK_VIDEO_RAW.
+ *   UNFLAGGED_KEYS     an idx1 that does not flag a video stream's first
+ *                      frame as a key frame is taken to flag none (writers
+ *                      of intra-only video such as MJPEG leave the flags
+ *                      out): the key-frame table then takes every frame of
+ *                      the stream as a key frame.
+ *   EMPTY_LAST_CHUNK   an idx1 entry of an empty chunk whose header fills
+ *                      the last 8 bytes of "movi" (where the list's end test
+ *                      stops the walks) is passed over by the key-frame table
+ *                      instead of failing the build. */
 #define AVIIN_TOLERATE_LONG_VIDEO_FORMAT 0x01u
 #define AVIIN_TOLERATE_INDEX_CHUNKS 0x02u
 #define AVIIN_TOLERATE_FILE_IDX1 0x04u
 #define AVIIN_TOLERATE_DB_FRAMES 0x08u
-#define AVIIN_TOLERATE_ALL 0x0Fu
+#define AVIIN_TOLERATE_UNFLAGGED_KEYS 0x10u
+#define AVIIN_TOLERATE_EMPTY_LAST_CHUNK 0x20u
+#define AVIIN_TOLERATE_ALL 0x3Fu
 /* aviin_open with the tolerances given (an OR of AVIIN_TOLERATE_ flags;
  * other bits are ignored). With 0 it is aviin_open. */
 KELQAVI_API aviin_handle *aviin_open_tolerant(const char *path, uint32_t swapped_ids, uint32_t tolerances);

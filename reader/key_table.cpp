@@ -96,19 +96,31 @@ bool header_matches(aviin_handle *h, int64_t header, const idx1_entry &e) {
     return fourCC_equal(kelq::load_le<uint32_t>(bytes), e.ckid) && kelq::load_le<uint32_t>(bytes + 4) == e.size;
 }
 
+// Under the empty-last-chunk tolerance: an empty chunk whose header fills the
+// last 8 bytes of "movi", where the list's end test stops every walk before
+// it, is passed over instead of failing the build. True when so.
+bool empty_chunk_at_list_end(aviin_handle *h, uint64_t offset, uint32_t size) {
+    if (size != 0 || !kelq::tolerates(h, AVIIN_TOLERATE_EMPTY_LAST_CHUNK) || offset > (1ull << 62)) return false;
+    const list_node *list = h->current_list;
+    const int64_t header = h->movi_data_pos - kelq::chunk_id_size + static_cast<int64_t>(offset);
+    if (list == nullptr || header != list->start + static_cast<int64_t>(list->size)) return false;
+    kelq::note_needed(h, AVIIN_TOLERATE_EMPTY_LAST_CHUNK);
+    return true;
+}
+
 // One entry under the video cursor; false for a key frame the file cannot
 // hold, with the table unchanged.
 bool take_video_entry(aviin_handle *h, keyindex_table *t, const idx1_entry &e) {
     if (fourCC_streamID(e.ckid, h->swapped_ids) != t->video_stream ||
         !kelq::is_frame_type(h, static_cast<uint32_t>(get_chunk_type(e.ckid, h->swapped_ids))))
         return true;
-    if ((e.flags & kelq::idx1_key_flag) != 0) {
+    if ((e.flags & kelq::idx1_key_flag) != 0 || kelq::unflagged_key(h, t)) {
         const uint64_t offset = kelq::idx1_offset(h, e.offset);
         int64_t header = 0;
-        if (!kelq::chunk_in_movi(h, offset, e.size, header)) return false;
-        if (t->first_checked == 0) {
+        if (!kelq::chunk_in_movi(h, offset, e.size, header)) return empty_chunk_at_list_end(h, offset, e.size);
+        if ((t->first_checked & kelq::first_header_matched) == 0) {
             if (!header_matches(h, header, e)) return false;
-            t->first_checked = 1;
+            t->first_checked |= kelq::first_header_matched;
         }
         keyindex_entry k;
         std::memset(&k, 0, sizeof k);
@@ -143,7 +155,8 @@ audio_step take_audio_entry(aviin_handle *h, keyindex_table *t, const idx1_entry
     if (!video_done && chunk_end > frame_time(v, t->frames_scanned)) return audio_step::wait;
     const uint64_t offset = kelq::idx1_offset(h, e.offset);
     int64_t header = 0;
-    if (!kelq::chunk_in_movi(h, offset, e.size, header)) return audio_step::bad;
+    if (!kelq::chunk_in_movi(h, offset, e.size, header))
+        return empty_chunk_at_list_end(h, offset, e.size) ? audio_step::taken : audio_step::bad;
     const bool fixed = kelq::fixed_duration_audio(a);
     while (t->audio_pending[k] < t->count) {
         keyindex_entry &key = t->entries[t->audio_pending[k]];

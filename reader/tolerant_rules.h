@@ -34,6 +34,23 @@ inline bool is_frame_type(aviin_handle *h, uint32_t type) {
     return true;
 }
 
+// Bits of a key-frame table's scan state (first_checked): the first key
+// frame's header was matched; the index flags no key frame of the stream.
+constexpr uint32_t first_header_matched = 1;
+constexpr uint32_t every_frame_key = 2;
+
+// Under the unflagged-key tolerance, an index that does not flag its
+// stream's first frame as a key frame is taken to flag none, as writers of
+// intra-only video that set no flags have it: every frame of the stream is
+// then a key frame. Asked for each frame the index does not flag, in order.
+inline bool unflagged_key(aviin_handle *h, keyindex_table *t) {
+    if (!tolerates(h, AVIIN_TOLERATE_UNFLAGGED_KEYS)) return false;
+    if (t->frames_scanned == 0) t->first_checked |= every_frame_key;
+    if ((t->first_checked & every_frame_key) == 0) return false;
+    note_needed(h, AVIIN_TOLERATE_UNFLAGGED_KEYS);
+    return true;
+}
+
 // An offset read from the legacy index, counted from the "movi" list type as
 // every answer is. Offsets of an index found to count from the start of the
 // file (only under the file-idx1 tolerance) are moved; one that lies before

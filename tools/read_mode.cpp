@@ -14,6 +14,8 @@ const tolerance_name tolerance_names[] = {
     {AVIIN_TOLERATE_INDEX_CHUNKS, "index_chunks", "index chunks in movi"},
     {AVIIN_TOLERATE_FILE_IDX1, "file_idx1", "idx1 offsets from file start"},
     {AVIIN_TOLERATE_DB_FRAMES, "db_frames", "'db' chunks as frames"},
+    {AVIIN_TOLERATE_UNFLAGGED_KEYS, "unflagged_keys", "every frame a key frame (idx1 flags none)"},
+    {AVIIN_TOLERATE_EMPTY_LAST_CHUNK, "empty_last_chunk", "empty chunk closing 'movi' passed over by the index"},
 };
 
 }  // namespace
@@ -22,8 +24,10 @@ const char *const strict_option_help =
     "  --strict        open FILE as the plain reader does (aviin_open): no\n"
     "                  tolerance for palettes or codec data after the video\n"
     "                  header, index chunks in 'movi', idx1 offsets counted from\n"
-    "                  the file start or 'db' frames. Without it FILE is opened\n"
-    "                  with all of them and the tolerances it needed are listed\n";
+    "                  the file start, 'db' frames, an idx1 that flags no key\n"
+    "                  frame or lists an empty chunk closing 'movi'. Without it\n"
+    "                  FILE is opened with all of them and the tolerances it\n"
+    "                  needed are listed\n";
 
 aviin_handle *open_with_mode(const char *path, uint32_t swapped_ids, read_mode mode) {
     if (mode.strict) return aviin_open(path, swapped_ids);

@@ -104,7 +104,6 @@ while read -r file mode reason; do
     check "keys $mode on $file: '$reason'" grep -qF "(no key frames: $reason)" "$work/out"
 done <<'EOF'
 unflagged.avi --strict no entry carries the key-frame flag
-unflagged.avi -        no entry carries the key-frame flag
 moved.avi     --strict idx1 lists no frame of stream 0
 db.avi        --strict frames are 'db' chunks (read with tolerance, or without --strict)
 EOF
@@ -120,6 +119,12 @@ done <<'EOF'
 absolute.avi file_idx1
 db.avi       db_frames
 EOF
+
+# With no key flag at all, every frame is taken as a key frame.
+kq keys --json "$work/unflagged.avi"
+check "keys on unflagged.avi: it needed unflagged_keys" grep -q '"tolerated": \[.*"unflagged_keys"' "$work/out"
+frames=$(grep -o '"frames": [0-9]*' "$work/out" | grep -o '[0-9]*$')
+check "keys on unflagged.avi: all $frames frames are key frames" grep -q "\"key_frames\": $frames," "$work/out"
 
 # --- usage ----------------------------------------------------------------
 for command in keys frame subs; do

@@ -17,15 +17,14 @@
 #   mc_*   mencoder: MPEG-4 + PCM, raw + PCM, MJPEG -noodml (with codec data
 #          after the header), MPEG-4 -odml, H.264
 #   mj_*   mjpegtools: yuv2lav -f a (MJPEG as '00db'), and lavaddwav adding
-#          a WAV to it. Their idx1 flags no frame as a key frame (and counts
-#          from the file start, which the reader learns from a key frame's
-#          entry only)
-# Files whose idx1 flags no key frame, and those remux cannot copy whole
+#          a WAV to it. Their idx1 flags no frame as a key frame and counts
+#          from the file start; lavaddwav's lists an empty audio chunk in
+#          the last 8 bytes of 'movi', which the list's end test never reaches
+# Files remux cannot copy whole
 # besides the ones with format bytes past the header (which have no place in
 # the writer's video format): lavaddwav ends 'movi' with an empty audio chunk
 # in the list's last 8 bytes, where the reader ends the list, so idx1 lists
 # one chunk more than is read.
-real_world_unflagged="mj_yuv2lav mj_lavaddwav"
 real_world_remux_losses="mj_lavaddwav"
 real_world_files="
 ff_mpeg4_mp3   ffmpeg     -
@@ -43,8 +42,8 @@ mc_raw_pcm     mencoder   -
 mc_mjpeg_noodml mencoder  long_video_format
 mc_mpeg4_odml  mencoder   -
 mc_x264        mencoder   -
-mj_yuv2lav     mjpegtools db_frames
-mj_lavaddwav   mjpegtools db_frames
+mj_yuv2lav     mjpegtools db_frames,file_idx1,unflagged_keys
+mj_lavaddwav   mjpegtools db_frames,empty_last_chunk,file_idx1,unflagged_keys
 "
 
 # The programs the files need; real_world_tools_missing prints those absent.

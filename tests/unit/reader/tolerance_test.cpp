@@ -2,6 +2,7 @@
 // tolerance (the designed result, pinned) and with it. One table: the open,
 // the format's extra bytes, the header walk, the key-frame table, the frame
 // lookup from the first key frame to the last frame, and the needed bits.
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -22,6 +23,8 @@ constexpr uint32_t long_format = AVIIN_TOLERATE_LONG_VIDEO_FORMAT;
 constexpr uint32_t index_chunks = AVIIN_TOLERATE_INDEX_CHUNKS;
 constexpr uint32_t file_idx1 = AVIIN_TOLERATE_FILE_IDX1;
 constexpr uint32_t db_frames = AVIIN_TOLERATE_DB_FRAMES;
+constexpr uint32_t unflagged = AVIIN_TOLERATE_UNFLAGGED_KEYS;
+constexpr uint32_t empty_last = AVIIN_TOLERATE_EMPTY_LAST_CHUNK;
 
 // A video strl whose strf carries `extra` bytes after the bitmap header,
 // with the header's size field 40 (palettes) or 40 + extra (codec set-up
@@ -49,7 +52,8 @@ std::vector<planned> frames(const char *id) {
 byte_image video_and_audio() { return hdrl({video_list(1, 25), audio_list(1, 8000, 1, 1, 8000)}); }
 
 enum class form {
-    plain, long_palette, long_codec_data, ix_in_movi, ix_after_unknown, file_idx1, db_only, db_file_idx1, both_places
+    plain, long_palette, long_codec_data, ix_in_movi, ix_after_unknown, file_idx1, db_only, db_file_idx1, both_places,
+    db_unflagged, empty_last_chunk
 };
 
 indexed_file make(form f) {
@@ -71,6 +75,16 @@ indexed_file make(form f) {
         return make_indexed(video_and_audio(), frames("00db"));
     case form::db_file_idx1:
         return make_indexed(video_and_audio(), frames("00db"), index_offsets::absolute);
+    case form::empty_last_chunk: {
+        std::vector<planned> c = frames("00dc");
+        c.push_back({"01wb", byte_image()});
+        return make_indexed(video_and_audio(), c);
+    }
+    case form::db_unflagged: {
+        std::vector<planned> c = frames("00db");
+        for (planned &p : c) p.key = false;
+        return make_indexed(video_and_audio(), c, index_offsets::absolute);
+    }
     case form::both_places: {
         // The first entry, an indexed JUNK, names a JUNK chunk counted from
         // "movi" and another one counted from the start of the file.
@@ -151,6 +165,12 @@ const row rows[] = {
     {form::db_only, db_frames, true, 0, "", db_walk, same, 3, 4, 2, 0, 0, 4, db_frames},
     {form::db_file_idx1, db_frames, true, 0, "", db_walk, same, 1, 0, 0, 0, 1, 4, db_frames},
     {form::db_file_idx1, all, true, 0, "", db_walk, same, 3, 4, 2, 0, 0, 4, db_frames | file_idx1},
+    // An index that flags no key frame: every frame is one under the tolerance.
+    {form::db_unflagged, all ^ unflagged, true, 0, "", db_walk, same, 3, 4, 0, 0, 0, 4, db_frames | file_idx1},
+    {form::db_unflagged, all, true, 0, "", db_walk, same, 3, 4, 4, 0, 0, 4, db_frames | file_idx1 | unflagged},
+    // An empty chunk closing movi, where the end test stops the walks.
+    {form::empty_last_chunk, all ^ empty_last, true, 0, "", dc_walk, same, 1, 4, 2, 0, 0, 4, 0},
+    {form::empty_last_chunk, all, true, 0, "", dc_walk, same, 3, 4, 2, 0, 0, 4, empty_last},
 };
 
 // The extra bytes and the name of video stream 0.
@@ -189,7 +209,9 @@ void expect_frames(aviin_handle *h, const indexed_file &f, const row &r) {
     }
     uint64_t pos = 0;
     const int found = aviin_get_video_offset(h, first, 0, 3, &pos);
-    EXPECT_EQ(found == 0 && static_cast<int64_t>(pos) == f.chunks.back().header ? 0 : 1, r.lookup) << pos;
+    const auto last_frame =
+        std::find_if(f.chunks.rbegin(), f.chunks.rend(), [](const auto &c) { return c.id.compare(0, 2, "00") == 0; });
+    EXPECT_EQ(found == 0 && static_cast<int64_t>(pos) == last_frame->header ? 0 : 1, r.lookup) << pos;
 }
 
 // The legacy index calls: a move to an entry's chunk, and a span of video.
