@@ -2,7 +2,8 @@
 // stdio's seek asks the kernel to confirm the position even when the target
 // lies inside the buffer it already holds, so a walk that seeks once per
 // chunk makes a system call per chunk. Reading the few bytes in between and
-// dropping them stays inside the buffer until it runs dry.
+// dropping them stays inside the buffer until it runs dry. The reads skip
+// stdio's lock: a reader's stream is used by one thread at a time.
 #pragma once
 
 #include <cstdint>
