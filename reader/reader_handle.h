@@ -12,6 +12,9 @@ namespace kelq {
 constexpr int max_stream_slots = 20;     // the 20th "strl" list is refused
 constexpr int max_streams_per_kind = 12;
 constexpr int indx_header_size = 24;
+// Bytes of the stdio buffer a reader gives its file: a power of two, since
+// stdio aligns the read after a seek to a multiple of it.
+constexpr size_t reader_buffer_size = 32 * 1024;
 
 struct stream_entry {
     avi_stream_header header;
@@ -72,6 +75,9 @@ struct aviin_handle {
     // The open file, kept apart from the list stack so that it is closed even
     // when a failure leaves the handle standing in no list.
     FILE *file;
+    // The stream's buffer, sized for walks over many small chunks. Part of
+    // the record, so it outlives the stream, which is closed first.
+    uint8_t file_buffer[kelq::reader_buffer_size];
     // Tolerant reading: the AVIIN_TOLERATE_ flags asked for at open, and
     // those the file has needed so far.
     uint32_t tolerances;

@@ -143,6 +143,8 @@ aviin_handle *kelq::open_reader(const char *path, uint32_t swapped_ids, uint32_t
     FILE *f = file_open(path, 0);
     if (f == nullptr) return fail_open(h);
     h->file = f;
+    // Before the first read; should stdio refuse, it keeps its own buffer.
+    setvbuf(f, reinterpret_cast<char *>(h->file_buffer), _IOFBF, sizeof h->file_buffer);
     if (!scan_top_level(h, f)) return fail_open(h);
 
     list_node *riff = enter_first_form(h, f);

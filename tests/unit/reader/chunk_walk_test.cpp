@@ -143,6 +143,85 @@ TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
     }
 }
 
+// Chunk sizes on both sides of the points where a step stops reading its way
+// forward and seeks, one larger than the stream's buffer, with the stream
+// moved by the caller before each call: every call still reports the layout
+// and leaves the stream after the data (whole walk) or at it (header walk),
+// and at the list's end for the end of the list.
+TEST(ChunkWalk, EachCallLeavesTheStreamWhereItsStepEndsWhateverMovedItBefore) {
+    std::vector<movi_chunk> chunks;
+    for (size_t size : {0, 1, 7, 8, 9, 4095, 4096, 4097, 40000, 3}) {
+        const bool odd = size % 2 != 0;
+        chunks.push_back({odd ? "01wb" : "00dc", std::string(size, static_cast<char>('a' + size % 26)), odd ? 1u : 3u,
+                          odd ? 1u : 0u});
+    }
+    const laid_out l = lay_out(chunks, byte_image().chunk("idx1", byte_image().fill(16)));
+    const int64_t list_end = l.data_pos.back() + 4;
+    const struct {
+        const char *what;
+        void (*move)(FILE *);
+    } moves[] = {
+        {"left alone", [](FILE *) {}},
+        {"back to the start", [](FILE *f) { file_seek(f, 0, 0); }},
+        {"a byte on", [](FILE *f) { file_seek(f, 1, 1); }},
+        {"to the end and read past it", [](FILE *f) { file_seek(f, 0, 2), std::fgetc(f); }},
+    };
+    for (const auto &m : moves) {
+        SCOPED_TRACE(m.what);
+        reader whole(l.form.bytes), headers(l.form.bytes);
+        ASSERT_TRUE(whole && headers);
+        FILE *const wf = whole->current_list->stream, *const hf = headers->current_list->stream;
+        for (size_t i = 0; i < chunks.size(); ++i) {
+            SCOPED_TRACE(chunks[i].data.size());
+            m.move(wf);
+            m.move(hf);
+            const chunk_call c = next_chunk(whole.get(), 65536);
+            EXPECT_EQ(c.result, 0);
+            EXPECT_EQ(as_text(c.data), chunks[i].data);
+            EXPECT_EQ(file_tell(wf), l.data_pos[i] + static_cast<int64_t>(chunks[i].data.size()));
+            const header_call h = next_header(headers.get());
+            EXPECT_EQ(h.offset, static_cast<uint64_t>(l.data_pos[i]));
+            EXPECT_EQ(h.size, chunks[i].data.size());
+            EXPECT_EQ(file_tell(hf), l.data_pos[i]);
+            EXPECT_EQ(file_eof(wf) + file_eof(hf), 0);
+        }
+        m.move(wf);
+        m.move(hf);
+        EXPECT_EQ(next_chunk(whole.get()).result, 3);
+        EXPECT_EQ(next_header(headers.get()).result, 3);
+        EXPECT_EQ(file_tell(wf), list_end);
+        EXPECT_EQ(file_tell(hf), list_end);
+    }
+    // The file cut short, walked by headers: the steps that still find a
+    // header, then the next step's result and where it leaves the stream (a
+    // step beyond the file's end stands there, as a seek would).
+    const struct {
+        int64_t kept;
+        size_t found;
+        int last;
+        int64_t stands;
+    } cuts[] = {
+        {l.data_pos[2] + 3, 3, 1, l.data_pos[2] + 8},       // in a chunk passed over byte by byte
+        {l.data_pos[5] + 100, 6, 1, l.data_pos[5] + 4096},  // in one passed over block by block
+        {l.data_pos[3] - 4, 3, 1, l.data_pos[3] - 4},       // an id without its size
+        {l.data_pos[3] - 3, 4, 1, l.data_pos[3] + 8},       // one byte of the size: it is 8
+        {list_end - 2, chunks.size(), 3, list_end},
+    };
+    for (const auto &c : cuts) {
+        SCOPED_TRACE(testing::Message() << "cut to " << c.kept);
+        reader cut(l.form.bytes.head(static_cast<size_t>(c.kept)));
+        ASSERT_TRUE(cut);
+        for (size_t i = 0; i < c.found; ++i) {
+            const header_call h = next_header(cut.get());
+            EXPECT_EQ(h.result, 0);
+            EXPECT_EQ(h.offset, static_cast<uint64_t>(l.data_pos[i]));
+            EXPECT_EQ(h.size, chunks[i].data.size());
+        }
+        EXPECT_EQ(next_header(cut.get()).result, c.last);
+        EXPECT_EQ(file_tell(cut->current_list->stream), c.stands);
+    }
+}
+
 TEST(ChunkWalk, ZeroSizedLastChunkIsNeverReturned) {
     const laid_out l = lay_out({{"00dc", "ab", 3, 0}, {"01wb", "", 1, 1}}, byte_image().chunk("idx1", byte_image()));
     reader whole(l.form.bytes), headers(l.form.bytes);
@@ -249,6 +328,7 @@ TEST(ChunkWalk, CapacityZeroCreepsThreeBytesACall) {
         EXPECT_EQ(got.result, 0);
         EXPECT_EQ(got.size, 0);
         EXPECT_EQ(r->current_list->next_pos, f.movi_data + 3 * call);
+        EXPECT_EQ(file_tell(r->current_list->stream), f.movi_data + 3 * call + 1) << "after the id examined";
     }
 }
 
