@@ -2,6 +2,7 @@
 #include "kelqavi.h"
 #include "riff/fourcc_ids.h"
 #include "riff/le_bytes.h"
+#include "riff/riff_layout.h"
 
 namespace {
 
@@ -43,16 +44,35 @@ constexpr filler_bytes make_filler() {
 
 constexpr filler_bytes filler = make_filler();
 
-// Writes count filler bytes; each block starts on a whole period, so the
-// pattern runs on unbroken from block to block.
-int write_filler(uint32_t count, FILE *stream) {
+constexpr filler_bytes zero_filler = {};
+
+// Writes count bytes of a filler block; each block starts on a whole
+// period, so the pattern runs on unbroken from block to block.
+int write_filler(uint32_t count, const filler_bytes &block, FILE *stream) {
     int result = 0;
     while (count > 0) {
         const size_t n = count < filler_block ? count : filler_block;
-        result |= file_write(stream, filler.bytes, n) == n ? 0 : 1;
+        result |= file_write(stream, block.bytes, n) == n ? 0 : 1;
         count -= static_cast<uint32_t>(n);
     }
     return result;
+}
+
+// A "JUNK" chunk whose filler ends on the alignment boundary; a chunk
+// already there gets a whole alignment of filler, never an empty one.
+void pad_to(int64_t alignment, const filler_bytes &block, FILE *stream, uint32_t *status) {
+    if (failed_before(status)) return;
+    if (alignment < 1) {
+        or_status(status, 1);
+        return;
+    }
+    int result = write_fourCC(id_junk, stream);
+    const int64_t p = file_tell(stream);
+    if (p < 0) result |= 1;
+    const uint32_t size = static_cast<uint32_t>(alignment - (p + 4) % alignment);
+    result |= write_val32(size, stream);
+    result |= write_filler(size, block, stream);
+    or_status(status, result);
 }
 
 }  // namespace
@@ -98,23 +118,12 @@ uint32_t data_chunk(uint32_t id, const void *data, uint32_t size, FILE *stream, 
     return *word;
 }
 
-void junk_pad(int64_t alignment, FILE *stream, uint32_t *status) {
-    if (failed_before(status)) return;
-    if (alignment < 1) {
-        or_status(status, 1);
-        return;
-    }
-    int result = write_fourCC(id_junk, stream);
-    const int64_t p = file_tell(stream);
-    if (p < 0) result |= 1;
-    // The filler ends on the boundary; a chunk already there gets a whole
-    // alignment of filler, never an empty one.
-    const uint32_t size = static_cast<uint32_t>(alignment - (p + 4) % alignment);
-    result |= write_val32(size, stream);
-    result |= write_filler(size, stream);
-    or_status(status, result);
-}
+void junk_pad(int64_t alignment, FILE *stream, uint32_t *status) { pad_to(alignment, filler, stream, status); }
 
 int64_t padEven(int64_t n) { return n + n % 2; }
 
 }  // extern "C"
+
+void kelq::junk_pad_zeroed(int64_t alignment, FILE *stream, uint32_t *status) {
+    pad_to(alignment, zero_filler, stream, status);
+}

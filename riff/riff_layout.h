@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 namespace kelq {
 
@@ -17,5 +18,9 @@ constexpr int origin_end = 2;
 constexpr int result_ok = 0;
 constexpr int result_failed = 1;
 constexpr int result_end_of_list = 3;
+
+// junk_pad with a filler of zero bytes instead of the brand words, for
+// files whose readers show a "JUNK" chunk's text as the writing program.
+void junk_pad_zeroed(int64_t alignment, FILE *stream, uint32_t *status);
 
 }  // namespace kelq

@@ -188,26 +188,6 @@ void write_dmlh(aviout_handle *w, uint32_t *status) {
     end_mark(list_mark, w->file, status);
 }
 
-// The standard profile leaves the header area's filler zero: some tools
-// show the text of a "JUNK" chunk as the name of the program that wrote the
-// file. The stream ends where it stood, after the chunk.
-void clear_junk_filler(aviout_handle *w, int64_t junk_pos, uint32_t *status) {
-    static constexpr uint8_t zeros[512] = {};
-    const int64_t end = file_tell(w->file);
-    if (junk_pos < 0 || end < junk_pos + 8 || file_seek(w->file, junk_pos + 8, origin_start) != 0) {
-        *status |= 1;
-        return;
-    }
-    for (int64_t at = junk_pos + 8; at < end;) {
-        const size_t n = static_cast<size_t>(end - at < 512 ? end - at : 512);
-        if (file_write(w->file, zeros, n) != n) {
-            *status |= 1;
-            return;
-        }
-        at += static_cast<int64_t>(n);
-    }
-}
-
 }  // namespace
 
 void write_stream_header(aviout_handle *w, int32_t stream) {
@@ -249,9 +229,12 @@ void write_header_area(aviout_handle *w) {
     uint32_t local = 0;
     write_dmlh(w, &local);
     end_mark(hdrl_mark, w->file, &w->error);
-    const int64_t junk_pos = file_tell(w->file);
-    junk_pad(header_alignment, w->file, &local);
-    if (w->standard_profile != 0) clear_junk_filler(w, junk_pos, &local);
+    // The standard profile leaves the filler zero: some tools show the text
+    // of a "JUNK" chunk as the name of the program that wrote the file.
+    if (w->standard_profile != 0)
+        kelq::junk_pad_zeroed(header_alignment, w->file, &local);
+    else
+        junk_pad(header_alignment, w->file, &local);
     write_kqdt(w);
     if (w->menu_file_head != nullptr) write_menu_chunk(w->menu_file_head, w);
 }
