@@ -7,10 +7,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
-need_ffmpeg
-for player in mplayer gst-launch-1.0 python3; do
-    command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }
-done
+need ffmpeg ffprobe mplayer gst-launch-1.0 python3
 
 # 25 different pictures, each frame a key frame.
 ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg" ||

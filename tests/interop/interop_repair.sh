@@ -9,10 +9,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
-need_ffmpeg
-for player in mplayer mencoder gst-launch-1.0 python3; do
-    command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }
-done
+need ffmpeg ffprobe mplayer mencoder gst-launch-1.0 python3
 
 # kill_at FILE SIZE COMMAND...: runs the recorder until FILE holds SIZE bytes, then kills it.
 kill_at() {

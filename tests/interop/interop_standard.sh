@@ -11,10 +11,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 standard_maker=$4
-need_ffmpeg
-for player in mplayer gst-launch-1.0 mediainfo; do
-    command -v "$player" > /dev/null 2>&1 || { echo "$player not installed: skipped"; exit 77; }
-done
+need ffmpeg ffprobe mplayer gst-launch-1.0 mediainfo
 
 # Two seconds of 160x120 pictures at 25 frames a second, and 16 kHz mono PCM.
 src="-f lavfi -i testsrc=size=160x120:rate=25 -t 2"

@@ -14,12 +14,15 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/checks.sh"
 export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=99"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:exitcode=99:print_stacktrace=1"
 
-need_ffmpeg() {
-    if ! command -v ffmpeg > /dev/null 2>&1 || ! command -v ffprobe > /dev/null 2>&1; then
-        echo "ffmpeg not installed: skipped"
-        exit 77
-    fi
+# need PROGRAM...: skips the test (exit 77) when one of them is missing.
+need() {
+    local program
+    for program in "$@"; do
+        command -v "$program" > /dev/null 2>&1 || { echo "$program not installed: skipped"; exit 77; }
+    done
 }
+
+need_ffmpeg() { need ffmpeg ffprobe; }
 
 # Runs the tool: stdout to $work/out, stderr to $work/err, exit status to
 # $status (124 when it ran out of time).
