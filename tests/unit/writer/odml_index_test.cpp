@@ -171,15 +171,8 @@ TEST(WriterOdml, CountModeLayouts) {
     for (const form &fm : forms) {
         SCOPED_TRACE(fm.profile);
         scratch_path path;
-        aviout_handle *w = aviout_open(path, 1, 0);
+        aviout_handle *w = open_video_writer(path, 1, 1.0, 1, nullptr, fm.profile);
         ASSERT_NE(w, nullptr);
-        w->standard_profile = fm.profile;
-        w->index_chunk_seconds = 1.0;
-        w->odml_timing_mode = 1;
-        const video_stream_format v = video_record();
-        const double frame = 0.04;
-        int32_t stream;
-        ASSERT_EQ(aviout_set_video_format(w, &stream, &v, &frame), 0);
         ASSERT_NE(w->odml_track[0], nullptr);
         EXPECT_EQ(w->odml_track[0]->entries_per_chunk, 25u);
         for (int i = 0; i < 60; ++i) ASSERT_EQ(put(w, 0, i % 5 == 0 ? 1 : 0, payload(10 + (i & 1), i)), 0) << i;
