@@ -16,4 +16,4 @@ tools=$(count $(git ls-files tools | grep -E '\.(cpp|h)$'))
 bf=$(count $(git ls-files bench fuzz | grep -E '\.(cpp|h|c)$'))
 tests=$(count $(git ls-files tests | grep -E '\.(cpp|h|c|sh|py)$'))
 all=$((lib+tools+bf+tests))
-printf "library %d  tool %d  bench+fuzz %d  tests %d  all %d  tests share %.1f%%\n" "$lib" "$tools" "$bf" "$tests" "$all" "$(echo "100*$tests/$all" | bc -l)"
+printf "library %d  tool %d  bench+fuzz %d  tests %d  all %d  tests share %.1f%%\n" "$lib" "$tools" "$bf" "$tests" "$all" "$(awk "BEGIN { print 100 * $tests / $all }")"
