@@ -12,17 +12,6 @@
 
 namespace kelqtool {
 
-const char *stream_kind_word(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    default: return "unclassified";
-    }
-}
-
 std::string fourcc_chars(const char code[4]) {
     std::string text;
     for (int i = 0; i < 4 && code[i] != '\0'; ++i) text += code[i];

@@ -141,9 +141,6 @@ private:
 // is removed: an output such as /dev/null or a pipe is left alone.
 void remove_output(const std::string &path);
 
-// The chunk type code's stream kind as a word: "video", "text caption", ...
-const char *stream_kind_word(uint32_t kind);
-
 // A FourCC held in four chars (not NUL-terminated) as text, stopping at a NUL.
 std::string fourcc_chars(const char code[4]);
 

@@ -9,6 +9,7 @@
 #include "diagnostics.h"
 #include "json_writer.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,8 +22,6 @@ namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
-constexpr int64_t list_header_size = 12;
 constexpr uint32_t no_stream = 0xFFFFFFFFu;
 constexpr int32_t first_capacity = 64 * 1024;
 
@@ -349,34 +348,6 @@ private:
 // Words.
 // ---------------------------------------------------------------------------
 
-const char *type_name(uint8_t type) {
-    switch (type) {
-    case KELQAVI_CHUNK_UNKNOWN: return "unrecognised";
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO_RAW: return "raw video";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_VIDEO_DATA: return "video data";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    case KELQAVI_CHUNK_INDEX: return "index";
-    case KELQAVI_CHUNK_JUNK: return "junk";
-    case KELQAVI_CHUNK_RESERVED: return "reserved";
-    default: return "other";
-    }
-}
-
-const char *type_key(uint8_t type) {
-    switch (type) {
-    case KELQAVI_CHUNK_UNKNOWN: return "unrecognised";
-    case KELQAVI_CHUNK_VIDEO_RAW: return "raw_video";
-    case KELQAVI_CHUNK_VIDEO_DATA: return "video_data";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text_caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap_caption";
-    default: return type_name(type);
-    }
-}
-
 const char *end_key(walk_end end) {
     switch (end) {
     case walk_end::end_of_list: return "end_of_list";
@@ -512,7 +483,7 @@ walk_summary summarise(const std::vector<chunk_record> &records, const std::vect
 std::string types_text(uint32_t types) {
     std::string text;
     for (int t = 0; t < 32; ++t)
-        if ((types & (1u << t)) != 0) text += (text.empty() ? "" : ", ") + std::string(type_name(static_cast<uint8_t>(t)));
+        if ((types & (1u << t)) != 0) text += (text.empty() ? "" : ", ") + std::string(chunk_type_word(static_cast<uint8_t>(t)));
     return text;
 }
 
@@ -542,7 +513,7 @@ void print_text(const char *path, const avi_layout &layout, const std::vector<ch
         std::string id = fourcc_text(c.id);
         if (c.type == KELQAVI_CHUNK_UNKNOWN || is_problem(c)) id = paint(id, is_problem(c) ? sgr::bold_red : sgr::yellow, style.colour);
         else if (c.has(flag_in_index)) id = paint(id, sgr::dim, style.colour);
-        return std::vector<std::string>{std::to_string(c.segment), std::to_string(c.offset), id, type_name(c.type),
+        return std::vector<std::string>{std::to_string(c.segment), std::to_string(c.offset), id, chunk_type_word(c.type),
                                         c.stream == no_stream ? "-" : std::to_string(c.stream), std::to_string(c.size),
                                         notes_for(c)};
     };
@@ -617,7 +588,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         j.field("segment", jw::number(c.segment));
         j.field("offset", jw::number(c.offset));
         j.field("id", jw::fourcc(c.id));
-        j.field("type", jw::text(type_key(c.type)));
+        j.field("type", jw::text(chunk_type_key(c.type)));
         j.field("type_code", jw::number(static_cast<uint32_t>(c.type)));
         j.field("stream", c.stream == no_stream ? jw::null() : jw::number(c.stream));
         j.field("size", jw::number(c.size));
@@ -640,7 +611,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         j.field("bytes", jw::number(entry.second.bytes));
         j.begin_array("types");
         for (int t = 0; t < 32; ++t)
-            if ((entry.second.types & (1u << t)) != 0) j.element(jw::text(type_key(static_cast<uint8_t>(t))));
+            if ((entry.second.types & (1u << t)) != 0) j.element(jw::text(chunk_type_key(static_cast<uint8_t>(t))));
         j.end_array();
         j.end_object();
     }
@@ -771,10 +742,7 @@ int run_chunks_command(int argc, char **argv) {
         print_json(options.path, layout, records, walks, segments, summary, headers_only, swapped);
     else
         print_text(options.path, layout, records, walks, segments, summary, headers_only, style_for_stdout());
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return summary.problems == 0 ? exit_ok : exit_problems;
 }
 

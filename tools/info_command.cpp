@@ -135,26 +135,7 @@ info_report gather(aviin_handle *h, const char *path, const avi_layout &layout) 
 // ---------------------------------------------------------------------------
 
 const char *kind_name(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    case 0: return "unclassified";
-    default: return "unknown kind";
-    }
-}
-
-const char *kind_key(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text_caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap_caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    default: return "unclassified";
-    }
+    return kind != 0 && !classified_kind(kind) ? "unknown kind" : stream_kind_word(kind);
 }
 
 const char *format_tag_name(uint16_t tag) {
@@ -502,7 +483,7 @@ using jw = json_writer;
 void stream_json(jw &j, const stream_report &s) {
     j.begin_object();
     j.field("number", jw::number(s.number));
-    j.field("kind", jw::text(kind_key(s.kind)));
+    j.field("kind", jw::text(stream_kind_key(s.kind)));
     j.field("kind_code", jw::number(s.kind));
     j.field("name", s.has_name ? jw::text(s.name) : jw::null());
     if ((s.kind == KELQAVI_CHUNK_VIDEO || s.kind == KELQAVI_CHUNK_BITMAP_CAPTION) && s.format_read) {
@@ -734,10 +715,7 @@ int run_info_command(int argc, char **argv) {
         print_json(report);
     else
         print_text(report, style_for_stdout());
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

@@ -1,13 +1,13 @@
 #include "input_indexes.h"
 
+#include "riff_sizes.h"
+
 #include <algorithm>
 
 namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
-constexpr int64_t list_header_size = 12;
 constexpr uint32_t idx1_key_frame = 0x10;
 constexpr uint32_t std_index_not_key = 0x80000000u;
 constexpr size_t block_entries = 4096;

@@ -172,10 +172,7 @@ int run_keys_command(int argc, char **argv) {
         print_json(options.path, s);
     else
         print_text(options.path, s);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

@@ -693,10 +693,7 @@ int run_mux_command(int argc, char **argv) {
     loss_report losses;
     tally_inputs(in, out, ids, losses);
     out.print_summary(stdout, o.json, &losses);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     if (!losses.any()) return exit_ok;
     losses.print_error_line("the inputs hold");
     return exit_problems;

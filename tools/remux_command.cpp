@@ -11,6 +11,7 @@
 #include "loss_report.h"
 #include "movi_copy.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -24,7 +25,6 @@ namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
 // Chunk ids in either order are read.
 constexpr uint32_t swapped_in = 1;
 
@@ -161,9 +161,7 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
         stream_tally tally;
         tally.stream = i;
         tally.kind = stream_kind_word(r.kind);
-        const bool classified = r.kind == KELQAVI_CHUNK_VIDEO || r.kind == KELQAVI_CHUNK_BITMAP_CAPTION ||
-                                r.kind == KELQAVI_CHUNK_AUDIO || r.kind == KELQAVI_CHUNK_TEXT_CAPTION ||
-                                r.kind == KELQAVI_CHUNK_CHAPTER;
+        const bool classified = classified_kind(r.kind);
         if (!classified) tally.note = "not copied: the reader does not classify this stream";
         if (r.kind == KELQAVI_CHUNK_VIDEO) {
             const uint8_t *extra = nullptr;
@@ -250,10 +248,7 @@ int finish(const remux_options &o, avi_output &out, movi_copy &job, bool copied)
     note_written(job, out);
     compare_with_indexes(job);
     out.print_summary(stdout, o.json, &job.losses);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     if (!job.losses.any()) return exit_ok;
     job.losses.print_error_line(std::string("in '") + o.input + "'");
     return exit_problems;

@@ -212,10 +212,7 @@ int run_repair_command(int argc, char **argv) {
         print_json(in, out, result, report);
     else
         print_text(target, result, report);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return result == 3 ? exit_problems : exit_ok;
 }
 

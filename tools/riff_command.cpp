@@ -1,8 +1,9 @@
 #include "riff_command.h"
 
-#include "kelqavi.h"
 #include "diagnostics.h"
+#include "kelqavi.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 #include "sample_file.h"
 
 #include <cerrno>
@@ -24,12 +25,7 @@ namespace {
 // levels, so a hostile file cannot exhaust the stack.
 constexpr int nesting_limit = 64;
 
-constexpr int64_t chunk_header_size = 8;  // id and size
-constexpr int64_t list_header_size = 12;  // id, size and list type
-constexpr uint32_t placeholder_size = 0xFFFFFFFFu;
 
-const uint32_t id_riff = make_fourCC("RIFF");
-const uint32_t id_list = make_fourCC("LIST");
 
 enum class entry_kind : uint8_t { chunk, list, bytes };
 
@@ -806,10 +802,7 @@ int run_riff_command(int argc, char **argv) {
         std::printf("\n");
         print_summary(stdout, summary, style);
     }
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return summary.problems() == 0 ? exit_ok : exit_problems;
 }
 

@@ -62,10 +62,7 @@ int run_sample_command(int argc, char **argv) {
         return exit_bad_input;
     }
     out.print_summary(stdout, json);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

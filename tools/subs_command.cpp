@@ -227,10 +227,7 @@ int run_subs_command(int argc, char **argv) {
         }
         if (!k.mode.strict) std::printf("\ntolerated: %s\n", tolerance_words(k.tolerated()).c_str());
     }
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return problems == 0 ? exit_ok : exit_problems;
 }
 
