@@ -9,6 +9,7 @@
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace kelqtool {
 
@@ -16,6 +17,32 @@ std::string fourcc_chars(const char code[4]) {
     std::string text;
     for (int i = 0; i < 4 && code[i] != '\0'; ++i) text += code[i];
     return text;
+}
+
+std::string temporary_path(const char *stem, std::string &error) {
+    const char *dir = std::getenv("TMPDIR");
+    std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/" + stem + "-XXXXXX";
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back('\0');
+    const int fd = mkstemp(name.data());
+    if (fd < 0) {
+        error = std::string("cannot create a temporary file: ") + std::strerror(errno);
+        return {};
+    }
+    close(fd);
+    return name.data();
+}
+
+bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std::string &error) {
+    path = temporary_path("kelqavi-menu", error);
+    if (path.empty()) return false;
+    uint8_t head[12] = {'L', 'I', 'S', 'T', 0, 0, 0, 0, 'K', 'M', 'N', 'U'};
+    long2str(4 + size, head + 4);
+    FILE *f = file_open(path.c_str(), 1);
+    if (f == nullptr) return false;
+    bool ok = file_write(f, head, sizeof head) == sizeof head && file_write(f, chunk, size) == size;
+    if (size % 2 != 0) ok = ok && file_write(f, "", 1) == 1;
+    return file_close(f) == 0 && ok;
 }
 
 int option_value(const char *command, int argc, char **argv, int &i, const char *name, const char *&value) {

@@ -141,6 +141,17 @@ private:
 // is removed: an output such as /dev/null or a pipe is left alone.
 void remove_output(const std::string &path);
 
+// A new empty file "STEM-XXXXXX" in $TMPDIR (or /tmp): its path, or empty
+// with a reason in error.
+std::string temporary_path(const char *stem, std::string &error);
+
+// Writes LIST 'KMNU' around a whole "MENU" chunk (header included) to a new
+// temporary file, for the writer's menu_file_head to copy into the header
+// area, where the reader takes the menu block from. False when the file
+// cannot be made (path empty, a reason in error) or written (path set: the
+// caller removes it).
+bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std::string &error);
+
 // A FourCC held in four chars (not NUL-terminated) as text, stopping at a NUL.
 std::string fourcc_chars(const char code[4]);
 

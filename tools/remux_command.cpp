@@ -181,19 +181,6 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
     return true;
 }
 
-// Writes LIST 'KMNU' around a whole "MENU" chunk (header included) for the
-// writer to copy into the header area, where the reader finds the menu.
-bool write_menu_list(const std::string &path, const uint8_t *chunk, int32_t size) {
-    uint8_t head[12] = {'L', 'I', 'S', 'T', 0, 0, 0, 0, 'K', 'M', 'N', 'U'};
-    long2str(static_cast<uint32_t>(4 + size), head + 4);
-    FILE *f = file_open(path.c_str(), 1);
-    if (f == nullptr) return false;
-    bool ok = file_write(f, head, sizeof head) == sizeof head;
-    ok = ok && file_write(f, chunk, static_cast<size_t>(size)) == static_cast<size_t>(size);
-    if (size % 2 != 0) ok = ok && file_write(f, "", 1) == 1;
-    return file_close(f) == 0 && ok;
-}
-
 // The metadata block, and the menu block copied in as a LIST 'KMNU' through
 // a temporary file (menu_path, which the caller removes).
 bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::string &error) {
@@ -206,16 +193,7 @@ bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::
     aviin_get_menu_info(h, &block, &block_size);
     // The menu block is the whole "MENU" chunk; the size given is its size field.
     if (block == nullptr || block_size < 0 || std::memcmp(block, "MENU", 4) != 0) return true;
-    const char *dir = std::getenv("TMPDIR");
-    std::string pattern = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/kelqavi-menu-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    const int fd = mkstemp(name.data());
-    if (fd >= 0) {
-        close(fd);
-        menu_path = name.data();
-    }
-    if (menu_path.empty() || !write_menu_list(menu_path, block, block_size + static_cast<int32_t>(chunk_header_size))) {
+    if (!write_menu_list(block, static_cast<uint32_t>(block_size + chunk_header_size), menu_path, error)) {
         error = "cannot write a temporary file for the menu block";
         return false;
     }
