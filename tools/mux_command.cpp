@@ -8,6 +8,7 @@
 #include "diagnostics.h"
 #include "loss_report.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -288,7 +289,53 @@ struct wave_file {
     }
 };
 
-uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+// The 'fmt ' chunk of `size` bytes, read from the file's position: PCM only.
+int read_wave_format(const char *path, FILE *f, uint32_t size, bool fits, wave_file &wav) {
+    uint8_t fmt[40] = {};
+    const size_t want = size < sizeof fmt ? size : sizeof fmt;
+    if (size < 16 || !fits || file_read(f, fmt, want) != want) {
+        print_error("'%s': its 'fmt ' chunk is too short or cut off", path);
+        return exit_bad_input;
+    }
+    const uint16_t tag = str2short(fmt);
+    // The extensible form names its sample format in a GUID whose first two
+    // bytes are the plain format tag.
+    const bool pcm = tag == 1 || (tag == 0xFFFE && size >= 40 && str2short(fmt + 24) == 1);
+    if (!pcm) {
+        print_error("'%s' is not PCM sound (format tag 0x%04X); only PCM can be muxed as it is", path, tag);
+        return exit_bad_input;
+    }
+    wav.channels = str2short(fmt + 2);
+    wav.rate = str2long(fmt + 4);
+    wav.block_align = str2short(fmt + 12);
+    wav.bits = str2short(fmt + 14);
+    if (wav.channels == 0 || wav.rate == 0 || wav.bits == 0 || wav.block_align != wav.channels * ((wav.bits + 7) / 8)) {
+        print_error("'%s': its format is inconsistent (%u channels, %u Hz, %u bits, %u bytes a block)", path,
+                    wav.channels, wav.rate, wav.bits, wav.block_align);
+        return exit_bad_input;
+    }
+    wav.avg_bytes = wav.rate * wav.block_align;
+    return exit_ok;
+}
+
+// The 'data' chunk of `size` bytes at `data`, with `left` bytes of the file
+// from there.
+int take_wave_data(const char *path, int64_t data, uint32_t size, uint64_t left, wave_file &wav) {
+    uint64_t bytes = size;
+    if (bytes > left) {
+        // A size of all ones is left by writers that could not go back to patch it.
+        if (size != placeholder_size) {
+            print_error("'%s' is cut off: its 'data' chunk holds %u bytes but the file ends after %llu", path, size,
+                        static_cast<unsigned long long>(left));
+            return exit_bad_input;
+        }
+        bytes = left;
+    }
+    wav.data_offset = data;
+    wav.data_bytes = bytes;
+    wav.blocks = bytes / wav.block_align;
+    return exit_ok;
+}
 
 int open_wave(const char *path, wave_file &wav) {
     errno = 0;
@@ -307,59 +354,19 @@ int open_wave(const char *path, wave_file &wav) {
         return exit_bad_input;
     }
     bool have_format = false;
-    int64_t pos = 12;
-    while (pos + 8 <= file_size) {
+    for (int64_t pos = list_header_size; pos + chunk_header_size <= file_size;) {
         uint8_t header[8];
         if (file_seek(f, pos, 0) != 0 || file_read(f, header, 8) != 8) break;
         const uint32_t size = str2long(header + 4);
-        const int64_t data = pos + 8;
+        const int64_t data = pos + chunk_header_size;
         if (std::memcmp(header, "fmt ", 4) == 0) {
-            uint8_t fmt[40] = {};
-            const size_t want = size < sizeof fmt ? size : sizeof fmt;
-            if (size < 16 || data + static_cast<int64_t>(size) > file_size || file_read(f, fmt, want) != want) {
-                print_error("'%s': its 'fmt ' chunk is too short or cut off", path);
-                return exit_bad_input;
-            }
-            const uint16_t tag = le16(fmt);
-            // The extensible form names its sample format in a GUID whose
-            // first two bytes are the plain format tag.
-            const bool pcm = tag == 1 || (tag == 0xFFFE && size >= 40 && le16(fmt + 24) == 1);
-            if (!pcm) {
-                print_error("'%s' is not PCM sound (format tag 0x%04X); only PCM can be muxed as it is", path, tag);
-                return exit_bad_input;
-            }
-            wav.channels = le16(fmt + 2);
-            wav.rate = str2long(fmt + 4);
-            wav.block_align = le16(fmt + 12);
-            wav.bits = le16(fmt + 14);
-            if (wav.channels == 0 || wav.rate == 0 || wav.bits == 0 ||
-                wav.block_align != wav.channels * ((wav.bits + 7) / 8)) {
-                print_error("'%s': its format is inconsistent (%u channels, %u Hz, %u bits, %u bytes a block)", path,
-                            wav.channels, wav.rate, wav.bits, wav.block_align);
-                return exit_bad_input;
-            }
-            wav.avg_bytes = wav.rate * wav.block_align;
+            const int status = read_wave_format(path, f, size, data + static_cast<int64_t>(size) <= file_size, wav);
+            if (status != exit_ok) return status;
             have_format = true;
         } else if (std::memcmp(header, "data", 4) == 0) {
-            if (!have_format) {
-                print_error("'%s': its 'data' chunk comes before the 'fmt ' chunk", path);
-                return exit_bad_input;
-            }
-            uint64_t bytes = size;
-            const uint64_t left = static_cast<uint64_t>(file_size - data);
-            if (bytes > left) {
-                // A size of all ones is left by writers that could not go back to patch it.
-                if (size != 0xFFFFFFFFu) {
-                    print_error("'%s' is cut off: its 'data' chunk holds %u bytes but the file ends after %llu", path,
-                                size, static_cast<unsigned long long>(left));
-                    return exit_bad_input;
-                }
-                bytes = left;
-            }
-            wav.data_offset = data;
-            wav.data_bytes = bytes;
-            wav.blocks = bytes / wav.block_align;
-            return exit_ok;
+            if (have_format) return take_wave_data(path, data, size, static_cast<uint64_t>(file_size - data), wav);
+            print_error("'%s': its 'data' chunk comes before the 'fmt ' chunk", path);
+            return exit_bad_input;
         }
         pos = data + static_cast<int64_t>(size) + (size & 1);
     }
