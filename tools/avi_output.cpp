@@ -45,21 +45,27 @@ bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std
     return file_close(f) == 0 && ok;
 }
 
-int option_value(const char *command, int argc, char **argv, int &i, const char *name, const char *&value) {
-    const size_t n = std::strlen(name);
-    const char *arg = argv[i];
-    if (std::strncmp(arg, name, n) != 0) return 0;
-    if (arg[n] == '=') {
-        value = arg + n + 1;
-        return 1;
+void write_options::take(const command_options &line) {
+    odml = line.has("--odml");
+    swapped_ids = line.has("--swapped-ids");
+    designed = line.has("--designed");
+    json = line.has("--json");
+    if (const std::string *text = line.value("--checkpoint")) checkpoint = text->c_str();
+}
+
+bool open_writer(avi_output &out, const char *path, const write_options &o) {
+    std::string error;
+    if (!out.open(path, o.odml, !o.designed, error)) {
+        print_error("%s", error.c_str());
+        return false;
     }
-    if (arg[n] != '\0') return 0;
-    if (i + 1 >= argc) {
-        print_error("option '%s' needs a value (see 'kelqavi %s --help')", name, command);
-        return -1;
-    }
-    value = argv[++i];
-    return 1;
+    aviout_handle *w = out.handle();
+    // The index settings are read by the video and audio setters.
+    w->index_chunk_seconds = 60.0;
+    w->swapped_ids = o.swapped_ids ? 1 : 0;
+    w->extension_list = 1;
+    w->checkpoint_seconds = o.checkpoint_seconds;
+    return true;
 }
 
 void remove_output(const std::string &path) {

@@ -4,6 +4,7 @@
 // --json), and the reading of "--name VALUE" options.
 #pragma once
 
+#include "command_line.h"
 #include "kelqavi.h"
 #include "read_mode.h"
 
@@ -155,10 +156,19 @@ bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std
 // A FourCC held in four chars (not NUL-terminated) as text, stopping at a NUL.
 std::string fourcc_chars(const char code[4]);
 
-// Reads the value of an option given as "--name VALUE" or "--name=VALUE".
-// Returns 0 when argv[i] is not this option, 1 when it is (value set, i moved
-// past a separate value), -1 when the value is missing (a line printed).
-int option_value(const char *command, int argc, char **argv, int &i, const char *name, const char *&value);
+// What mux and remux share on their command lines.
+struct write_options {
+    bool odml = false, swapped_ids = false, designed = false, json = false;
+    const char *checkpoint = nullptr;  // --checkpoint as given
+    double checkpoint_seconds = 0;     // as parse_checkpoint read it
+
+    void take(const command_options &line);
+};
+
+// Opens the writer on path as the options say, with a standard index every
+// minute of a stream and the metadata block in a LIST 'KQDT', where the
+// reader finds it. False, with a line printed, when it cannot be opened.
+bool open_writer(avi_output &out, const char *path, const write_options &o);
 
 // "--checkpoint SECONDS": 0 (off) or a number of seconds above 0, such as 10
 // or 0.5. False, with a line printed, for anything else.

@@ -733,8 +733,9 @@ walk_result walk_file(aviin_handle *h, const char *path, const avi_layout &layou
 int run_chunks_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed =
-        parse_command_options("chunks", argc, argv, {"--headers", "--json", "--strict", "--swapped-ids"}, print_chunks_help, options, stop);
+    const int parsed = parse_command_line(
+        {"chunks", {"--headers", "--json", "--strict", "--swapped-ids"}, {}, 1, 0, "a FILE", print_chunks_help}, argc, argv,
+        options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
     const bool headers_only = options.has("--headers");

@@ -121,10 +121,11 @@ struct frame_found {
 };
 
 // Reads the command line into what is asked. exit_ok with stop false to go on.
-int parse_frame_line(int argc, char **argv, valued_options &options, long long &n, long long &audio_number,
+int parse_frame_line(int argc, char **argv, command_options &options, long long &n, long long &audio_number,
                      bool &stop) {
-    const int parsed = parse_valued_options("frame", argc, argv, {"--json", "--strict"}, {"--audio", "--extract"}, 1,
-                                            "FILE N", print_frame_help, options, stop);
+    const int parsed = parse_command_line({"frame", {"--json", "--strict"}, {"--audio", "--extract"}, 2, 0, "FILE N",
+                                           print_frame_help, too_many_arguments},
+                                          argc, argv, options, stop);
     if (stop) return parsed;
     stop = true;
     if (!parse_number(options.operands[1], 0, 0x7FFFFFFF, n)) {
@@ -232,7 +233,7 @@ void print_text(key_session &s, const frame_found &f, const std::string *extract
 }  // namespace
 
 int run_frame_command(int argc, char **argv) {
-    valued_options options;
+    command_options options;
     long long n = 0, audio_number = -1;
     bool stop = false;
     const int parsed = parse_frame_line(argc, argv, options, n, audio_number, stop);

@@ -692,7 +692,8 @@ void print_info_help(FILE *out) {
 int run_info_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed = parse_command_options("info", argc, argv, {"--json", "--strict", "--swapped-ids"}, print_info_help, options, stop);
+    const int parsed = parse_command_line({"info", {"--json", "--strict", "--swapped-ids"}, {}, 1, 0, "a FILE", print_info_help},
+                                          argc, argv, options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
     const read_mode mode{options.has("--strict")};

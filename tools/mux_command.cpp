@@ -30,71 +30,36 @@ struct mux_options {
     const char *text_caption = nullptr;
     const char *chapters = nullptr;
     const char *metadata = nullptr;
-    const char *checkpoint = nullptr;
-    bool odml = false;
-    bool designed = false;  // the designed bytes, not the standard profile
-    bool swapped_ids = false;
-    bool json = false;
+    write_options write;
+    command_options line;  // as given: the texts above point into it
 };
+
+std::string takes_no_operand(const command_syntax &, const char *arg, const char *) {
+    return std::string("'mux' takes no FILE operand, but got '") + arg +
+           "' (inputs follow --video, --audio, ...; the output follows -o)";
+}
 
 // 0 when the arguments were understood, else the exit status to leave with.
 int parse_options(int argc, char **argv, mux_options &o, bool &stop) {
+    command_options &line = o.line;
+    const int parsed = parse_command_line({"mux", {"--odml", "--swapped-ids", "--designed", "--json"},
+                                           {"--output", "-o", "--fps", "--video", "--audio", "--text-caption", "--chapters",
+                                            "--metadata", "--checkpoint"},
+                                           0, 0, "", print_mux_help, takes_no_operand, option_needs_value},
+                                          argc, argv, line, stop);
+    if (stop) return parsed;
     stop = true;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-            print_mux_help(stdout);
-            return exit_ok;
-        }
-    }
-    struct valued {
+    const struct {
         const char *name;
         const char **target;
-    };
-    const valued with_value[] = {{"--output", &o.output},
-                                 {"-o", &o.output},
-                                 {"--fps", &o.fps},
-                                 {"--video", &o.video},
-                                 {"--audio", &o.audio},
-                                 {"--text-caption", &o.text_caption},
-                                 {"--chapters", &o.chapters},
-                                 {"--metadata", &o.metadata},
-                                 {"--checkpoint", &o.checkpoint}};
-    for (int i = 1; i < argc; ++i) {
-        const char *arg = argv[i];
-        if (std::strcmp(arg, "--odml") == 0) {
-            o.odml = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--swapped-ids") == 0) {
-            o.swapped_ids = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--designed") == 0) {
-            o.designed = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--json") == 0) {
-            o.json = true;
-            continue;
-        }
-        bool matched = false;
-        for (const valued &v : with_value) {
-            const int r = option_value("mux", argc, argv, i, v.name, *v.target);
-            if (r < 0) return exit_usage;
-            if (r > 0) {
-                matched = true;
-                break;
-            }
-        }
-        if (matched) continue;
-        if (arg[0] == '-') {
-            print_error("unknown option '%s' for 'mux' (see 'kelqavi mux --help')", arg);
-        } else {
-            print_error("'mux' takes no FILE operand, but got '%s' (inputs follow --video, --audio, ...; "
-                        "the output follows -o)", arg);
-        }
-        return exit_usage;
-    }
+    } with_value[] = {{"--output", &o.output},   {"-o", &o.output},       {"--fps", &o.fps},
+                      {"--video", &o.video},     {"--audio", &o.audio},   {"--text-caption", &o.text_caption},
+                      {"--chapters", &o.chapters}, {"--metadata", &o.metadata}};
+    // The last of -o and --output given wins, as with every option.
+    for (const auto &v : line.values)
+        for (const auto &w : with_value)
+            if (v.first == w.name) *w.target = v.second.c_str();
+    o.write.take(line);
     if (o.output == nullptr) {
         print_error("'mux' needs an output file: -o OUT.avi (see 'kelqavi mux --help')");
         return exit_usage;
@@ -430,7 +395,6 @@ struct mux_inputs {
     wave_file wav;
     std::vector<timed_text> captions, chapters;
     std::vector<uint8_t> metadata;
-    double checkpoint = 0;
     uint64_t audio_steps = 0, steps = 0;
 
     // Sample frames before frame i: floor(i * scale * sample rate / rate),
@@ -443,12 +407,13 @@ struct mux_inputs {
 };
 
 // Reads and checks every input; the exit status to leave with, or exit_ok.
-int read_inputs(const mux_options &o, mux_inputs &in) {
+int read_inputs(mux_options &o, mux_inputs &in) {
     if (!parse_rate(o.fps, in.rate, in.scale)) {
         print_error("--fps needs a rate above 0 such as 25, 29.97 or 30000/1001, not '%s'", o.fps);
         return exit_usage;
     }
-    if (o.checkpoint != nullptr && !parse_checkpoint("mux", o.checkpoint, in.checkpoint)) return exit_usage;
+    if (o.write.checkpoint != nullptr && !parse_checkpoint("mux", o.write.checkpoint, o.write.checkpoint_seconds))
+        return exit_usage;
     int r = exit_ok;
     if (o.video != nullptr) r = find_pictures(o.video, in.pictures);
     if (r == exit_ok && o.audio != nullptr) r = open_wave(o.audio, in.wav);
@@ -665,18 +630,8 @@ int run_mux_command(int argc, char **argv) {
     if (read != exit_ok) return read;
 
     avi_output out;
+    if (!open_writer(out, o.output, o.write)) return exit_bad_input;
     std::string error;
-    if (!out.open(o.output, o.odml, !o.designed, error)) {
-        print_error("%s", error.c_str());
-        return exit_bad_input;
-    }
-    aviout_handle *w = out.handle();
-    // The index settings are read by the video and audio setters.
-    w->index_chunk_seconds = 60.0;
-    w->swapped_ids = o.swapped_ids ? 1 : 0;
-    // The reader finds a metadata block inside a LIST 'KQDT' only.
-    w->extension_list = 1;
-    w->checkpoint_seconds = in.checkpoint;
     mux_streams ids;
     bool ok = add_streams(in, out, ids, error);
     if (!ok) print_error("%s", error.c_str());
@@ -699,7 +654,7 @@ int run_mux_command(int argc, char **argv) {
     }
     loss_report losses;
     tally_inputs(in, out, ids, losses);
-    out.print_summary(stdout, o.json, &losses);
+    out.print_summary(stdout, o.write.json, &losses);
     if (!flush_stdout()) return exit_bad_input;
     if (!losses.any()) return exit_ok;
     losses.print_error_line("the inputs hold");

@@ -25,71 +25,34 @@ namespace kelqtool {
 
 namespace {
 
+std::string takes_in_and_out(const command_syntax &, const char *arg, const char *) {
+    return std::string("'remux' takes IN.avi and OUT.avi, but '") + arg + "' follows them";
+}
+
 // Chunk ids in either order are read.
 constexpr uint32_t swapped_in = 1;
 
 struct remux_options {
     const char *input = nullptr;
     const char *output = nullptr;
-    const char *checkpoint = nullptr;
-    bool odml = false, swapped_ids = false, json = false;
-    bool designed = false;  // write the designed bytes, not the standard profile
-    read_mode mode;         // how IN.avi is opened
+    write_options write;
+    read_mode mode;        // how IN.avi is opened
+    command_options line;  // as given: the texts above point into it
 };
 
-// One argument that is not --help: an option or an operand. Returns
-// exit_ok or exit_usage (a line printed).
-int take_argument(int argc, char **argv, int &i, bool &only_operands, remux_options &o) {
-    const char *arg = argv[i];
-    if (!only_operands && arg[0] == '-' && arg[1] != '\0') {
-        const int valued = option_value("remux", argc, argv, i, "--checkpoint", o.checkpoint);
-        if (valued != 0) return valued > 0 ? exit_ok : exit_usage;
-        if (std::strcmp(arg, "--") == 0)
-            only_operands = true;
-        else if (std::strcmp(arg, "--odml") == 0)
-            o.odml = true;
-        else if (std::strcmp(arg, "--swapped-ids") == 0)
-            o.swapped_ids = true;
-        else if (std::strcmp(arg, "--json") == 0)
-            o.json = true;
-        else if (std::strcmp(arg, "--designed") == 0)
-            o.designed = true;
-        else if (std::strcmp(arg, "--strict") == 0)
-            o.mode.strict = true;
-        else {
-            print_error("unknown option '%s' for 'remux' (see 'kelqavi remux --help')", arg);
-            return exit_usage;
-        }
-    } else if (o.input == nullptr) {
-        o.input = arg;
-    } else if (o.output == nullptr) {
-        o.output = arg;
-    } else {
-        print_error("'remux' takes IN.avi and OUT.avi, but '%s' follows them", arg);
-        return exit_usage;
-    }
-    return exit_ok;
-}
-
-int parse_options(int argc, char **argv, remux_options &o, double &checkpoint, bool &stop) {
-    stop = true;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--") == 0) break;
-        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-            print_remux_help(stdout);
-            return exit_ok;
-        }
-    }
-    bool only_operands = false;
-    for (int i = 1; i < argc; ++i)
-        if (take_argument(argc, argv, i, only_operands, o) != exit_ok) return exit_usage;
-    if (o.output == nullptr) {
-        print_error("'remux' needs IN.avi and OUT.avi (see 'kelqavi remux --help')");
-        return exit_usage;
-    }
-    if (o.checkpoint != nullptr && !parse_checkpoint("remux", o.checkpoint, checkpoint)) return exit_usage;
-    stop = false;
-    return exit_ok;
+int parse_options(int argc, char **argv, remux_options &o, bool &stop) {
+    command_options &line = o.line;
+    const int parsed = parse_command_line({"remux", {"--odml", "--swapped-ids", "--json", "--designed", "--strict"},
+                                           {"--checkpoint"}, 2, 0, "IN.avi and OUT.avi", print_remux_help,
+                                           takes_in_and_out, option_needs_value},
+                                          argc, argv, line, stop);
+    if (stop) return parsed;
+    o.input = line.operands[0];
+    o.output = line.operands[1];
+    o.mode.strict = line.has("--strict");
+    o.write.take(line);
+    stop = o.write.checkpoint != nullptr && !parse_checkpoint("remux", o.write.checkpoint, o.write.checkpoint_seconds);
+    return stop ? exit_usage : exit_ok;
 }
 
 // Codecs whose every frame stands alone, so every chunk is a key frame.
@@ -225,7 +188,7 @@ int finish(const remux_options &o, avi_output &out, movi_copy &job, bool copied)
     if (out.files.empty()) remove_output(o.output);
     note_written(job, out);
     compare_with_indexes(job);
-    out.print_summary(stdout, o.json, &job.losses);
+    out.print_summary(stdout, o.write.json, &job.losses);
     if (!flush_stdout()) return exit_bad_input;
     if (!job.losses.any()) return exit_ok;
     job.losses.print_error_line(std::string("in '") + o.input + "'");
@@ -285,9 +248,8 @@ void print_remux_help(FILE *out) {
 
 int run_remux_command(int argc, char **argv) {
     remux_options o;
-    double checkpoint = 0;
     bool stop = false;
-    const int parsed = parse_options(argc, argv, o, checkpoint, stop);
+    const int parsed = parse_options(argc, argv, o, stop);
     if (stop) return parsed;
 
     avi_layout layout;
@@ -307,15 +269,7 @@ int run_remux_command(int argc, char **argv) {
     } closer{job};
 
     avi_output out;
-    if (!out.open(o.output, o.odml, !o.designed, error)) {
-        print_error("%s", error.c_str());
-        return exit_bad_input;
-    }
-    aviout_handle *w = out.handle();
-    w->index_chunk_seconds = 60.0;
-    w->swapped_ids = o.swapped_ids ? 1 : 0;
-    w->extension_list = 1;  // the reader finds the metadata block inside LIST 'KQDT' only
-    w->checkpoint_seconds = checkpoint;
+    if (!open_writer(out, o.output, o.write)) return exit_bad_input;
     std::string menu_path;
     struct remove_at_end {
         const std::string &p;

@@ -226,10 +226,11 @@ void print_text(key_session &k, const subs_report &r) {
 }  // namespace
 
 int run_subs_command(int argc, char **argv) {
-    valued_options options;
+    command_options options;
     bool stop = false;
-    const int parsed =
-        parse_valued_options("subs", argc, argv, {"--json", "--strict"}, {"--frame"}, 0, "FILE", print_subs_help, options, stop);
+    const int parsed = parse_command_line(
+        {"subs", {"--json", "--strict"}, {"--frame"}, 1, 0, "FILE", print_subs_help, too_many_arguments}, argc, argv,
+        options, stop);
     if (stop) return parsed;
     subs_report r;
     r.path = options.operands[0];
