@@ -529,30 +529,35 @@ void stream_json(jw &j, const stream_report &s) {
     j.end_object();
 }
 
+void idx1_json(jw &j, const avi_layout &layout) {
+    const riff_form &first = layout.forms[0];
+    if (!first.has_idx1) {
+        j.field("idx1", jw::null());
+        return;
+    }
+    j.begin_object("idx1");
+    j.field("offset", jw::number(first.idx1_offset));
+    j.field("size", jw::number(first.idx1_size));
+    j.field("entries", jw::number(static_cast<uint32_t>(first.idx1_size / 16)));
+    j.field("entries_in_file", jw::number(layout.idx1.entries));
+    j.begin_array("per_stream", true);
+    for (size_t s = 0; s < layout.idx1.per_stream.size(); ++s) {
+        if (layout.idx1.per_stream[s] == 0) continue;
+        j.begin_object();
+        j.field("stream", jw::number(static_cast<uint64_t>(s)));
+        j.field("entries", jw::number(layout.idx1.per_stream[s]));
+        j.end_object();
+    }
+    j.end_array();
+    j.field("other_entries", jw::number(layout.idx1.other));
+    j.end_object();
+}
+
 void indexes_json(jw &j, const info_report &r) {
     const avi_layout &layout = *r.layout;
     const riff_form &first = layout.forms[0];
     j.begin_object("indexes");
-    if (first.has_idx1) {
-        j.begin_object("idx1");
-        j.field("offset", jw::number(first.idx1_offset));
-        j.field("size", jw::number(first.idx1_size));
-        j.field("entries", jw::number(static_cast<uint32_t>(first.idx1_size / 16)));
-        j.field("entries_in_file", jw::number(layout.idx1.entries));
-        j.begin_array("per_stream", true);
-        for (size_t s = 0; s < layout.idx1.per_stream.size(); ++s) {
-            if (layout.idx1.per_stream[s] == 0) continue;
-            j.begin_object();
-            j.field("stream", jw::number(static_cast<uint64_t>(s)));
-            j.field("entries", jw::number(layout.idx1.per_stream[s]));
-            j.end_object();
-        }
-        j.end_array();
-        j.field("other_entries", jw::number(layout.idx1.other));
-        j.end_object();
-    } else {
-        j.field("idx1", jw::null());
-    }
+    idx1_json(j, layout);
     j.begin_array("super_indexes");
     for (size_t i = 0; i < first.streams.size(); ++i) {
         const stream_list &s = first.streams[i];
