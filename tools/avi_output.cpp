@@ -33,12 +33,16 @@ std::string temporary_path(const char *stem, std::string &error) {
     return name.data();
 }
 
-bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std::string &error) {
-    path = temporary_path("kelqavi-menu", error);
-    if (path.empty()) return false;
+menu_list_file::~menu_list_file() {
+    if (!path_.empty()) unlink(path_.c_str());
+}
+
+bool menu_list_file::write(const uint8_t *chunk, uint32_t size, std::string &error) {
+    path_ = temporary_path("kelqavi-menu", error);
+    if (path_.empty()) return false;
     uint8_t head[12] = {'L', 'I', 'S', 'T', 0, 0, 0, 0, 'K', 'M', 'N', 'U'};
     long2str(4 + size, head + 4);
-    FILE *f = file_open(path.c_str(), 1);
+    FILE *f = file_open(path_.c_str(), 1);
     if (f == nullptr) return false;
     bool ok = file_write(f, head, sizeof head) == sizeof head && file_write(f, chunk, size) == size;
     if (size % 2 != 0) ok = ok && file_write(f, "", 1) == 1;

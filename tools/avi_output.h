@@ -146,12 +146,24 @@ void remove_output(const std::string &path);
 // with a reason in error.
 std::string temporary_path(const char *stem, std::string &error);
 
-// Writes LIST 'KMNU' around a whole "MENU" chunk (header included) to a new
-// temporary file, for the writer's menu_file_head to copy into the header
-// area, where the reader takes the menu block from. False when the file
-// cannot be made (path empty, a reason in error) or written (path set: the
-// caller removes it).
-bool write_menu_list(const uint8_t *chunk, uint32_t size, std::string &path, std::string &error);
+// A temporary file holding LIST 'KMNU' around a whole "MENU" chunk (header
+// included), for the writer's menu_file_head to copy into the header area,
+// where the reader takes the menu block from. Removed when this goes.
+class menu_list_file {
+public:
+    menu_list_file() = default;
+    ~menu_list_file();
+    menu_list_file(const menu_list_file &) = delete;
+    menu_list_file &operator=(const menu_list_file &) = delete;
+
+    // False when the file cannot be made (path() empty, a reason in error)
+    // or written.
+    bool write(const uint8_t *chunk, uint32_t size, std::string &error);
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+};
 
 // A FourCC held in four chars (not NUL-terminated) as text, stopping at a NUL.
 std::string fourcc_chars(const char code[4]);

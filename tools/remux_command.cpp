@@ -18,7 +18,6 @@
 #include <cstring>
 #include <string>
 #include <strings.h>
-#include <unistd.h>
 #include <vector>
 
 namespace kelqtool {
@@ -145,8 +144,8 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
 }
 
 // The metadata block, and the menu block copied in as a LIST 'KMNU' through
-// a temporary file (menu_path, which the caller removes).
-bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::string &error) {
+// a temporary file.
+bool copy_blocks(aviin_handle *h, avi_output &out, menu_list_file &menu, std::string &error) {
     uint8_t *block = nullptr;
     int32_t block_size = 0;
     aviin_get_metadata_info(h, &block, &block_size);
@@ -156,11 +155,11 @@ bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::
     aviin_get_menu_info(h, &block, &block_size);
     // The menu block is the whole "MENU" chunk; the size given is its size field.
     if (block == nullptr || block_size < 0 || std::memcmp(block, "MENU", 4) != 0) return true;
-    if (!write_menu_list(block, static_cast<uint32_t>(block_size + chunk_header_size), menu_path, error)) {
+    if (!menu.write(block, static_cast<uint32_t>(block_size + chunk_header_size), error)) {
         error = "cannot write a temporary file for the menu block";
         return false;
     }
-    out.handle()->menu_file_head = menu_path.c_str();
+    out.handle()->menu_file_head = menu.path().c_str();
     return true;
 }
 
@@ -270,14 +269,8 @@ int run_remux_command(int argc, char **argv) {
 
     avi_output out;
     if (!open_writer(out, o.output, o.write)) return exit_bad_input;
-    std::string menu_path;
-    struct remove_at_end {
-        const std::string &p;
-        ~remove_at_end() {
-            if (!p.empty()) unlink(p.c_str());
-        }
-    } menu_file{menu_path};
-    if (!add_streams(job.h, layout, out, job, error) || !copy_blocks(job.h, out, menu_path, error)) {
+    menu_list_file menu;
+    if (!add_streams(job.h, layout, out, job, error) || !copy_blocks(job.h, out, menu, error)) {
         print_error("%s", error.c_str());
         out.close(error);
         remove_output(o.output);

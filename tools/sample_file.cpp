@@ -191,16 +191,10 @@ bool put_frames(avi_output &out, const sample_streams &n) {
 }  // namespace
 
 bool write_sample_avi(const char *path, avi_output &out, bool standard, std::string &error) {
-    std::string menu_path;
-    struct remove_at_end {
-        const std::string &p;
-        ~remove_at_end() {
-            if (!p.empty()) unlink(p.c_str());
-        }
-    } menu_file{menu_path};
+    menu_list_file menu_file;
     const std::vector<uint8_t> menu = menu_chunk();
-    if (!write_menu_list(menu.data(), static_cast<uint32_t>(menu.size()), menu_path, error)) {
-        if (!menu_path.empty()) error = "cannot write the sample's menu list to '" + menu_path + "'";
+    if (!menu_file.write(menu.data(), static_cast<uint32_t>(menu.size()), error)) {
+        if (!menu_file.path().empty()) error = "cannot write the sample's menu list to '" + menu_file.path() + "'";
         return false;
     }
     if (!out.open(path, true, standard, error)) return false;
@@ -209,7 +203,7 @@ bool write_sample_avi(const char *path, avi_output &out, bool standard, std::str
     w->index_chunk_seconds = 2.0;
     // The reader finds metadata and menu blocks inside a LIST 'KQDT' only.
     w->extension_list = 1;
-    w->menu_file_head = menu_path.c_str();
+    w->menu_file_head = menu_file.path().c_str();
     sample_streams n;
     if (!add_picture_and_sound(out, n, error) || !add_text_and_blocks(out, n, error)) return false;
     const bool ok = put_frames(out, n);
