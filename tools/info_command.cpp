@@ -602,6 +602,32 @@ void indexes_json(jw &j, const info_report &r) {
     j.end_object();
 }
 
+void main_header_json(jw &j, const riff_form &first) {
+    if (!first.has_avih) {
+        j.field("main_header", jw::null());
+        return;
+    }
+    const avi_main_header &m = first.avih;
+    j.begin_object("main_header");
+    j.field("micro_sec_per_frame", jw::number(m.micro_sec_per_frame));
+    j.field("frames_per_second", m.micro_sec_per_frame != 0 ? jw::decimal(1e6 / m.micro_sec_per_frame) : jw::null());
+    j.field("max_bytes_per_sec", jw::number(m.max_bytes_per_sec));
+    j.field("padding_granularity", jw::number(m.padding_granularity));
+    j.field("flags", jw::number(m.flags));
+    j.begin_array("flag_names", true);
+    for (const flag_name &f : main_header_flags)
+        if ((m.flags & f.bit) != 0) j.element(jw::text(f.key));
+    j.end_array();
+    j.field("total_frames", jw::number(m.total_frames));
+    j.field("initial_frames", jw::number(m.initial_frames));
+    j.field("streams", jw::number(m.streams));
+    j.field("suggested_buffer_size", jw::number(m.suggested_buffer_size));
+    j.field("width", jw::number(m.width));
+    j.field("height", jw::number(m.height));
+    j.field("odml_total_frames", first.has_dmlh ? jw::number(first.dmlh_total_frames) : jw::null());
+    j.end_object();
+}
+
 void print_json(const info_report &r) {
     const avi_layout &layout = *r.layout;
     const riff_form &first = layout.forms[0];
@@ -610,29 +636,7 @@ void print_json(const info_report &r) {
     j.field("file", jw::text(r.path));
     j.field("file_size", jw::number(layout.file_size));
     tolerated_json(j, r.mode, r.tolerated);
-    if (first.has_avih) {
-        const avi_main_header &m = first.avih;
-        j.begin_object("main_header");
-        j.field("micro_sec_per_frame", jw::number(m.micro_sec_per_frame));
-        j.field("frames_per_second", m.micro_sec_per_frame != 0 ? jw::decimal(1e6 / m.micro_sec_per_frame) : jw::null());
-        j.field("max_bytes_per_sec", jw::number(m.max_bytes_per_sec));
-        j.field("padding_granularity", jw::number(m.padding_granularity));
-        j.field("flags", jw::number(m.flags));
-        j.begin_array("flag_names", true);
-        for (const flag_name &f : main_header_flags)
-            if ((m.flags & f.bit) != 0) j.element(jw::text(f.key));
-        j.end_array();
-        j.field("total_frames", jw::number(m.total_frames));
-        j.field("initial_frames", jw::number(m.initial_frames));
-        j.field("streams", jw::number(m.streams));
-        j.field("suggested_buffer_size", jw::number(m.suggested_buffer_size));
-        j.field("width", jw::number(m.width));
-        j.field("height", jw::number(m.height));
-        j.field("odml_total_frames", first.has_dmlh ? jw::number(first.dmlh_total_frames) : jw::null());
-        j.end_object();
-    } else {
-        j.field("main_header", jw::null());
-    }
+    main_header_json(j, first);
     j.field("stream_count", jw::number(r.stream_count));
     j.field("strd_count", jw::number(r.strd_count));
     j.begin_array("streams");

@@ -513,6 +513,24 @@ void print_summary(FILE *out, const tree_summary &s, const text_style &style) {
 // JSON.
 // ---------------------------------------------------------------------------
 
+// The members of an entry's JSON object, but for its children.
+std::string entry_json(const std::vector<riff_entry> &entries, const riff_entry &e, int levels) {
+    std::string object = "\"offset\": " + std::to_string(e.offset) + ", \"kind\": \"" + kind_name(e.kind) + "\"";
+    object += ", \"id\": " + (e.kind == entry_kind::bytes ? std::string("null") : json_bytes(fourcc_bytes(e.id)));
+    if (e.kind == entry_kind::list) object += ", \"list_type\": " + json_bytes(fourcc_bytes(e.list_type));
+    object += ", \"size\": " + std::to_string(e.size);
+    object += std::string(", \"pad\": \"") + pad_name(e.pad) + "\"";
+    object += std::string(", \"status\": \"") + status_name(e.status) + "\"";
+    if (e.overrun != 0) object += ", \"overrun\": " + std::to_string(e.overrun);
+    std::string notes;
+    for (const note &n : notes_for(entries, e, levels)) {
+        if (!n.structural) continue;
+        notes += (notes.empty() ? "" : ", ") + json_string(n.text);
+    }
+    if (!notes.empty()) object += ", \"notes\": [" + notes + "]";
+    return object;
+}
+
 void print_json(FILE *out, const std::vector<riff_entry> &entries, const std::string *path, int64_t file_size,
                 int levels) {
     std::fprintf(out, "{\n");
@@ -534,20 +552,7 @@ void print_json(FILE *out, const std::vector<riff_entry> &entries, const std::st
         }
         std::fprintf(out, "%s\n%s{", comma[e.depth] ? "," : "", indent(e.depth).c_str());
         comma[e.depth] = true;
-        std::string object = "\"offset\": " + std::to_string(e.offset) + ", \"kind\": \"" + kind_name(e.kind) + "\"";
-        object += ", \"id\": " + (e.kind == entry_kind::bytes ? std::string("null") : json_bytes(fourcc_bytes(e.id)));
-        if (e.kind == entry_kind::list) object += ", \"list_type\": " + json_bytes(fourcc_bytes(e.list_type));
-        object += ", \"size\": " + std::to_string(e.size);
-        object += std::string(", \"pad\": \"") + pad_name(e.pad) + "\"";
-        object += std::string(", \"status\": \"") + status_name(e.status) + "\"";
-        if (e.overrun != 0) object += ", \"overrun\": " + std::to_string(e.overrun);
-        std::string notes;
-        for (const note &n : notes_for(entries, e, levels)) {
-            if (!n.structural) continue;
-            notes += (notes.empty() ? "" : ", ") + json_string(n.text);
-        }
-        if (!notes.empty()) object += ", \"notes\": [" + notes + "]";
-        std::fputs(object.c_str(), out);
+        std::fputs(entry_json(entries, e, levels).c_str(), out);
 
         if (e.kind == entry_kind::list && !e.has(flag_entered)) {
             std::fputs(", \"entered\": false}", out);
