@@ -1,7 +1,7 @@
 // What the writing commands (mux, remux, sample) share: a writer handle with
 // a tally of what went into each stream, files continued when the writer
 // reaches its size limit, the summary they print (a table, or JSON with
-// --json), and the reading of "--name VALUE" options.
+// --json), the options mux and remux share and the temporary menu list file.
 #pragma once
 
 #include "command_line.h"

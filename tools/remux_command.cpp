@@ -13,7 +13,6 @@
 #include "output_format.h"
 #include "riff_sizes.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
