@@ -9,19 +9,9 @@
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace kelqtool {
-
-const char *stream_kind_word(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    default: return "unclassified";
-    }
-}
 
 std::string fourcc_chars(const char code[4]) {
     std::string text;
@@ -29,21 +19,57 @@ std::string fourcc_chars(const char code[4]) {
     return text;
 }
 
-int option_value(const char *command, int argc, char **argv, int &i, const char *name, const char *&value) {
-    const size_t n = std::strlen(name);
-    const char *arg = argv[i];
-    if (std::strncmp(arg, name, n) != 0) return 0;
-    if (arg[n] == '=') {
-        value = arg + n + 1;
-        return 1;
+std::string temporary_path(const char *stem, std::string &error) {
+    const char *dir = std::getenv("TMPDIR");
+    std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/" + stem + "-XXXXXX";
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back('\0');
+    const int fd = mkstemp(name.data());
+    if (fd < 0) {
+        error = std::string("cannot create a temporary file: ") + std::strerror(errno);
+        return {};
     }
-    if (arg[n] != '\0') return 0;
-    if (i + 1 >= argc) {
-        print_error("option '%s' needs a value (see 'kelqavi %s --help')", name, command);
-        return -1;
+    close(fd);
+    return name.data();
+}
+
+menu_list_file::~menu_list_file() {
+    if (!path_.empty()) unlink(path_.c_str());
+}
+
+bool menu_list_file::write(const uint8_t *chunk, uint32_t size, std::string &error) {
+    path_ = temporary_path("kelqavi-menu", error);
+    if (path_.empty()) return false;
+    uint8_t head[12] = {'L', 'I', 'S', 'T', 0, 0, 0, 0, 'K', 'M', 'N', 'U'};
+    long2str(4 + size, head + 4);
+    FILE *f = file_open(path_.c_str(), 1);
+    if (f == nullptr) return false;
+    bool ok = file_write(f, head, sizeof head) == sizeof head && file_write(f, chunk, size) == size;
+    if (size % 2 != 0) ok = ok && file_write(f, "", 1) == 1;
+    return file_close(f) == 0 && ok;
+}
+
+void write_options::take(const command_options &line) {
+    odml = line.has("--odml");
+    swapped_ids = line.has("--swapped-ids");
+    designed = line.has("--designed");
+    json = line.has("--json");
+    if (const std::string *text = line.value("--checkpoint")) checkpoint = text->c_str();
+}
+
+bool open_writer(avi_output &out, const char *path, const write_options &o) {
+    std::string error;
+    if (!out.open(path, o.odml, !o.designed, error)) {
+        print_error("%s", error.c_str());
+        return false;
     }
-    value = argv[++i];
-    return 1;
+    aviout_handle *w = out.handle();
+    // The index settings are read by the video and audio setters.
+    w->index_chunk_seconds = 60.0;
+    w->swapped_ids = o.swapped_ids ? 1 : 0;
+    w->extension_list = 1;
+    w->checkpoint_seconds = o.checkpoint_seconds;
+    return true;
 }
 
 void remove_output(const std::string &path) {

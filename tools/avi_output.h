@@ -1,9 +1,10 @@
 // What the writing commands (mux, remux, sample) share: a writer handle with
 // a tally of what went into each stream, files continued when the writer
 // reaches its size limit, the summary they print (a table, or JSON with
-// --json), and the reading of "--name VALUE" options.
+// --json), the options mux and remux share and the temporary menu list file.
 #pragma once
 
+#include "command_line.h"
 #include "kelqavi.h"
 #include "read_mode.h"
 
@@ -141,16 +142,45 @@ private:
 // is removed: an output such as /dev/null or a pipe is left alone.
 void remove_output(const std::string &path);
 
-// The chunk type code's stream kind as a word: "video", "text caption", ...
-const char *stream_kind_word(uint32_t kind);
+// A new empty file "STEM-XXXXXX" in $TMPDIR (or /tmp): its path, or empty
+// with a reason in error.
+std::string temporary_path(const char *stem, std::string &error);
+
+// A temporary file holding LIST 'KMNU' around a whole "MENU" chunk (header
+// included), for the writer's menu_file_head to copy into the header area,
+// where the reader takes the menu block from. Removed when this goes.
+class menu_list_file {
+public:
+    menu_list_file() = default;
+    ~menu_list_file();
+    menu_list_file(const menu_list_file &) = delete;
+    menu_list_file &operator=(const menu_list_file &) = delete;
+
+    // False when the file cannot be made (path() empty, a reason in error)
+    // or written.
+    bool write(const uint8_t *chunk, uint32_t size, std::string &error);
+    const std::string &path() const { return path_; }
+
+private:
+    std::string path_;
+};
 
 // A FourCC held in four chars (not NUL-terminated) as text, stopping at a NUL.
 std::string fourcc_chars(const char code[4]);
 
-// Reads the value of an option given as "--name VALUE" or "--name=VALUE".
-// Returns 0 when argv[i] is not this option, 1 when it is (value set, i moved
-// past a separate value), -1 when the value is missing (a line printed).
-int option_value(const char *command, int argc, char **argv, int &i, const char *name, const char *&value);
+// What mux and remux share on their command lines.
+struct write_options {
+    bool odml = false, swapped_ids = false, designed = false, json = false;
+    const char *checkpoint = nullptr;  // --checkpoint as given
+    double checkpoint_seconds = 0;     // as parse_checkpoint read it
+
+    void take(const command_options &line);
+};
+
+// Opens the writer on path as the options say, with a standard index every
+// minute of a stream and the metadata block in a LIST 'KQDT', where the
+// reader finds it. False, with a line printed, when it cannot be opened.
+bool open_writer(avi_output &out, const char *path, const write_options &o);
 
 // "--checkpoint SECONDS": 0 (off) or a number of seconds above 0, such as 10
 // or 0.5. False, with a line printed, for anything else.

@@ -9,6 +9,7 @@
 #include "diagnostics.h"
 #include "json_writer.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,8 +22,6 @@ namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
-constexpr int64_t list_header_size = 12;
 constexpr uint32_t no_stream = 0xFFFFFFFFu;
 constexpr int32_t first_capacity = 64 * 1024;
 
@@ -158,94 +157,94 @@ private:
         return position + chunk_header_size > layout_.file_size ? walk_end::header_cut : walk_end::read_failure;
     }
 
+    // Ends a walk: how, and where. False, for the steps to return.
+    static bool stop(segment_walk &w, walk_end end, int64_t at) {
+        w.end = end;
+        w.end_position = at;
+        return false;
+    }
+
     void walk_whole(segment_walk &w, int64_t position) {
         bool retried = false;
-        for (;;) {
+        for (bool go_on = true; go_on;) {
             progress_.update(static_cast<uint64_t>(position), records_.size());
             uint32_t type = 0, stream = 0;
             int32_t size = static_cast<int32_t>(buffer_.size());
             char name[5] = {0, 0, 0, 0, 0};
             const int r = aviin_get_next_chunk2(h_, &type, &stream, buffer_.data(), &size, name);
             if (r == result_end) {
-                w.end = walk_end::end_of_list;
-                w.end_position = position;
+                stop(w, walk_end::end_of_list, position);
                 return;
             }
             if (r == result_ok) {
-                chunk_record c = make_record(w, position, str2long(reinterpret_cast<const uint8_t *>(name)), type, stream);
-                c.size = static_cast<uint32_t>(size);
-                c.read = c.size;
                 retried = false;
-                if (type == KELQAVI_CHUNK_UNKNOWN) {
-                    // Unrecognised bytes, passed by the reader's resync scan,
-                    // which goes on at the last position it examined.
-                    c.data_offset = position + 4;
-                    add(c);
-                    const int64_t scanned_to = position + 3 + static_cast<int64_t>(c.size);
-                    const int learned = learn_position(position);
-                    if (learned == result_end) {
-                        w.end = walk_end::end_of_list;
-                        return;
-                    }
-                    if (learned != result_ok) {
-                        w.end = failure_at(scanned_to);
-                        w.end_position = scanned_to;
-                        return;
-                    }
-                    continue;
-                }
-                add(c);
-                position += chunk_header_size + padEven(c.size);
-                continue;
-            }
-            // A failure: the chunk did not fit the buffer, its data was cut
-            // short, or the walk can go no further. The header at the
-            // position tells which.
-            uint8_t header[8];
-            if (aviin_get_chunk(h_, static_cast<uint64_t>(position), header, sizeof header) != 0) {
-                w.end = failure_at(position);
-                w.end_position = position;
-                return;
-            }
-            const uint32_t id = str2long(header);
-            const uint32_t declared = str2long(header + 4);
-            const int32_t declared_type = get_chunk_type(id, swapped_ids());
-            chunk_record c = make_record(w, position, id, static_cast<uint32_t>(declared_type), fourCC_streamID(id, swapped_ids()));
-            c.size = declared;
-            const int64_t data_end = position + chunk_header_size + static_cast<int64_t>(declared);
-            if (declared_type == KELQAVI_CHUNK_UNKNOWN) {
-                // The resync scan met the end of the file.
-                w.end = failure_at(position);
-                w.end_position = position;
-                return;
-            }
-            if (static_cast<int64_t>(declared) > static_cast<int64_t>(buffer_.size())) {
-                // Growing the buffer for a chunk inside an index chunk would
-                // change nothing: the walk goes on past it either way.
-                const bool worth_reading = declared <= largest_buffer && !c.has(flag_in_index);
-                if (data_end <= layout_.file_size && worth_reading && !retried) {
-                    // Too large for the buffer, and passed over: grow the buffer and read it again.
-                    // Doubling, but never past the file's size.
-                    buffer_.resize(std::max<size_t>(declared, std::min<uint64_t>(buffer_.size() * 2,
-                                                                                 static_cast<uint64_t>(layout_.file_size))));
-                    if (aviin_seek_by_offset(h_, static_cast<uint64_t>(position)) != 0) {
-                        w.end = walk_end::read_failure;
-                        w.end_position = position;
-                        return;
-                    }
-                    retried = true;
-                    continue;
-                }
-                // The reader passed it over unread.
-                c.flags |= data_end > layout_.file_size ? flag_past_eof : flag_not_read;
+                go_on = take_read(w, position, str2long(reinterpret_cast<const uint8_t *>(name)), type, stream, size);
             } else {
-                c.read = static_cast<uint32_t>(std::max(size, 0));
-                c.flags |= flag_cut_short;
+                go_on = take_failure(w, position, size, retried);
             }
-            add(c);
-            retried = false;
-            position += chunk_header_size + padEven(declared);
         }
+    }
+
+    // A chunk the reader read whole, or unrecognised bytes its resync scan
+    // passed. False when the walk is over.
+    bool take_read(segment_walk &w, int64_t &position, uint32_t id, uint32_t type, uint32_t stream, int32_t size) {
+        chunk_record c = make_record(w, position, id, type, stream);
+        c.size = static_cast<uint32_t>(size);
+        c.read = c.size;
+        if (type != KELQAVI_CHUNK_UNKNOWN) {
+            add(c);
+            position += chunk_header_size + padEven(c.size);
+            return true;
+        }
+        // The resync scan goes on at the last position it examined.
+        c.data_offset = position + 4;
+        add(c);
+        const int64_t scanned_to = position + 3 + static_cast<int64_t>(c.size);
+        const int learned = learn_position(position);
+        if (learned == result_end) {
+            w.end = walk_end::end_of_list;
+            return false;
+        }
+        return learned == result_ok || stop(w, failure_at(scanned_to), scanned_to);
+    }
+
+    // A failed read: the chunk did not fit the buffer, its data was cut
+    // short, or the walk can go no further. The header at the position tells
+    // which. False when the walk is over.
+    bool take_failure(segment_walk &w, int64_t &position, int32_t size, bool &retried) {
+        uint8_t header[8];
+        if (aviin_get_chunk(h_, static_cast<uint64_t>(position), header, sizeof header) != 0)
+            return stop(w, failure_at(position), position);
+        const uint32_t id = str2long(header), declared = str2long(header + 4);
+        const int32_t declared_type = get_chunk_type(id, swapped_);
+        // The resync scan met the end of the file.
+        if (declared_type == KELQAVI_CHUNK_UNKNOWN) return stop(w, failure_at(position), position);
+        chunk_record c = make_record(w, position, id, static_cast<uint32_t>(declared_type), fourCC_streamID(id, swapped_));
+        c.size = declared;
+        const int64_t data_end = position + chunk_header_size + static_cast<int64_t>(declared);
+        // Growing the buffer for a chunk inside an index chunk would change
+        // nothing: the walk goes on past it either way.
+        const bool worth_reading = declared <= largest_buffer && !c.has(flag_in_index);
+        if (static_cast<int64_t>(declared) <= static_cast<int64_t>(buffer_.size())) {
+            c.read = static_cast<uint32_t>(std::max(size, 0));
+            c.flags |= flag_cut_short;
+        } else if (data_end <= layout_.file_size && worth_reading && !retried) {
+            // Too large for the buffer, and passed over: grow the buffer and
+            // read it again. Doubling, but never past the file's size.
+            buffer_.resize(std::max<size_t>(declared, std::min<uint64_t>(buffer_.size() * 2,
+                                                                         static_cast<uint64_t>(layout_.file_size))));
+            if (aviin_seek_by_offset(h_, static_cast<uint64_t>(position)) != 0)
+                return stop(w, walk_end::read_failure, position);
+            retried = true;
+            return true;
+        } else {
+            // The reader passed it over unread.
+            c.flags |= data_end > layout_.file_size ? flag_past_eof : flag_not_read;
+        }
+        add(c);
+        retried = false;
+        position += chunk_header_size + padEven(declared);
+        return true;
     }
 
     void walk_headers(segment_walk &w, int64_t position) {
@@ -254,14 +253,8 @@ private:
             uint32_t type = 0, stream = 0, size = 0;
             uint64_t data_offset = 0;
             const int r = aviin_get_next_chunk_type(h_, &type, &stream, &data_offset, &size);
-            if (r == result_end) {
-                w.end = walk_end::end_of_list;
-                w.end_position = position;
-                return;
-            }
             if (r != result_ok) {
-                w.end = failure_at(position);
-                w.end_position = position;
+                stop(w, r == result_end ? walk_end::end_of_list : failure_at(position), position);
                 return;
             }
             const int64_t data = static_cast<int64_t>(data_offset);
@@ -300,8 +293,7 @@ private:
             if (next <= position) c.flags |= flag_backwards;
             add(c);
             if (next <= position) {
-                w.end = walk_end::backwards;
-                w.end_position = position;
+                stop(w, walk_end::backwards, position);
                 return;
             }
             position = next;
@@ -332,8 +324,6 @@ private:
 
     void add(const chunk_record &c) { records_.push_back(c); }
 
-    uint32_t swapped_ids() const { return swapped_; }
-
     aviin_handle *h_;
     const avi_layout &layout_;
     uint32_t swapped_;
@@ -348,34 +338,6 @@ private:
 // ---------------------------------------------------------------------------
 // Words.
 // ---------------------------------------------------------------------------
-
-const char *type_name(uint8_t type) {
-    switch (type) {
-    case KELQAVI_CHUNK_UNKNOWN: return "unrecognised";
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO_RAW: return "raw video";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_VIDEO_DATA: return "video data";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    case KELQAVI_CHUNK_INDEX: return "index";
-    case KELQAVI_CHUNK_JUNK: return "junk";
-    case KELQAVI_CHUNK_RESERVED: return "reserved";
-    default: return "other";
-    }
-}
-
-const char *type_key(uint8_t type) {
-    switch (type) {
-    case KELQAVI_CHUNK_UNKNOWN: return "unrecognised";
-    case KELQAVI_CHUNK_VIDEO_RAW: return "raw_video";
-    case KELQAVI_CHUNK_VIDEO_DATA: return "video_data";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text_caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap_caption";
-    default: return type_name(type);
-    }
-}
 
 const char *end_key(walk_end end) {
     switch (end) {
@@ -512,7 +474,7 @@ walk_summary summarise(const std::vector<chunk_record> &records, const std::vect
 std::string types_text(uint32_t types) {
     std::string text;
     for (int t = 0; t < 32; ++t)
-        if ((types & (1u << t)) != 0) text += (text.empty() ? "" : ", ") + std::string(type_name(static_cast<uint8_t>(t)));
+        if ((types & (1u << t)) != 0) text += (text.empty() ? "" : ", ") + std::string(chunk_type_word(static_cast<uint8_t>(t)));
     return text;
 }
 
@@ -542,7 +504,7 @@ void print_text(const char *path, const avi_layout &layout, const std::vector<ch
         std::string id = fourcc_text(c.id);
         if (c.type == KELQAVI_CHUNK_UNKNOWN || is_problem(c)) id = paint(id, is_problem(c) ? sgr::bold_red : sgr::yellow, style.colour);
         else if (c.has(flag_in_index)) id = paint(id, sgr::dim, style.colour);
-        return std::vector<std::string>{std::to_string(c.segment), std::to_string(c.offset), id, type_name(c.type),
+        return std::vector<std::string>{std::to_string(c.segment), std::to_string(c.offset), id, chunk_type_word(c.type),
                                         c.stream == no_stream ? "-" : std::to_string(c.stream), std::to_string(c.size),
                                         notes_for(c)};
     };
@@ -581,6 +543,31 @@ void print_text(const char *path, const avi_layout &layout, const std::vector<ch
                                           : paint(plural(s.problems, "problem", "problems") + " found.", sgr::bold_red, style.colour).c_str());
 }
 
+void chunks_json(json_writer &j, const std::vector<chunk_record> &records, bool headers_only) {
+    using jw = json_writer;
+    j.begin_array("chunks");
+    for (const chunk_record &c : records) {
+        j.begin_object(nullptr, true);
+        j.field("segment", jw::number(c.segment));
+        j.field("offset", jw::number(c.offset));
+        j.field("id", jw::fourcc(c.id));
+        j.field("type", jw::text(chunk_type_key(c.type)));
+        j.field("type_code", jw::number(static_cast<uint32_t>(c.type)));
+        j.field("stream", c.stream == no_stream ? jw::null() : jw::number(c.stream));
+        j.field("size", jw::number(c.size));
+        j.field("data_offset", jw::number(c.data_offset));
+        if (!headers_only) j.field("read", jw::number(c.read));
+        if (c.steps > 1) j.field("steps", jw::number(c.steps));
+        if (c.has(flag_cut_short)) j.field("cut_short", jw::boolean(true));
+        if (c.has(flag_past_eof)) j.field("past_eof", jw::boolean(true));
+        if (c.has(flag_backwards)) j.field("backwards", jw::boolean(true));
+        if (c.has(flag_in_index)) j.field("in_index_of_stream", jw::number(static_cast<uint32_t>(c.index_owner)));
+        if (c.has(flag_whole_index)) j.field("whole_index_chunk", jw::boolean(true));
+        j.end_object();
+    }
+    j.end_array();
+}
+
 void print_json(const char *path, const avi_layout &layout, const std::vector<chunk_record> &records,
                 const std::vector<segment_walk> &walks, const segment_list &segments, const walk_summary &s,
                 bool headers_only, uint32_t swapped) {
@@ -611,27 +598,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
     }
     j.end_array();
     j.field("segments_not_listed", jw::number(segments.unlisted));
-    j.begin_array("chunks");
-    for (const chunk_record &c : records) {
-        j.begin_object(nullptr, true);
-        j.field("segment", jw::number(c.segment));
-        j.field("offset", jw::number(c.offset));
-        j.field("id", jw::fourcc(c.id));
-        j.field("type", jw::text(type_key(c.type)));
-        j.field("type_code", jw::number(static_cast<uint32_t>(c.type)));
-        j.field("stream", c.stream == no_stream ? jw::null() : jw::number(c.stream));
-        j.field("size", jw::number(c.size));
-        j.field("data_offset", jw::number(c.data_offset));
-        if (!headers_only) j.field("read", jw::number(c.read));
-        if (c.steps > 1) j.field("steps", jw::number(c.steps));
-        if (c.has(flag_cut_short)) j.field("cut_short", jw::boolean(true));
-        if (c.has(flag_past_eof)) j.field("past_eof", jw::boolean(true));
-        if (c.has(flag_backwards)) j.field("backwards", jw::boolean(true));
-        if (c.has(flag_in_index)) j.field("in_index_of_stream", jw::number(static_cast<uint32_t>(c.index_owner)));
-        if (c.has(flag_whole_index)) j.field("whole_index_chunk", jw::boolean(true));
-        j.end_object();
-    }
-    j.end_array();
+    chunks_json(j, records, headers_only);
     j.begin_array("streams");
     for (const auto &entry : s.streams) {
         j.begin_object(nullptr, true);
@@ -640,7 +607,7 @@ void print_json(const char *path, const avi_layout &layout, const std::vector<ch
         j.field("bytes", jw::number(entry.second.bytes));
         j.begin_array("types");
         for (int t = 0; t < 32; ++t)
-            if ((entry.second.types & (1u << t)) != 0) j.element(jw::text(type_key(static_cast<uint8_t>(t))));
+            if ((entry.second.types & (1u << t)) != 0) j.element(jw::text(chunk_type_key(static_cast<uint8_t>(t))));
         j.end_array();
         j.end_object();
     }
@@ -695,16 +662,84 @@ void print_chunks_help(FILE *out) {
                  strict_option_help);
 }
 
+namespace {
+
+// What the walks of every segment found.
+struct walk_result {
+    std::vector<segment_walk> walks;
+    std::vector<chunk_record> records;
+    segment_list segments;
+    uint32_t tolerated = 0;
+};
+
+// Walks the segments the reader lists after the first one.
+void walk_later_segments(movi_walker &walker, const char *path, const avi_layout &layout, uint32_t swapped,
+                         read_mode mode, walk_result &r) {
+    for (size_t i = 0; i < r.segments.listed.size() && !r.segments.handle_released; ++i) {
+        if (r.segments.listed[i].form == 0) continue;
+        segment_walk w;
+        w.seg = r.segments.listed[i];
+        w.form = w.seg.form >= 0 ? &layout.forms[static_cast<size_t>(w.seg.form)] : nullptr;
+        if (w.form == nullptr || !w.form->has_movi) {
+            r.walks.push_back(w);
+            continue;
+        }
+        // A result of 1 leaves a handle that is only good for closing (or
+        // none, when the move released it); a fresh one goes on with the
+        // next segment.
+        aviin_handle *moved = walker.handle();
+        if (aviin_goto_riff_checked(&moved, swapped, w.seg.offset) != 0) {
+            w.end = walk_end::not_entered;
+            r.walks.push_back(w);
+            aviin_close(moved);
+            walker.set_handle(open_with_mode(path, swapped, mode));
+            if (walker.handle() == nullptr) break;
+            continue;
+        }
+        walker.walk(w, w.form->movi_offset + list_header_size);
+        r.walks.push_back(w);
+    }
+}
+
+// Walks every segment with the handle just opened, which is closed after.
+walk_result walk_file(aviin_handle *h, const char *path, const avi_layout &layout, uint32_t swapped, bool headers_only,
+                      read_mode mode) {
+    walk_result r;
+    {
+        progress_bar progress(("kelqavi: walking " + std::string(path)).c_str(), "chunks",
+                              static_cast<uint64_t>(layout.file_size));
+        movi_walker walker(h, layout, swapped, headers_only, progress);
+        // The reader stands in the first form's 'movi' after opening.
+        segment_walk first;
+        first.form = &layout.forms[0];
+        first.seg.number = -1;  // a first "MRIF" form has no segment number
+        walker.walk(first, layout.forms[0].movi_offset + list_header_size);
+        r.segments = list_segments(walker.handle(), layout);
+        for (const segment &s : r.segments.listed)
+            if (s.form == 0) first.seg = s;
+        for (chunk_record &c : walker.records()) c.segment = first.seg.number;
+        r.walks.push_back(first);
+        walk_later_segments(walker, path, layout, swapped, mode, r);
+        r.records = walker.records();
+        h = walker.handle();
+        r.tolerated = walker.tolerated();
+    }
+    if (!r.segments.handle_released) aviin_close(h);
+    return r;
+}
+
+}  // namespace
+
 int run_chunks_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed =
-        parse_command_options("chunks", argc, argv, {"--headers", "--json", "--strict", "--swapped-ids"}, print_chunks_help, options, stop);
+    const int parsed = parse_command_line(
+        {"chunks", {"--headers", "--json", "--strict", "--swapped-ids"}, {}, 1, 0, "a FILE", print_chunks_help}, argc, argv,
+        options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
     const bool headers_only = options.has("--headers");
     const read_mode mode{options.has("--strict")};
-
     avi_layout layout;
     std::string error;
     if (!scan_layout(options.path, false, swapped, layout, error)) {
@@ -713,68 +748,15 @@ int run_chunks_command(int argc, char **argv) {
     }
     aviin_handle *h = open_reader(options.path, swapped, layout, mode);
     if (h == nullptr) return exit_bad_input;
-
-    std::vector<segment_walk> walks;
-    std::vector<chunk_record> records;
-    segment_list segments;
-    uint32_t tolerated = 0;
-    {
-        progress_bar progress(("kelqavi: walking " + std::string(options.path)).c_str(), "chunks",
-                              static_cast<uint64_t>(layout.file_size));
-        movi_walker walker(h, layout, swapped, headers_only, progress);
-
-        // The reader stands in the first form's 'movi' after opening.
-        segment_walk first;
-        first.form = &layout.forms[0];
-        first.seg.number = -1;  // a first "MRIF" form has no segment number
-        walker.walk(first, layout.forms[0].movi_offset + list_header_size);
-        segments = list_segments(walker.handle(), layout);
-        for (const segment &s : segments.listed)
-            if (s.form == 0) first.seg = s;
-        for (chunk_record &c : walker.records()) c.segment = first.seg.number;
-        walks.push_back(first);
-
-        for (size_t i = 0; i < segments.listed.size() && !segments.handle_released; ++i) {
-            if (segments.listed[i].form == 0) continue;
-            segment_walk w;
-            w.seg = segments.listed[i];
-            w.form = w.seg.form >= 0 ? &layout.forms[static_cast<size_t>(w.seg.form)] : nullptr;
-            if (w.form == nullptr || !w.form->has_movi) {
-                walks.push_back(w);
-                continue;
-            }
-            // A result of 1 leaves a handle that is only good for closing
-            // (or none, when the move released it); a fresh one goes on with
-            // the next segment.
-            aviin_handle *moved = walker.handle();
-            if (aviin_goto_riff_checked(&moved, swapped, w.seg.offset) != 0) {
-                w.end = walk_end::not_entered;
-                walks.push_back(w);
-                aviin_close(moved);
-                walker.set_handle(open_with_mode(options.path, swapped, mode));
-                if (walker.handle() == nullptr) break;
-                continue;
-            }
-            walker.walk(w, w.form->movi_offset + list_header_size);
-            walks.push_back(w);
-        }
-        records = walker.records();
-        h = walker.handle();
-        tolerated = walker.tolerated();
-    }
-    if (!segments.handle_released) aviin_close(h);
-
-    walk_summary summary = summarise(records, walks, layout, segments.query_failed);
+    const walk_result r = walk_file(h, options.path, layout, swapped, headers_only, mode);
+    walk_summary summary = summarise(r.records, r.walks, layout, r.segments.query_failed);
     summary.mode = mode;
-    summary.tolerated = tolerated;
+    summary.tolerated = r.tolerated;
     if (options.has("--json"))
-        print_json(options.path, layout, records, walks, segments, summary, headers_only, swapped);
+        print_json(options.path, layout, r.records, r.walks, r.segments, summary, headers_only, swapped);
     else
-        print_text(options.path, layout, records, walks, segments, summary, headers_only, style_for_stdout());
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+        print_text(options.path, layout, r.records, r.walks, r.segments, summary, headers_only, style_for_stdout());
+    if (!flush_stdout()) return exit_bad_input;
     return summary.problems == 0 ? exit_ok : exit_problems;
 }
 

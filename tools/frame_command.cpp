@@ -108,14 +108,26 @@ void print_frame_help(FILE *out) {
                  strict_option_help);
 }
 
-int run_frame_command(int argc, char **argv) {
-    valued_options options;
-    bool stop = false;
-    const int parsed = parse_valued_options("frame", argc, argv, {"--json", "--strict"}, {"--audio", "--extract"}, 1, "FILE N",
-                                            print_frame_help, options, stop);
+namespace {
+
+// Frame N as found from its key frame: the chunk, and the audio playing with it.
+struct frame_found {
+    int32_t frame = 0;
+    keyindex_entry key{};
+    uint64_t header = KELQAVI_NOT_FOUND;
+    uint32_t id = 0, size = 0;
+    double time = 0;
+    audio_found audio;
+};
+
+// Reads the command line into what is asked. exit_ok with stop false to go on.
+int parse_frame_line(int argc, char **argv, command_options &options, long long &n, long long &audio_number,
+                     bool &stop) {
+    const int parsed = parse_command_line({"frame", {"--json", "--strict"}, {"--audio", "--extract"}, 2, 0, "FILE N",
+                                           print_frame_help, too_many_arguments},
+                                          argc, argv, options, stop);
     if (stop) return parsed;
-    const char *path = options.operands[0];
-    long long n = 0, audio_number = -1;
+    stop = true;
     if (!parse_number(options.operands[1], 0, 0x7FFFFFFF, n)) {
         print_error("frame number '%s' is not a number from 0 to 2147483647", options.operands[1]);
         return exit_usage;
@@ -124,109 +136,131 @@ int run_frame_command(int argc, char **argv) {
         print_error("audio stream '%s' is not a stream number from 0 to 99", a->c_str());
         return exit_usage;
     }
+    stop = false;
+    return exit_ok;
+}
+
+// Finds the frame's chunk through the key-frame table. exit_ok, or the exit
+// status with a line printed.
+int find_frame(key_session &s, const char *path, frame_found &f) {
+    if (aviin_read_key_table_by_frame_no(s.h, &s.table, f.frame, &f.key, -1) != 0) {
+        if (static_cast<uint32_t>(f.frame) >= s.table.frames_scanned)
+            print_error("'%s' has %u frames: frame %d is beyond the last", path, s.table.frames_scanned, f.frame);
+        else
+            print_error("frame %d of '%s' comes before its first key frame", f.frame, path);
+        return exit_bad_input;
+    }
+    uint8_t bytes[8] = {0};
+    if (aviin_get_video_offset(s.h, f.key, s.video_stream, f.frame, &f.header) != 0 || f.header == KELQAVI_NOT_FOUND ||
+        aviin_get_chunk(s.h, f.header, bytes, sizeof bytes) != 0) {
+        print_error("the walk from key frame %u did not reach frame %d of '%s'", f.key.frame_no, f.frame, path);
+        return exit_problems;
+    }
+    f.id = str2long(bytes);
+    f.size = str2long(bytes + 4);
+    f.time = f.frame * s.frame_seconds();
+    return exit_ok;
+}
+
+// Writes the frame's data to the file `to`. exit_ok, or the exit status with
+// a line printed.
+int extract_frame(key_session &s, const char *path, const frame_found &f, const std::string &to) {
+    if (f.size > largest_extract || static_cast<int64_t>(f.header + 8 + f.size) > s.file_size) {
+        print_error("frame %d's chunk claims %u bytes, which '%s' does not hold: not extracted", f.frame, f.size, path);
+        return exit_problems;
+    }
+    std::vector<uint8_t> data(f.size);
+    if (f.size > 0 && aviin_get_chunk(s.h, f.header + 8, data.data(), f.size) != 0) {
+        print_error("frame %d's data runs past the end of '%s'", f.frame, path);
+        return exit_problems;
+    }
+    FILE *out = std::fopen(to.c_str(), "wb");
+    const bool written = out != nullptr && (f.size == 0 || std::fwrite(data.data(), 1, f.size, out) == f.size);
+    if (out == nullptr || std::fclose(out) != 0 || !written) {
+        print_error("cannot write '%s': %s", to.c_str(), std::strerror(errno));
+        return exit_bad_input;
+    }
+    return exit_ok;
+}
+
+void print_json(const char *path, key_session &s, const frame_found &f, const std::string *extract) {
+    using jw = json_writer;
+    jw j;
+    j.begin_object();
+    j.field("file", jw::text(path));
+    j.field("video_stream", jw::number(s.video_stream));
+    j.field("frame", jw::number(f.frame));
+    j.field("time", jw::decimal(f.time));
+    j.field("offset", jw::number(f.header));
+    j.field("id", jw::fourcc(f.id));
+    j.field("data_offset", jw::number(f.header + 8));
+    j.field("size", jw::number(f.size));
+    j.field("key_frame", jw::number(f.key.frame_no));
+    j.field("key_offset", jw::number(s.absolute(f.key.video_offset)));
+    if (f.audio.asked) {
+        j.begin_object("audio", true);
+        j.field("stream", jw::number(f.audio.stream));
+        j.field("offset", f.audio.found ? jw::number(f.audio.offset) : jw::null());
+        if (f.audio.found) {
+            j.field("size", jw::number(f.audio.size));
+            j.field("start", jw::decimal(f.audio.start));
+            j.field("end", jw::decimal(f.audio.end));
+        }
+        j.end_object();
+    }
+    j.field("extracted", extract != nullptr ? jw::text(*extract) : jw::null());
+    tolerated_json(j, s.mode, s.tolerated());
+    j.end_object();
+    j.write(stdout);
+}
+
+void print_text(key_session &s, const frame_found &f, const std::string *extract) {
+    std::printf("frame %d of video stream %u: chunk %s at %llu, data at %llu, %u bytes, time %s s\n", f.frame,
+                s.video_stream, fourcc_text(f.id).c_str(), static_cast<unsigned long long>(f.header),
+                static_cast<unsigned long long>(f.header + 8), f.size, seconds_text(f.time).c_str());
+    std::printf("reached from key frame %u at %lld, %d frames on\n", f.key.frame_no,
+                static_cast<long long>(s.absolute(f.key.video_offset)), f.frame - static_cast<int32_t>(f.key.frame_no));
+    const audio_found &a = f.audio;
+    if (a.asked && a.found)
+        std::printf("audio stream %u: chunk at %lld, %u bytes, plays %s to %s s\n", a.stream,
+                    static_cast<long long>(a.offset), a.size, seconds_text(a.start).c_str(), seconds_text(a.end).c_str());
+    else if (a.asked)
+        std::printf("audio stream %u: none: %s\n", a.stream, a.why.c_str());
+    if (extract != nullptr) std::printf("wrote %u bytes to %s\n", f.size, extract->c_str());
+    if (!s.mode.strict) std::printf("tolerated: %s\n", tolerance_words(s.tolerated()).c_str());
+}
+
+}  // namespace
+
+int run_frame_command(int argc, char **argv) {
+    command_options options;
+    long long n = 0, audio_number = -1;
+    bool stop = false;
+    const int parsed = parse_frame_line(argc, argv, options, n, audio_number, stop);
+    if (stop) return parsed;
+    const char *path = options.operands[0];
     key_session s;
     const int opened = s.open(path, true, read_mode{options.has("--strict")});
     if (opened != exit_ok) return opened;
     const audio_stream_info *audio = nullptr;
-    if (audio_number >= 0) {
-        for (const audio_stream_info &a : s.audio)
-            if (a.number == static_cast<uint32_t>(audio_number)) audio = &a;
-        if (audio == nullptr) {
-            print_error("stream %lld of '%s' is not an audio stream", audio_number, path);
-            return exit_bad_input;
-        }
-    }
-    const int32_t frame = static_cast<int32_t>(n);
-    keyindex_entry key;
-    if (aviin_read_key_table_by_frame_no(s.h, &s.table, frame, &key, -1) != 0) {
-        if (static_cast<uint32_t>(frame) >= s.table.frames_scanned)
-            print_error("'%s' has %u frames: frame %d is beyond the last", path, s.table.frames_scanned, frame);
-        else
-            print_error("frame %d of '%s' comes before its first key frame", frame, path);
+    for (const audio_stream_info &a : s.audio)
+        if (audio_number >= 0 && a.number == static_cast<uint32_t>(audio_number)) audio = &a;
+    if (audio_number >= 0 && audio == nullptr) {
+        print_error("stream %lld of '%s' is not an audio stream", audio_number, path);
         return exit_bad_input;
     }
-    uint64_t header = KELQAVI_NOT_FOUND;
-    uint8_t bytes[8] = {0};
-    if (aviin_get_video_offset(s.h, key, s.video_stream, frame, &header) != 0 || header == KELQAVI_NOT_FOUND ||
-        aviin_get_chunk(s.h, header, bytes, sizeof bytes) != 0) {
-        print_error("the walk from key frame %u did not reach frame %d of '%s'", key.frame_no, frame, path);
-        return exit_problems;
-    }
-    const uint32_t id = str2long(bytes), size = str2long(bytes + 4);
-    const double time = frame * s.frame_seconds();
-    audio_found found;
-    if (audio != nullptr) found = find_audio(s, key, *audio, time);
-
+    frame_found f;
+    f.frame = static_cast<int32_t>(n);
+    int status = find_frame(s, path, f);
+    if (status != exit_ok) return status;
+    if (audio != nullptr) f.audio = find_audio(s, f.key, *audio, f.time);
     const std::string *extract = options.value("--extract");
-    if (extract != nullptr) {
-        if (size > largest_extract || static_cast<int64_t>(header + 8 + size) > s.file_size) {
-            print_error("frame %d's chunk claims %u bytes, which '%s' does not hold: not extracted", frame, size, path);
-            return exit_problems;
-        }
-        std::vector<uint8_t> data(size);
-        if (size > 0 && aviin_get_chunk(s.h, header + 8, data.data(), size) != 0) {
-            print_error("frame %d's data runs past the end of '%s'", frame, path);
-            return exit_problems;
-        }
-        FILE *out = std::fopen(extract->c_str(), "wb");
-        const bool written = out != nullptr && (size == 0 || std::fwrite(data.data(), 1, size, out) == size);
-        if (out == nullptr || std::fclose(out) != 0 || !written) {
-            print_error("cannot write '%s': %s", extract->c_str(), std::strerror(errno));
-            return exit_bad_input;
-        }
-    }
-
-    if (options.has("--json")) {
-        using jw = json_writer;
-        jw j;
-        j.begin_object();
-        j.field("file", jw::text(path));
-        j.field("video_stream", jw::number(s.video_stream));
-        j.field("frame", jw::number(frame));
-        j.field("time", jw::decimal(time));
-        j.field("offset", jw::number(header));
-        j.field("id", jw::fourcc(id));
-        j.field("data_offset", jw::number(header + 8));
-        j.field("size", jw::number(size));
-        j.field("key_frame", jw::number(key.frame_no));
-        j.field("key_offset", jw::number(s.absolute(key.video_offset)));
-        if (found.asked) {
-            j.begin_object("audio", true);
-            j.field("stream", jw::number(found.stream));
-            j.field("offset", found.found ? jw::number(found.offset) : jw::null());
-            if (found.found) {
-                j.field("size", jw::number(found.size));
-                j.field("start", jw::decimal(found.start));
-                j.field("end", jw::decimal(found.end));
-            }
-            j.end_object();
-        }
-        j.field("extracted", extract != nullptr ? jw::text(*extract) : jw::null());
-        tolerated_json(j, s.mode, s.tolerated());
-        j.end_object();
-        j.write(stdout);
-    } else {
-        std::printf("frame %d of video stream %u: chunk %s at %llu, data at %llu, %u bytes, time %s s\n", frame,
-                    s.video_stream, fourcc_text(id).c_str(), static_cast<unsigned long long>(header),
-                    static_cast<unsigned long long>(header + 8), size, seconds_text(time).c_str());
-        std::printf("reached from key frame %u at %lld, %d frames on\n", key.frame_no,
-                    static_cast<long long>(s.absolute(key.video_offset)), frame - static_cast<int32_t>(key.frame_no));
-        if (found.asked) {
-            if (found.found)
-                std::printf("audio stream %u: chunk at %lld, %u bytes, plays %s to %s s\n", found.stream,
-                            static_cast<long long>(found.offset), found.size, seconds_text(found.start).c_str(),
-                            seconds_text(found.end).c_str());
-            else
-                std::printf("audio stream %u: none: %s\n", found.stream, found.why.c_str());
-        }
-        if (extract != nullptr) std::printf("wrote %u bytes to %s\n", size, extract->c_str());
-        if (!s.mode.strict) std::printf("tolerated: %s\n", tolerance_words(s.tolerated()).c_str());
-    }
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
-    return exit_ok;
+    if (extract != nullptr && (status = extract_frame(s, path, f, *extract)) != exit_ok) return status;
+    if (options.has("--json"))
+        print_json(path, s, f, extract);
+    else
+        print_text(s, f, extract);
+    return flush_stdout() ? exit_ok : exit_bad_input;
 }
 
 }  // namespace kelqtool

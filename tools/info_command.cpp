@@ -135,26 +135,7 @@ info_report gather(aviin_handle *h, const char *path, const avi_layout &layout) 
 // ---------------------------------------------------------------------------
 
 const char *kind_name(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    case 0: return "unclassified";
-    default: return "unknown kind";
-    }
-}
-
-const char *kind_key(uint32_t kind) {
-    switch (kind) {
-    case KELQAVI_CHUNK_AUDIO: return "audio";
-    case KELQAVI_CHUNK_VIDEO: return "video";
-    case KELQAVI_CHUNK_TEXT_CAPTION: return "text_caption";
-    case KELQAVI_CHUNK_BITMAP_CAPTION: return "bitmap_caption";
-    case KELQAVI_CHUNK_CHAPTER: return "chapter";
-    default: return "unclassified";
-    }
+    return kind != 0 && !classified_kind(kind) ? "unknown kind" : stream_kind_word(kind);
 }
 
 const char *format_tag_name(uint16_t tag) {
@@ -502,7 +483,7 @@ using jw = json_writer;
 void stream_json(jw &j, const stream_report &s) {
     j.begin_object();
     j.field("number", jw::number(s.number));
-    j.field("kind", jw::text(kind_key(s.kind)));
+    j.field("kind", jw::text(stream_kind_key(s.kind)));
     j.field("kind_code", jw::number(s.kind));
     j.field("name", s.has_name ? jw::text(s.name) : jw::null());
     if ((s.kind == KELQAVI_CHUNK_VIDEO || s.kind == KELQAVI_CHUNK_BITMAP_CAPTION) && s.format_read) {
@@ -548,30 +529,35 @@ void stream_json(jw &j, const stream_report &s) {
     j.end_object();
 }
 
+void idx1_json(jw &j, const avi_layout &layout) {
+    const riff_form &first = layout.forms[0];
+    if (!first.has_idx1) {
+        j.field("idx1", jw::null());
+        return;
+    }
+    j.begin_object("idx1");
+    j.field("offset", jw::number(first.idx1_offset));
+    j.field("size", jw::number(first.idx1_size));
+    j.field("entries", jw::number(static_cast<uint32_t>(first.idx1_size / 16)));
+    j.field("entries_in_file", jw::number(layout.idx1.entries));
+    j.begin_array("per_stream", true);
+    for (size_t s = 0; s < layout.idx1.per_stream.size(); ++s) {
+        if (layout.idx1.per_stream[s] == 0) continue;
+        j.begin_object();
+        j.field("stream", jw::number(static_cast<uint64_t>(s)));
+        j.field("entries", jw::number(layout.idx1.per_stream[s]));
+        j.end_object();
+    }
+    j.end_array();
+    j.field("other_entries", jw::number(layout.idx1.other));
+    j.end_object();
+}
+
 void indexes_json(jw &j, const info_report &r) {
     const avi_layout &layout = *r.layout;
     const riff_form &first = layout.forms[0];
     j.begin_object("indexes");
-    if (first.has_idx1) {
-        j.begin_object("idx1");
-        j.field("offset", jw::number(first.idx1_offset));
-        j.field("size", jw::number(first.idx1_size));
-        j.field("entries", jw::number(static_cast<uint32_t>(first.idx1_size / 16)));
-        j.field("entries_in_file", jw::number(layout.idx1.entries));
-        j.begin_array("per_stream", true);
-        for (size_t s = 0; s < layout.idx1.per_stream.size(); ++s) {
-            if (layout.idx1.per_stream[s] == 0) continue;
-            j.begin_object();
-            j.field("stream", jw::number(static_cast<uint64_t>(s)));
-            j.field("entries", jw::number(layout.idx1.per_stream[s]));
-            j.end_object();
-        }
-        j.end_array();
-        j.field("other_entries", jw::number(layout.idx1.other));
-        j.end_object();
-    } else {
-        j.field("idx1", jw::null());
-    }
+    idx1_json(j, layout);
     j.begin_array("super_indexes");
     for (size_t i = 0; i < first.streams.size(); ++i) {
         const stream_list &s = first.streams[i];
@@ -616,6 +602,32 @@ void indexes_json(jw &j, const info_report &r) {
     j.end_object();
 }
 
+void main_header_json(jw &j, const riff_form &first) {
+    if (!first.has_avih) {
+        j.field("main_header", jw::null());
+        return;
+    }
+    const avi_main_header &m = first.avih;
+    j.begin_object("main_header");
+    j.field("micro_sec_per_frame", jw::number(m.micro_sec_per_frame));
+    j.field("frames_per_second", m.micro_sec_per_frame != 0 ? jw::decimal(1e6 / m.micro_sec_per_frame) : jw::null());
+    j.field("max_bytes_per_sec", jw::number(m.max_bytes_per_sec));
+    j.field("padding_granularity", jw::number(m.padding_granularity));
+    j.field("flags", jw::number(m.flags));
+    j.begin_array("flag_names", true);
+    for (const flag_name &f : main_header_flags)
+        if ((m.flags & f.bit) != 0) j.element(jw::text(f.key));
+    j.end_array();
+    j.field("total_frames", jw::number(m.total_frames));
+    j.field("initial_frames", jw::number(m.initial_frames));
+    j.field("streams", jw::number(m.streams));
+    j.field("suggested_buffer_size", jw::number(m.suggested_buffer_size));
+    j.field("width", jw::number(m.width));
+    j.field("height", jw::number(m.height));
+    j.field("odml_total_frames", first.has_dmlh ? jw::number(first.dmlh_total_frames) : jw::null());
+    j.end_object();
+}
+
 void print_json(const info_report &r) {
     const avi_layout &layout = *r.layout;
     const riff_form &first = layout.forms[0];
@@ -624,29 +636,7 @@ void print_json(const info_report &r) {
     j.field("file", jw::text(r.path));
     j.field("file_size", jw::number(layout.file_size));
     tolerated_json(j, r.mode, r.tolerated);
-    if (first.has_avih) {
-        const avi_main_header &m = first.avih;
-        j.begin_object("main_header");
-        j.field("micro_sec_per_frame", jw::number(m.micro_sec_per_frame));
-        j.field("frames_per_second", m.micro_sec_per_frame != 0 ? jw::decimal(1e6 / m.micro_sec_per_frame) : jw::null());
-        j.field("max_bytes_per_sec", jw::number(m.max_bytes_per_sec));
-        j.field("padding_granularity", jw::number(m.padding_granularity));
-        j.field("flags", jw::number(m.flags));
-        j.begin_array("flag_names", true);
-        for (const flag_name &f : main_header_flags)
-            if ((m.flags & f.bit) != 0) j.element(jw::text(f.key));
-        j.end_array();
-        j.field("total_frames", jw::number(m.total_frames));
-        j.field("initial_frames", jw::number(m.initial_frames));
-        j.field("streams", jw::number(m.streams));
-        j.field("suggested_buffer_size", jw::number(m.suggested_buffer_size));
-        j.field("width", jw::number(m.width));
-        j.field("height", jw::number(m.height));
-        j.field("odml_total_frames", first.has_dmlh ? jw::number(first.dmlh_total_frames) : jw::null());
-        j.end_object();
-    } else {
-        j.field("main_header", jw::null());
-    }
+    main_header_json(j, first);
     j.field("stream_count", jw::number(r.stream_count));
     j.field("strd_count", jw::number(r.strd_count));
     j.begin_array("streams");
@@ -711,7 +701,8 @@ void print_info_help(FILE *out) {
 int run_info_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed = parse_command_options("info", argc, argv, {"--json", "--strict", "--swapped-ids"}, print_info_help, options, stop);
+    const int parsed = parse_command_line({"info", {"--json", "--strict", "--swapped-ids"}, {}, 1, 0, "a FILE", print_info_help},
+                                          argc, argv, options, stop);
     if (stop) return parsed;
     const uint32_t swapped = options.has("--swapped-ids") ? 1 : 0;
     const read_mode mode{options.has("--strict")};
@@ -734,10 +725,7 @@ int run_info_command(int argc, char **argv) {
         print_json(report);
     else
         print_text(report, style_for_stdout());
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

@@ -1,13 +1,14 @@
 #include "input_indexes.h"
 
+#include "riff_sizes.h"
+
 #include <algorithm>
+#include <cstdlib>
 
 namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
-constexpr int64_t list_header_size = 12;
 constexpr uint32_t idx1_key_frame = 0x10;
 constexpr uint32_t std_index_not_key = 0x80000000u;
 constexpr size_t block_entries = 4096;
@@ -64,10 +65,14 @@ bool read_standard_index(FILE *f, int64_t offset, int64_t file_size, size_t stre
     uint8_t head[32];
     if (file_seek(f, offset, 0) != 0 || file_read(f, head, sizeof head) != sizeof head) return false;
     const uint32_t size = str2long(head + 4);
-    if (head[0] != 'i' || head[1] != 'x' || head[11] != 1 || size < 24) return false;
-    const uint64_t count = std::min<uint64_t>({str2long(head + 12), (size - 24) / 8u,
-                                               entries_in_file(offset + 32, file_size, 8)});
-    const uint64_t base = str2longlong(head + 20);
+    if (head[0] != 'i' || head[1] != 'x' || size < 24) return false;
+    std_index_header *x = avi2_parse_standard_index_chunk(head + 8);
+    if (x == nullptr) return false;
+    const bool chunks = x->index_type == 1;  // an index of chunks
+    const uint64_t count = std::min<uint64_t>({x->entries_in_use, (size - 24) / 8u, entries_in_file(offset + 32, file_size, 8)});
+    const uint64_t base = x->base_offset;
+    std::free(x);
+    if (!chunks) return false;
     out.odml_listed[stream] += count;
     for_each_entry(f, offset + 32, count, 8, [&](const uint8_t *e) {
         out.key_by_data[static_cast<int64_t>(base + str2long(e))] = (str2long(e + 4) & std_index_not_key) == 0;

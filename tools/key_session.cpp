@@ -28,32 +28,35 @@ int key_session::open(const char *path, bool require_index, read_mode how) {
     file_size = layout.file_size;
     h = open_reader(path, 0, layout, mode);
     if (h == nullptr) return exit_bad_input;
-    {
-        // The reader stands at the first chunk after opening; the key-frame
-        // calls move it, so remember where that is.
-        uint32_t type = 0, stream = 0, size = 0;
-        uint64_t data = 0;
-        if (aviin_get_next_chunk_type(h, &type, &stream, &data, &size) == 0) {
-            movi_start = static_cast<int64_t>(data) - (type == KELQAVI_CHUNK_UNKNOWN ? 4 : 8);
-            aviin_seek_by_offset(h, static_cast<uint64_t>(movi_start));
-        }
+    // The reader stands at the first chunk after opening; the key-frame calls
+    // move it, so remember where that is.
+    uint32_t type = 0, stream = 0, size = 0;
+    uint64_t data = 0;
+    if (aviin_get_next_chunk_type(h, &type, &stream, &data, &size) == 0) {
+        movi_start = static_cast<int64_t>(data) - (type == KELQAVI_CHUNK_UNKNOWN ? 4 : 8);
+        aviin_seek_by_offset(h, static_cast<uint64_t>(movi_start));
     }
+    if (!take_streams()) {
+        print_error("'%s' has no video stream the reader can use", path);
+        return exit_bad_input;
+    }
+    return build_table(path, require_index);
+}
+
+bool key_session::take_streams() {
     int32_t count = 0;
     aviin_get_summary(h, &count, nullptr);
     bool have_video = false;
     uint32_t audio_seen = 0;
     for (int32_t s = 0; s < count; ++s) {
-        uint32_t kind = 0;
+        uint32_t kind = 0, length = 0;
         aviin_get_chunk_type(h, static_cast<uint32_t>(s), &kind);
-        if (kind == KELQAVI_CHUNK_VIDEO && !have_video) {
-            uint32_t length = 0;
-            if (aviin_get_video_format(h, s, &video, &length) == 0) {
-                if (video.name_length > 0) std::free(video.name);
-                video.name = nullptr;
-                video_stream = static_cast<uint32_t>(s);
-                video_length = length;
-                have_video = true;
-            }
+        if (kind == KELQAVI_CHUNK_VIDEO && !have_video && aviin_get_video_format(h, s, &video, &length) == 0) {
+            if (video.name_length > 0) std::free(video.name);
+            video.name = nullptr;
+            video_stream = static_cast<uint32_t>(s);
+            video_length = length;
+            have_video = true;
         } else if (kind == KELQAVI_CHUNK_AUDIO) {
             audio_stream_format f{};
             const uint32_t slot = audio_seen++;
@@ -72,10 +75,10 @@ int key_session::open(const char *path, bool require_index, read_mode how) {
             bitmap_subtitles.push_back(static_cast<uint32_t>(s));
         }
     }
-    if (!have_video) {
-        print_error("'%s' has no video stream the reader can use", path);
-        return exit_bad_input;
-    }
+    return have_video;
+}
+
+int key_session::build_table(const char *path, bool require_index) {
     // The first set-up learns how many entries idx1 has; no more key frames
     // than that can come.
     keyindex_entry one;
@@ -103,11 +106,10 @@ int key_session::open(const char *path, bool require_index, read_mode how) {
         return exit_problems;
     }
     has_table = true;
-    if (table.count > 0) {
-        uint64_t header = 0;
-        if (aviin_get_video_offset(h, storage[0], video_stream, static_cast<int32_t>(storage[0].frame_no), &header) == 0)
-            index_base = static_cast<int64_t>(header) - static_cast<int64_t>(storage[0].video_offset);
-    }
+    uint64_t header = 0;
+    if (table.count > 0 &&
+        aviin_get_video_offset(h, storage[0], video_stream, static_cast<int32_t>(storage[0].frame_no), &header) == 0)
+        index_base = static_cast<int64_t>(header) - static_cast<int64_t>(storage[0].video_offset);
     return exit_ok;
 }
 

@@ -58,6 +58,10 @@ public:
     // The file position of an idx1-style offset, learned from the first key
     // frame (the public calls give absolute positions only).
     int64_t absolute(uint64_t relative) const { return index_base + static_cast<int64_t>(relative); }
+
+private:
+    bool take_streams();  // false when no video stream can be used
+    int build_table(const char *path, bool require_index);
 };
 
 // A time as seconds with three decimals.

@@ -163,7 +163,8 @@ void print_keys_help(FILE *out) {
 int run_keys_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
-    const int parsed = parse_command_options("keys", argc, argv, {"--json", "--strict"}, print_keys_help, options, stop);
+    const int parsed =
+        parse_command_line({"keys", {"--json", "--strict"}, {}, 1, 0, "a FILE", print_keys_help}, argc, argv, options, stop);
     if (stop) return parsed;
     key_session s;
     const int opened = s.open(options.path, true, read_mode{options.has("--strict")});
@@ -172,10 +173,7 @@ int run_keys_command(int argc, char **argv) {
         print_json(options.path, s);
     else
         print_text(options.path, s);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

@@ -1,6 +1,7 @@
 #include "movi_copy.h"
 
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <algorithm>
 #include <string>
@@ -9,10 +10,6 @@ namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
-constexpr int64_t list_header_size = 12;
-constexpr uint32_t placeholder_size = 0xFFFFFFFFu;
-const uint32_t id_list = make_fourCC("LIST");
 const uint32_t type_rec = make_fourCC("rec ");
 
 // One segment's walk: where its list ends and how far the walk got.

@@ -8,6 +8,7 @@
 #include "diagnostics.h"
 #include "loss_report.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,71 +30,36 @@ struct mux_options {
     const char *text_caption = nullptr;
     const char *chapters = nullptr;
     const char *metadata = nullptr;
-    const char *checkpoint = nullptr;
-    bool odml = false;
-    bool designed = false;  // the designed bytes, not the standard profile
-    bool swapped_ids = false;
-    bool json = false;
+    write_options write;
+    command_options line;  // as given: the texts above point into it
 };
+
+std::string takes_no_operand(const command_syntax &, const char *arg, const char *) {
+    return std::string("'mux' takes no FILE operand, but got '") + arg +
+           "' (inputs follow --video, --audio, ...; the output follows -o)";
+}
 
 // 0 when the arguments were understood, else the exit status to leave with.
 int parse_options(int argc, char **argv, mux_options &o, bool &stop) {
+    command_options &line = o.line;
+    const int parsed = parse_command_line({"mux", {"--odml", "--swapped-ids", "--designed", "--json"},
+                                           {"--output", "-o", "--fps", "--video", "--audio", "--text-caption", "--chapters",
+                                            "--metadata", "--checkpoint"},
+                                           0, 0, "", print_mux_help, takes_no_operand, option_needs_value},
+                                          argc, argv, line, stop);
+    if (stop) return parsed;
     stop = true;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-            print_mux_help(stdout);
-            return exit_ok;
-        }
-    }
-    struct valued {
+    const struct {
         const char *name;
         const char **target;
-    };
-    const valued with_value[] = {{"--output", &o.output},
-                                 {"-o", &o.output},
-                                 {"--fps", &o.fps},
-                                 {"--video", &o.video},
-                                 {"--audio", &o.audio},
-                                 {"--text-caption", &o.text_caption},
-                                 {"--chapters", &o.chapters},
-                                 {"--metadata", &o.metadata},
-                                 {"--checkpoint", &o.checkpoint}};
-    for (int i = 1; i < argc; ++i) {
-        const char *arg = argv[i];
-        if (std::strcmp(arg, "--odml") == 0) {
-            o.odml = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--swapped-ids") == 0) {
-            o.swapped_ids = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--designed") == 0) {
-            o.designed = true;
-            continue;
-        }
-        if (std::strcmp(arg, "--json") == 0) {
-            o.json = true;
-            continue;
-        }
-        bool matched = false;
-        for (const valued &v : with_value) {
-            const int r = option_value("mux", argc, argv, i, v.name, *v.target);
-            if (r < 0) return exit_usage;
-            if (r > 0) {
-                matched = true;
-                break;
-            }
-        }
-        if (matched) continue;
-        if (arg[0] == '-') {
-            print_error("unknown option '%s' for 'mux' (see 'kelqavi mux --help')", arg);
-        } else {
-            print_error("'mux' takes no FILE operand, but got '%s' (inputs follow --video, --audio, ...; "
-                        "the output follows -o)", arg);
-        }
-        return exit_usage;
-    }
+    } with_value[] = {{"--output", &o.output},   {"-o", &o.output},       {"--fps", &o.fps},
+                      {"--video", &o.video},     {"--audio", &o.audio},   {"--text-caption", &o.text_caption},
+                      {"--chapters", &o.chapters}, {"--metadata", &o.metadata}};
+    // The last of -o and --output given wins, as with every option.
+    for (const auto &v : line.values)
+        for (const auto &w : with_value)
+            if (v.first == w.name) *w.target = v.second.c_str();
+    o.write.take(line);
     if (o.output == nullptr) {
         print_error("'mux' needs an output file: -o OUT.avi (see 'kelqavi mux --help')");
         return exit_usage;
@@ -288,7 +254,53 @@ struct wave_file {
     }
 };
 
-uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+// The 'fmt ' chunk of `size` bytes, read from the file's position: PCM only.
+int read_wave_format(const char *path, FILE *f, uint32_t size, bool fits, wave_file &wav) {
+    uint8_t fmt[40] = {};
+    const size_t want = size < sizeof fmt ? size : sizeof fmt;
+    if (size < 16 || !fits || file_read(f, fmt, want) != want) {
+        print_error("'%s': its 'fmt ' chunk is too short or cut off", path);
+        return exit_bad_input;
+    }
+    const uint16_t tag = str2short(fmt);
+    // The extensible form names its sample format in a GUID whose first two
+    // bytes are the plain format tag.
+    const bool pcm = tag == 1 || (tag == 0xFFFE && size >= 40 && str2short(fmt + 24) == 1);
+    if (!pcm) {
+        print_error("'%s' is not PCM sound (format tag 0x%04X); only PCM can be muxed as it is", path, tag);
+        return exit_bad_input;
+    }
+    wav.channels = str2short(fmt + 2);
+    wav.rate = str2long(fmt + 4);
+    wav.block_align = str2short(fmt + 12);
+    wav.bits = str2short(fmt + 14);
+    if (wav.channels == 0 || wav.rate == 0 || wav.bits == 0 || wav.block_align != wav.channels * ((wav.bits + 7) / 8)) {
+        print_error("'%s': its format is inconsistent (%u channels, %u Hz, %u bits, %u bytes a block)", path,
+                    wav.channels, wav.rate, wav.bits, wav.block_align);
+        return exit_bad_input;
+    }
+    wav.avg_bytes = wav.rate * wav.block_align;
+    return exit_ok;
+}
+
+// The 'data' chunk of `size` bytes at `data`, with `left` bytes of the file
+// from there.
+int take_wave_data(const char *path, int64_t data, uint32_t size, uint64_t left, wave_file &wav) {
+    uint64_t bytes = size;
+    if (bytes > left) {
+        // A size of all ones is left by writers that could not go back to patch it.
+        if (size != placeholder_size) {
+            print_error("'%s' is cut off: its 'data' chunk holds %u bytes but the file ends after %llu", path, size,
+                        static_cast<unsigned long long>(left));
+            return exit_bad_input;
+        }
+        bytes = left;
+    }
+    wav.data_offset = data;
+    wav.data_bytes = bytes;
+    wav.blocks = bytes / wav.block_align;
+    return exit_ok;
+}
 
 int open_wave(const char *path, wave_file &wav) {
     errno = 0;
@@ -307,59 +319,19 @@ int open_wave(const char *path, wave_file &wav) {
         return exit_bad_input;
     }
     bool have_format = false;
-    int64_t pos = 12;
-    while (pos + 8 <= file_size) {
+    for (int64_t pos = list_header_size; pos + chunk_header_size <= file_size;) {
         uint8_t header[8];
         if (file_seek(f, pos, 0) != 0 || file_read(f, header, 8) != 8) break;
         const uint32_t size = str2long(header + 4);
-        const int64_t data = pos + 8;
+        const int64_t data = pos + chunk_header_size;
         if (std::memcmp(header, "fmt ", 4) == 0) {
-            uint8_t fmt[40] = {};
-            const size_t want = size < sizeof fmt ? size : sizeof fmt;
-            if (size < 16 || data + static_cast<int64_t>(size) > file_size || file_read(f, fmt, want) != want) {
-                print_error("'%s': its 'fmt ' chunk is too short or cut off", path);
-                return exit_bad_input;
-            }
-            const uint16_t tag = le16(fmt);
-            // The extensible form names its sample format in a GUID whose
-            // first two bytes are the plain format tag.
-            const bool pcm = tag == 1 || (tag == 0xFFFE && size >= 40 && le16(fmt + 24) == 1);
-            if (!pcm) {
-                print_error("'%s' is not PCM sound (format tag 0x%04X); only PCM can be muxed as it is", path, tag);
-                return exit_bad_input;
-            }
-            wav.channels = le16(fmt + 2);
-            wav.rate = str2long(fmt + 4);
-            wav.block_align = le16(fmt + 12);
-            wav.bits = le16(fmt + 14);
-            if (wav.channels == 0 || wav.rate == 0 || wav.bits == 0 ||
-                wav.block_align != wav.channels * ((wav.bits + 7) / 8)) {
-                print_error("'%s': its format is inconsistent (%u channels, %u Hz, %u bits, %u bytes a block)", path,
-                            wav.channels, wav.rate, wav.bits, wav.block_align);
-                return exit_bad_input;
-            }
-            wav.avg_bytes = wav.rate * wav.block_align;
+            const int status = read_wave_format(path, f, size, data + static_cast<int64_t>(size) <= file_size, wav);
+            if (status != exit_ok) return status;
             have_format = true;
         } else if (std::memcmp(header, "data", 4) == 0) {
-            if (!have_format) {
-                print_error("'%s': its 'data' chunk comes before the 'fmt ' chunk", path);
-                return exit_bad_input;
-            }
-            uint64_t bytes = size;
-            const uint64_t left = static_cast<uint64_t>(file_size - data);
-            if (bytes > left) {
-                // A size of all ones is left by writers that could not go back to patch it.
-                if (size != 0xFFFFFFFFu) {
-                    print_error("'%s' is cut off: its 'data' chunk holds %u bytes but the file ends after %llu", path,
-                                size, static_cast<unsigned long long>(left));
-                    return exit_bad_input;
-                }
-                bytes = left;
-            }
-            wav.data_offset = data;
-            wav.data_bytes = bytes;
-            wav.blocks = bytes / wav.block_align;
-            return exit_ok;
+            if (have_format) return take_wave_data(path, data, size, static_cast<uint64_t>(file_size - data), wav);
+            print_error("'%s': its 'data' chunk comes before the 'fmt ' chunk", path);
+            return exit_bad_input;
         }
         pos = data + static_cast<int64_t>(size) + (size & 1);
     }
@@ -423,7 +395,6 @@ struct mux_inputs {
     wave_file wav;
     std::vector<timed_text> captions, chapters;
     std::vector<uint8_t> metadata;
-    double checkpoint = 0;
     uint64_t audio_steps = 0, steps = 0;
 
     // Sample frames before frame i: floor(i * scale * sample rate / rate),
@@ -436,12 +407,13 @@ struct mux_inputs {
 };
 
 // Reads and checks every input; the exit status to leave with, or exit_ok.
-int read_inputs(const mux_options &o, mux_inputs &in) {
+int read_inputs(mux_options &o, mux_inputs &in) {
     if (!parse_rate(o.fps, in.rate, in.scale)) {
         print_error("--fps needs a rate above 0 such as 25, 29.97 or 30000/1001, not '%s'", o.fps);
         return exit_usage;
     }
-    if (o.checkpoint != nullptr && !parse_checkpoint("mux", o.checkpoint, in.checkpoint)) return exit_usage;
+    if (o.write.checkpoint != nullptr && !parse_checkpoint("mux", o.write.checkpoint, o.write.checkpoint_seconds))
+        return exit_usage;
     int r = exit_ok;
     if (o.video != nullptr) r = find_pictures(o.video, in.pictures);
     if (r == exit_ok && o.audio != nullptr) r = open_wave(o.audio, in.wav);
@@ -658,18 +630,8 @@ int run_mux_command(int argc, char **argv) {
     if (read != exit_ok) return read;
 
     avi_output out;
+    if (!open_writer(out, o.output, o.write)) return exit_bad_input;
     std::string error;
-    if (!out.open(o.output, o.odml, !o.designed, error)) {
-        print_error("%s", error.c_str());
-        return exit_bad_input;
-    }
-    aviout_handle *w = out.handle();
-    // The index settings are read by the video and audio setters.
-    w->index_chunk_seconds = 60.0;
-    w->swapped_ids = o.swapped_ids ? 1 : 0;
-    // The reader finds a metadata block inside a LIST 'KQDT' only.
-    w->extension_list = 1;
-    w->checkpoint_seconds = in.checkpoint;
     mux_streams ids;
     bool ok = add_streams(in, out, ids, error);
     if (!ok) print_error("%s", error.c_str());
@@ -692,11 +654,8 @@ int run_mux_command(int argc, char **argv) {
     }
     loss_report losses;
     tally_inputs(in, out, ids, losses);
-    out.print_summary(stdout, o.json, &losses);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    out.print_summary(stdout, o.write.json, &losses);
+    if (!flush_stdout()) return exit_bad_input;
     if (!losses.any()) return exit_ok;
     losses.print_error_line("the inputs hold");
     return exit_problems;

@@ -1,7 +1,9 @@
 #include "output_format.h"
 
+#include "diagnostics.h"
 #include "kelqavi.h"
 
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <cstdlib>
@@ -134,6 +136,43 @@ std::string fourcc_text(uint32_t code) {
     }
     return out;
 }
+
+bool flush_stdout() {
+    if (std::fflush(stdout) == 0) return true;
+    print_error("cannot write the output: %s", std::strerror(errno));
+    return false;
+}
+
+namespace {
+
+struct type_words {
+    const char *word, *key;
+};
+
+// By chunk type code.
+constexpr type_words chunk_types[] = {
+    {"unrecognised", "unrecognised"}, {"audio", "audio"},
+    {"raw video", "raw_video"},       {"video", "video"},
+    {"video data", "video_data"},     {"text caption", "text_caption"},
+    {"bitmap caption", "bitmap_caption"}, {"chapter", "chapter"},
+    {"index", "index"},               {"other", "other"},
+    {"junk", "junk"},                 {"reserved", "reserved"}};
+constexpr uint32_t type_count = sizeof chunk_types / sizeof chunk_types[0];
+
+}  // namespace
+
+const char *chunk_type_word(uint32_t type) { return type < type_count ? chunk_types[type].word : "other"; }
+
+const char *chunk_type_key(uint32_t type) { return type < type_count ? chunk_types[type].key : "other"; }
+
+bool classified_kind(uint32_t kind) {
+    return kind == KELQAVI_CHUNK_AUDIO || kind == KELQAVI_CHUNK_VIDEO || kind == KELQAVI_CHUNK_TEXT_CAPTION ||
+           kind == KELQAVI_CHUNK_BITMAP_CAPTION || kind == KELQAVI_CHUNK_CHAPTER;
+}
+
+const char *stream_kind_word(uint32_t kind) { return classified_kind(kind) ? chunk_type_word(kind) : "unclassified"; }
+
+const char *stream_kind_key(uint32_t kind) { return classified_kind(kind) ? chunk_type_key(kind) : "unclassified"; }
 
 std::string fourcc_bytes(uint32_t code) {
     char text[5];

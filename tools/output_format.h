@@ -28,6 +28,23 @@ std::string json_bytes(std::string_view bytes);
 // byte as \xNN ("00dc", "ix0\x00").
 std::string fourcc_text(uint32_t code);
 
+// Flushes stdout; false, with a line printed, when the output cannot be
+// written (a full disk, a closed pipe).
+bool flush_stdout();
+
+// Words for the library's chunk type codes, which the stream kinds share:
+// "audio", "raw video", "text caption" ...; 0 is "unrecognised" and a code
+// without a word of its own "other". The key is the word for JSON:
+// "raw_video", "text_caption" ...
+const char *chunk_type_word(uint32_t type);
+const char *chunk_type_key(uint32_t type);
+
+// The stream kinds the reader classifies: audio, video, text caption,
+// bitmap caption and chapter. Any other kind is "unclassified" as a word.
+bool classified_kind(uint32_t kind);
+const char *stream_kind_word(uint32_t kind);
+const char *stream_kind_key(uint32_t kind);
+
 // The four bytes of a FourCC in file order, for json_bytes.
 std::string fourcc_bytes(uint32_t code);
 

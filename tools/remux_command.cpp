@@ -11,85 +11,46 @@
 #include "loss_report.h"
 #include "movi_copy.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <strings.h>
-#include <unistd.h>
 #include <vector>
 
 namespace kelqtool {
 
 namespace {
 
-constexpr int64_t chunk_header_size = 8;
+std::string takes_in_and_out(const command_syntax &, const char *arg, const char *) {
+    return std::string("'remux' takes IN.avi and OUT.avi, but '") + arg + "' follows them";
+}
+
 // Chunk ids in either order are read.
 constexpr uint32_t swapped_in = 1;
 
 struct remux_options {
     const char *input = nullptr;
     const char *output = nullptr;
-    const char *checkpoint = nullptr;
-    bool odml = false, swapped_ids = false, json = false;
-    bool designed = false;  // write the designed bytes, not the standard profile
-    read_mode mode;         // how IN.avi is opened
+    write_options write;
+    read_mode mode;        // how IN.avi is opened
+    command_options line;  // as given: the texts above point into it
 };
 
-// One argument that is not --help: an option or an operand. Returns
-// exit_ok or exit_usage (a line printed).
-int take_argument(int argc, char **argv, int &i, bool &only_operands, remux_options &o) {
-    const char *arg = argv[i];
-    if (!only_operands && arg[0] == '-' && arg[1] != '\0') {
-        const int valued = option_value("remux", argc, argv, i, "--checkpoint", o.checkpoint);
-        if (valued != 0) return valued > 0 ? exit_ok : exit_usage;
-        if (std::strcmp(arg, "--") == 0)
-            only_operands = true;
-        else if (std::strcmp(arg, "--odml") == 0)
-            o.odml = true;
-        else if (std::strcmp(arg, "--swapped-ids") == 0)
-            o.swapped_ids = true;
-        else if (std::strcmp(arg, "--json") == 0)
-            o.json = true;
-        else if (std::strcmp(arg, "--designed") == 0)
-            o.designed = true;
-        else if (std::strcmp(arg, "--strict") == 0)
-            o.mode.strict = true;
-        else {
-            print_error("unknown option '%s' for 'remux' (see 'kelqavi remux --help')", arg);
-            return exit_usage;
-        }
-    } else if (o.input == nullptr) {
-        o.input = arg;
-    } else if (o.output == nullptr) {
-        o.output = arg;
-    } else {
-        print_error("'remux' takes IN.avi and OUT.avi, but '%s' follows them", arg);
-        return exit_usage;
-    }
-    return exit_ok;
-}
-
-int parse_options(int argc, char **argv, remux_options &o, double &checkpoint, bool &stop) {
-    stop = true;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--") == 0) break;
-        if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-            print_remux_help(stdout);
-            return exit_ok;
-        }
-    }
-    bool only_operands = false;
-    for (int i = 1; i < argc; ++i)
-        if (take_argument(argc, argv, i, only_operands, o) != exit_ok) return exit_usage;
-    if (o.output == nullptr) {
-        print_error("'remux' needs IN.avi and OUT.avi (see 'kelqavi remux --help')");
-        return exit_usage;
-    }
-    if (o.checkpoint != nullptr && !parse_checkpoint("remux", o.checkpoint, checkpoint)) return exit_usage;
-    stop = false;
-    return exit_ok;
+int parse_options(int argc, char **argv, remux_options &o, bool &stop) {
+    command_options &line = o.line;
+    const int parsed = parse_command_line({"remux", {"--odml", "--swapped-ids", "--json", "--designed", "--strict"},
+                                           {"--checkpoint"}, 2, 0, "IN.avi and OUT.avi", print_remux_help,
+                                           takes_in_and_out, option_needs_value},
+                                          argc, argv, line, stop);
+    if (stop) return parsed;
+    o.input = line.operands[0];
+    o.output = line.operands[1];
+    o.mode.strict = line.has("--strict");
+    o.write.take(line);
+    stop = o.write.checkpoint != nullptr && !parse_checkpoint("remux", o.write.checkpoint, o.write.checkpoint_seconds);
+    return stop ? exit_usage : exit_ok;
 }
 
 // Codecs whose every frame stands alone, so every chunk is a key frame.
@@ -161,9 +122,7 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
         stream_tally tally;
         tally.stream = i;
         tally.kind = stream_kind_word(r.kind);
-        const bool classified = r.kind == KELQAVI_CHUNK_VIDEO || r.kind == KELQAVI_CHUNK_BITMAP_CAPTION ||
-                                r.kind == KELQAVI_CHUNK_AUDIO || r.kind == KELQAVI_CHUNK_TEXT_CAPTION ||
-                                r.kind == KELQAVI_CHUNK_CHAPTER;
+        const bool classified = classified_kind(r.kind);
         if (!classified) tally.note = "not copied: the reader does not classify this stream";
         if (r.kind == KELQAVI_CHUNK_VIDEO) {
             const uint8_t *extra = nullptr;
@@ -183,22 +142,9 @@ bool add_streams(aviin_handle *h, const avi_layout &layout, avi_output &out, mov
     return true;
 }
 
-// Writes LIST 'KMNU' around a whole "MENU" chunk (header included) for the
-// writer to copy into the header area, where the reader finds the menu.
-bool write_menu_list(const std::string &path, const uint8_t *chunk, int32_t size) {
-    uint8_t head[12] = {'L', 'I', 'S', 'T', 0, 0, 0, 0, 'K', 'M', 'N', 'U'};
-    long2str(static_cast<uint32_t>(4 + size), head + 4);
-    FILE *f = file_open(path.c_str(), 1);
-    if (f == nullptr) return false;
-    bool ok = file_write(f, head, sizeof head) == sizeof head;
-    ok = ok && file_write(f, chunk, static_cast<size_t>(size)) == static_cast<size_t>(size);
-    if (size % 2 != 0) ok = ok && file_write(f, "", 1) == 1;
-    return file_close(f) == 0 && ok;
-}
-
 // The metadata block, and the menu block copied in as a LIST 'KMNU' through
-// a temporary file (menu_path, which the caller removes).
-bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::string &error) {
+// a temporary file.
+bool copy_blocks(aviin_handle *h, avi_output &out, menu_list_file &menu, std::string &error) {
     uint8_t *block = nullptr;
     int32_t block_size = 0;
     aviin_get_metadata_info(h, &block, &block_size);
@@ -208,20 +154,11 @@ bool copy_blocks(aviin_handle *h, avi_output &out, std::string &menu_path, std::
     aviin_get_menu_info(h, &block, &block_size);
     // The menu block is the whole "MENU" chunk; the size given is its size field.
     if (block == nullptr || block_size < 0 || std::memcmp(block, "MENU", 4) != 0) return true;
-    const char *dir = std::getenv("TMPDIR");
-    std::string pattern = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/kelqavi-menu-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    const int fd = mkstemp(name.data());
-    if (fd >= 0) {
-        close(fd);
-        menu_path = name.data();
-    }
-    if (menu_path.empty() || !write_menu_list(menu_path, block, block_size + static_cast<int32_t>(chunk_header_size))) {
+    if (!menu.write(block, static_cast<uint32_t>(block_size + chunk_header_size), error)) {
         error = "cannot write a temporary file for the menu block";
         return false;
     }
-    out.handle()->menu_file_head = menu_path.c_str();
+    out.handle()->menu_file_head = menu.path().c_str();
     return true;
 }
 
@@ -249,11 +186,8 @@ int finish(const remux_options &o, avi_output &out, movi_copy &job, bool copied)
     if (out.files.empty()) remove_output(o.output);
     note_written(job, out);
     compare_with_indexes(job);
-    out.print_summary(stdout, o.json, &job.losses);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    out.print_summary(stdout, o.write.json, &job.losses);
+    if (!flush_stdout()) return exit_bad_input;
     if (!job.losses.any()) return exit_ok;
     job.losses.print_error_line(std::string("in '") + o.input + "'");
     return exit_problems;
@@ -312,9 +246,8 @@ void print_remux_help(FILE *out) {
 
 int run_remux_command(int argc, char **argv) {
     remux_options o;
-    double checkpoint = 0;
     bool stop = false;
-    const int parsed = parse_options(argc, argv, o, checkpoint, stop);
+    const int parsed = parse_options(argc, argv, o, stop);
     if (stop) return parsed;
 
     avi_layout layout;
@@ -334,23 +267,9 @@ int run_remux_command(int argc, char **argv) {
     } closer{job};
 
     avi_output out;
-    if (!out.open(o.output, o.odml, !o.designed, error)) {
-        print_error("%s", error.c_str());
-        return exit_bad_input;
-    }
-    aviout_handle *w = out.handle();
-    w->index_chunk_seconds = 60.0;
-    w->swapped_ids = o.swapped_ids ? 1 : 0;
-    w->extension_list = 1;  // the reader finds the metadata block inside LIST 'KQDT' only
-    w->checkpoint_seconds = checkpoint;
-    std::string menu_path;
-    struct remove_at_end {
-        const std::string &p;
-        ~remove_at_end() {
-            if (!p.empty()) unlink(p.c_str());
-        }
-    } menu_file{menu_path};
-    if (!add_streams(job.h, layout, out, job, error) || !copy_blocks(job.h, out, menu_path, error)) {
+    if (!open_writer(out, o.output, o.write)) return exit_bad_input;
+    menu_list_file menu;
+    if (!add_streams(job.h, layout, out, job, error) || !copy_blocks(job.h, out, menu, error)) {
         print_error("%s", error.c_str());
         out.close(error);
         remove_output(o.output);

@@ -186,10 +186,11 @@ void print_repair_help(FILE *out) {
 }
 
 int run_repair_command(int argc, char **argv) {
-    valued_options options;
+    command_options options;
     bool stop = false;
-    const int parsed = parse_valued_options("repair", argc, argv, {"--json", "--swapped-ids"}, {}, 0, "IN [OUT]", print_repair_help,
-                                            options, stop, 1);
+    const int parsed = parse_command_line(
+        {"repair", {"--json", "--swapped-ids"}, {}, 1, 1, "IN [OUT]", print_repair_help, too_many_arguments}, argc, argv,
+        options, stop);
     if (stop) return parsed;
     const char *in = options.operands[0];
     const char *out = options.operands.size() > 1 ? options.operands[1] : nullptr;
@@ -212,10 +213,7 @@ int run_repair_command(int argc, char **argv) {
         print_json(in, out, result, report);
     else
         print_text(target, result, report);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return result == 3 ? exit_problems : exit_ok;
 }
 

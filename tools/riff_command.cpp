@@ -1,8 +1,10 @@
 #include "riff_command.h"
 
-#include "kelqavi.h"
+#include "command_line.h"
 #include "diagnostics.h"
+#include "kelqavi.h"
 #include "output_format.h"
+#include "riff_sizes.h"
 #include "sample_file.h"
 
 #include <cerrno>
@@ -24,12 +26,7 @@ namespace {
 // levels, so a hostile file cannot exhaust the stack.
 constexpr int nesting_limit = 64;
 
-constexpr int64_t chunk_header_size = 8;  // id and size
-constexpr int64_t list_header_size = 12;  // id, size and list type
-constexpr uint32_t placeholder_size = 0xFFFFFFFFu;
 
-const uint32_t id_riff = make_fourCC("RIFF");
-const uint32_t id_list = make_fourCC("LIST");
 
 enum class entry_kind : uint8_t { chunk, list, bytes };
 
@@ -516,6 +513,24 @@ void print_summary(FILE *out, const tree_summary &s, const text_style &style) {
 // JSON.
 // ---------------------------------------------------------------------------
 
+// The members of an entry's JSON object, but for its children.
+std::string entry_json(const std::vector<riff_entry> &entries, const riff_entry &e, int levels) {
+    std::string object = "\"offset\": " + std::to_string(e.offset) + ", \"kind\": \"" + kind_name(e.kind) + "\"";
+    object += ", \"id\": " + (e.kind == entry_kind::bytes ? std::string("null") : json_bytes(fourcc_bytes(e.id)));
+    if (e.kind == entry_kind::list) object += ", \"list_type\": " + json_bytes(fourcc_bytes(e.list_type));
+    object += ", \"size\": " + std::to_string(e.size);
+    object += std::string(", \"pad\": \"") + pad_name(e.pad) + "\"";
+    object += std::string(", \"status\": \"") + status_name(e.status) + "\"";
+    if (e.overrun != 0) object += ", \"overrun\": " + std::to_string(e.overrun);
+    std::string notes;
+    for (const note &n : notes_for(entries, e, levels)) {
+        if (!n.structural) continue;
+        notes += (notes.empty() ? "" : ", ") + json_string(n.text);
+    }
+    if (!notes.empty()) object += ", \"notes\": [" + notes + "]";
+    return object;
+}
+
 void print_json(FILE *out, const std::vector<riff_entry> &entries, const std::string *path, int64_t file_size,
                 int levels) {
     std::fprintf(out, "{\n");
@@ -537,20 +552,7 @@ void print_json(FILE *out, const std::vector<riff_entry> &entries, const std::st
         }
         std::fprintf(out, "%s\n%s{", comma[e.depth] ? "," : "", indent(e.depth).c_str());
         comma[e.depth] = true;
-        std::string object = "\"offset\": " + std::to_string(e.offset) + ", \"kind\": \"" + kind_name(e.kind) + "\"";
-        object += ", \"id\": " + (e.kind == entry_kind::bytes ? std::string("null") : json_bytes(fourcc_bytes(e.id)));
-        if (e.kind == entry_kind::list) object += ", \"list_type\": " + json_bytes(fourcc_bytes(e.list_type));
-        object += ", \"size\": " + std::to_string(e.size);
-        object += std::string(", \"pad\": \"") + pad_name(e.pad) + "\"";
-        object += std::string(", \"status\": \"") + status_name(e.status) + "\"";
-        if (e.overrun != 0) object += ", \"overrun\": " + std::to_string(e.overrun);
-        std::string notes;
-        for (const note &n : notes_for(entries, e, levels)) {
-            if (!n.structural) continue;
-            notes += (notes.empty() ? "" : ", ") + json_string(n.text);
-        }
-        if (!notes.empty()) object += ", \"notes\": [" + notes + "]";
-        std::fputs(object.c_str(), out);
+        std::fputs(entry_json(entries, e, levels).c_str(), out);
 
         if (e.kind == entry_kind::list && !e.has(flag_entered)) {
             std::fputs(", \"entered\": false}", out);
@@ -589,70 +591,41 @@ struct riff_options {
     int levels = nesting_limit;
     const char *path = nullptr;
     const char *save_sample = nullptr;  // where to keep a copy of the built-in sample
+    command_options line;               // as given: the texts above point into it
 };
+
+std::string riff_needs_value(const command_syntax &, const char *option) {
+    return std::string("option '") + option + "' needs " +
+           (std::strcmp(option, "--depth") == 0 ? "a number" : "a file name") + " (see 'kelqavi riff --help')";
+}
 
 // 0 when the arguments were understood, else the exit status to leave with
 // (exit_ok after --help).
 int parse_options(int argc, char **argv, riff_options &options, bool &stop) {
-    stop = false;
-    bool only_operands = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (!only_operands && arg.size() > 1 && arg[0] == '-') {
-            if (arg == "--") {
-                only_operands = true;
-            } else if (arg == "-h" || arg == "--help") {
-                print_riff_help(stdout);
-                stop = true;
-                return exit_ok;
-            } else if (arg == "--json") {
-                options.json = true;
-            } else if (arg == "--save-sample" || arg.rfind("--save-sample=", 0) == 0) {
-                if (arg == "--save-sample" && i + 1 >= argc) {
-                    print_error("option '--save-sample' needs a file name (see 'kelqavi riff --help')");
-                    stop = true;
-                    return exit_usage;
-                }
-                options.save_sample = arg == "--save-sample" ? argv[++i] : argv[i] + 14;
-            } else if (arg == "--depth" || arg.rfind("--depth=", 0) == 0) {
-                std::string value;
-                if (arg == "--depth") {
-                    if (i + 1 >= argc) {
-                        print_error("option '--depth' needs a number (see 'kelqavi riff --help')");
-                        stop = true;
-                        return exit_usage;
-                    }
-                    value = argv[++i];
-                } else {
-                    value = arg.substr(8);
-                }
-                char *end = nullptr;
-                errno = 0;
-                const long n = std::strtol(value.c_str(), &end, 10);
-                if (value.empty() || *end != '\0' || errno != 0 || n < 1) {
-                    print_error("option '--depth' needs a whole number of levels, 1 or more, not '%s'", value.c_str());
-                    stop = true;
-                    return exit_usage;
-                }
-                options.levels = n > nesting_limit ? nesting_limit : static_cast<int>(n);
-            } else {
-                print_error("unknown option '%s' for 'riff' (see 'kelqavi riff --help')", arg.c_str());
-                stop = true;
-                return exit_usage;
-            }
-        } else if (options.path == nullptr) {
-            options.path = argv[i];
-        } else {
-            print_error("'riff' takes one FILE, but '%s' follows '%s'", argv[i], options.path);
-            stop = true;
+    command_options &line = options.line;
+    const int parsed = parse_command_line({"riff", {"--json"}, {"--save-sample", "--depth"}, 0, 1, "a FILE",
+                                           print_riff_help, nullptr, riff_needs_value},
+                                          argc, argv, line, stop);
+    if (stop) return parsed;
+    stop = true;
+    options.json = line.has("--json");
+    options.path = line.path;
+    if (const std::string *path = line.value("--save-sample")) options.save_sample = path->c_str();
+    if (const std::string *depth = line.value("--depth")) {
+        char *end = nullptr;
+        errno = 0;
+        const long n = std::strtol(depth->c_str(), &end, 10);
+        if (depth->empty() || *end != '\0' || errno != 0 || n < 1) {
+            print_error("option '--depth' needs a whole number of levels, 1 or more, not '%s'", depth->c_str());
             return exit_usage;
         }
+        options.levels = n > nesting_limit ? nesting_limit : static_cast<int>(n);
     }
     if (options.save_sample != nullptr && options.path != nullptr) {
         print_error("'--save-sample' writes the built-in sample, so it takes no FILE to read");
-        stop = true;
         return exit_usage;
     }
+    stop = false;
     return exit_ok;
 }
 
@@ -806,10 +779,7 @@ int run_riff_command(int argc, char **argv) {
         std::printf("\n");
         print_summary(stdout, summary, style);
     }
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return summary.problems() == 0 ? exit_ok : exit_problems;
 }
 

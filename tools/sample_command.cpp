@@ -48,7 +48,7 @@ int run_sample_command(int argc, char **argv) {
     command_options options;
     bool stop = false;
     const int parsed =
-        parse_command_options("sample", argc, argv, {"--designed", "--json"}, print_sample_help, options, stop, false);
+        parse_command_line({"sample", {"--designed", "--json"}, {}, 0, 1, "a FILE", print_sample_help}, argc, argv, options, stop);
     if (stop) return parsed;
     const char *path = options.path != nullptr ? options.path : default_name;
     const bool json = options.has("--json");
@@ -62,10 +62,7 @@ int run_sample_command(int argc, char **argv) {
         return exit_bad_input;
     }
     out.print_summary(stdout, json);
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
+    if (!flush_stdout()) return exit_bad_input;
     return exit_ok;
 }
 

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 #include <vector>
@@ -85,68 +84,23 @@ struct timed_chunk {
 
 std::vector<uint8_t> text_bytes(const char *text) { return std::vector<uint8_t>(text, text + std::strlen(text)); }
 
-// A prepared menu list for the header area: LIST 'KMNU' holding one "MENU"
-// chunk, whose first 8 bytes the writer fills with the position where the
-// copy begins. The reader takes the menu block from such a list.
-bool write_menu_list(const std::string &path) {
+// The sample's menu chunk: a "MENU" chunk whose first 8 bytes the writer
+// fills with the position where the copy begins, then the entries.
+std::vector<uint8_t> menu_chunk() {
     static const char entries[] = "1 Play;2 Chapters;3 Tone";  // 24 bytes after the position field
-    std::vector<uint8_t> bytes;
-    auto add32 = [&](uint32_t v) {
-        uint8_t b[4];
-        long2str(v, b);
-        bytes.insert(bytes.end(), b, b + 4);
-    };
-    const uint32_t menu_size = 8 + sizeof entries - 1;
-    bytes.insert(bytes.end(), {'L', 'I', 'S', 'T'});
-    add32(4 + 8 + menu_size);
-    bytes.insert(bytes.end(), {'K', 'M', 'N', 'U', 'M', 'E', 'N', 'U'});
-    add32(menu_size);
+    std::vector<uint8_t> bytes = {'M', 'E', 'N', 'U', 0, 0, 0, 0};
+    long2str(8 + sizeof entries - 1, bytes.data() + 4);
     bytes.insert(bytes.end(), 8, 0);
     bytes.insert(bytes.end(), entries, entries + sizeof entries - 1);
-    FILE *f = file_open(path.c_str(), 1);
-    if (f == nullptr) return false;
-    const bool written = file_write(f, bytes.data(), bytes.size()) == bytes.size();
-    return file_close(f) == 0 && written;
+    return bytes;
 }
 
-std::string temporary_path(const char *stem, std::string &error) {
-    const char *dir = std::getenv("TMPDIR");
-    std::string path = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/" + stem + "-XXXXXX";
-    std::vector<char> name(path.begin(), path.end());
-    name.push_back('\0');
-    const int fd = mkstemp(name.data());
-    if (fd < 0) {
-        error = std::string("cannot create a temporary file: ") + std::strerror(errno);
-        return {};
-    }
-    close(fd);
-    return name.data();
-}
-
-}  // namespace
-
-bool write_sample_avi(const char *path, avi_output &out, bool standard, std::string &error) {
-    const std::string menu_path = temporary_path("kelqavi-menu", error);
-    if (menu_path.empty()) return false;
-    struct remove_at_end {
-        const std::string &p;
-        ~remove_at_end() { unlink(p.c_str()); }
-    } menu_file{menu_path};
-    if (!write_menu_list(menu_path)) {
-        error = "cannot write the sample's menu list to '" + menu_path + "'";
-        return false;
-    }
-    if (!out.open(path, true, standard, error)) return false;
-    aviout_handle *w = out.handle();
-    // Two-second standard indexes: a three-second file gets a few of them.
-    w->index_chunk_seconds = 2.0;
-    // The reader finds metadata and menu blocks inside a LIST 'KQDT' only.
-    w->extension_list = 1;
-    w->menu_file_head = menu_path.c_str();
-
-    const double frame_seconds = 1.0 / frames_per_second;
+// The sample's stream numbers in the output.
+struct sample_streams {
     int32_t video = -1, audio = -1, captions = -1, subtitles = -1, chapters = -1;
+};
 
+bool add_picture_and_sound(avi_output &out, sample_streams &n, std::string &error) {
     video_stream_format v{};
     v.rate = frames_per_second;
     v.scale = 1;
@@ -158,11 +112,10 @@ bool write_sample_avi(const char *path, avi_output &out, bool standard, std::str
     char video_name[] = "Moving bar";
     v.name = video_name;
     v.name_length = static_cast<int32_t>(std::strlen(video_name));
-    bool ok = out.add_video(v, frame_seconds, video, error);
     // An opaque per-stream block, carried as it is.
     static const uint8_t strd_block[] = {'K', 'Q', 0x01, 0x00, 0x2A, 0x00, 0x10, 0x00};
-    ok = ok && out.set_strd(strd_block, sizeof strd_block, error);
-
+    if (!out.add_video(v, 1.0 / frames_per_second, n.video, error) || !out.set_strd(strd_block, sizeof strd_block, error))
+        return false;
     audio_stream_format a{};
     a.scale = 2;
     a.rate = sample_rate * 2;
@@ -176,14 +129,15 @@ bool write_sample_avi(const char *path, avi_output &out, bool standard, std::str
     char audio_name[] = "Tone";
     a.name = audio_name;
     a.name_length = 4;
-    ok = ok && out.add_audio(a, frame_seconds, audio, error);
+    return out.add_audio(a, 1.0 / frames_per_second, n.audio, error);
+}
 
+// The caption, subtitle and chapter streams and the metadata and menu blocks.
+bool add_text_and_blocks(avi_output &out, sample_streams &n, std::string &error) {
     caption_stream_format c{};
     char caption_name[] = "Subtitle (English)";
     c.name = caption_name;
     c.name_length = static_cast<int32_t>(std::strlen(caption_name));
-    ok = ok && out.add_text_caption(c, captions, error);
-
     video_stream_format b{};
     b.rate = frames_per_second;
     b.scale = 1;
@@ -194,41 +148,64 @@ bool write_sample_avi(const char *path, avi_output &out, bool standard, std::str
     char subtitle_name[] = "Subtitle bitmap";
     b.name = subtitle_name;
     b.name_length = static_cast<int32_t>(std::strlen(subtitle_name));
-    ok = ok && out.add_bitmap_caption(b, subtitles, error);
-
     caption_stream_format ch{};
     char chapter_name[] = "Chapter list";
     ch.name = chapter_name;
     ch.name_length = static_cast<int32_t>(std::strlen(chapter_name));
-    ok = ok && out.add_chapter(ch, chapters, error);
-
     static const char metadata[] = "title=kelqavi sample\nartist=kelqavi\ncomment=written by the library's writer\n";
     // Odd-sized on purpose: the writer stores it with a pad byte.
     static const char menu[] = "KQMENU 1 Play;2 Chapters";
-    ok = ok && out.set_metadata(reinterpret_cast<const uint8_t *>(metadata), sizeof metadata - 1, error) &&
-         out.set_menu(reinterpret_cast<const uint8_t *>(menu), sizeof menu - 1, error);
-    if (!ok) return false;
+    return out.add_text_caption(c, n.captions, error) && out.add_bitmap_caption(b, n.subtitles, error) &&
+           out.add_chapter(ch, n.chapters, error) &&
+           out.set_metadata(reinterpret_cast<const uint8_t *>(metadata), sizeof metadata - 1, error) &&
+           out.set_menu(reinterpret_cast<const uint8_t *>(menu), sizeof menu - 1, error);
+}
 
+// Every frame's picture and sound, with the captions, subtitles and
+// chapters due at it. False when a chunk could not be written.
+bool put_frames(avi_output &out, const sample_streams &n) {
     const std::vector<timed_chunk> caption_chunks = {
         {0, text_bytes("A bar crosses the picture")}, {10, text_bytes("A 440 Hz tone plays")},
         {20, text_bytes("Written by kelqavi")}};
     const std::vector<timed_chunk> subtitle_chunks = {{0, subtitle(0, 14, 3)}, {15, subtitle(15, 29, 9)}};
     const std::vector<timed_chunk> chapter_chunks = {{0, text_bytes("Start")}, {15, text_bytes("Second half")}};
-
     auto put_due = [&](const std::vector<timed_chunk> &list, int32_t stream, int frame) {
         for (const timed_chunk &t : list)
             if (t.frame == frame && out.put(stream, AVIOUT_KEY_FRAME, t.data.data(), static_cast<uint32_t>(t.data.size())) != 0)
                 return false;
         return true;
     };
+    bool ok = true;
     for (int f = 0; f < frame_count && ok; ++f) {
         const std::vector<uint8_t> picture = frame_picture(f);
         const std::vector<uint8_t> sound = tone(f);
-        ok = put_due(caption_chunks, captions, f) && put_due(subtitle_chunks, subtitles, f) &&
-             put_due(chapter_chunks, chapters, f) &&
-             out.put(video, AVIOUT_KEY_FRAME, picture.data(), static_cast<uint32_t>(picture.size())) == 0 &&
-             out.put(audio, AVIOUT_KEY_FRAME, sound.data(), static_cast<uint32_t>(sound.size())) == 0;
+        ok = put_due(caption_chunks, n.captions, f) && put_due(subtitle_chunks, n.subtitles, f) &&
+             put_due(chapter_chunks, n.chapters, f) &&
+             out.put(n.video, AVIOUT_KEY_FRAME, picture.data(), static_cast<uint32_t>(picture.size())) == 0 &&
+             out.put(n.audio, AVIOUT_KEY_FRAME, sound.data(), static_cast<uint32_t>(sound.size())) == 0;
     }
+    return ok;
+}
+
+}  // namespace
+
+bool write_sample_avi(const char *path, avi_output &out, bool standard, std::string &error) {
+    menu_list_file menu_file;
+    const std::vector<uint8_t> menu = menu_chunk();
+    if (!menu_file.write(menu.data(), static_cast<uint32_t>(menu.size()), error)) {
+        if (!menu_file.path().empty()) error = "cannot write the sample's menu list to '" + menu_file.path() + "'";
+        return false;
+    }
+    if (!out.open(path, true, standard, error)) return false;
+    aviout_handle *w = out.handle();
+    // Two-second standard indexes: a three-second file gets a few of them.
+    w->index_chunk_seconds = 2.0;
+    // The reader finds metadata and menu blocks inside a LIST 'KQDT' only.
+    w->extension_list = 1;
+    w->menu_file_head = menu_file.path().c_str();
+    sample_streams n;
+    if (!add_picture_and_sound(out, n, error) || !add_text_and_blocks(out, n, error)) return false;
+    const bool ok = put_frames(out, n);
     std::string close_error;
     const bool closed = out.close(close_error);
     if (!ok) {

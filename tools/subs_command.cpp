@@ -129,109 +129,129 @@ void print_subs_help(FILE *out) {
                  strict_option_help);
 }
 
+namespace {
+
+// What the command found, for printing.
+struct subs_report {
+    const char *path = nullptr;
+    long long frame = -1;  // --frame, or -1
+    std::vector<subtitle> subs;
+    std::vector<shown> at_frame;
+    int problems = 0;
+};
+
+void print_json(key_session &k, const subs_report &r) {
+    using jw = json_writer;
+    jw j;
+    j.begin_object();
+    j.field("file", jw::text(r.path));
+    j.begin_array("streams", true);
+    for (uint32_t s : k.bitmap_subtitles) j.element(jw::number(s));
+    j.end_array();
+    j.begin_array("subtitles");
+    for (const subtitle &s : r.subs) {
+        j.begin_object(nullptr, true);
+        j.field("stream", jw::number(s.stream));
+        j.field("offset", jw::number(s.offset));
+        j.field("size", jw::number(s.size));
+        j.field("text", jw::text(s.text));
+        j.field("start_ms", s.parsed ? jw::number(s.start) : jw::null());
+        j.field("duration_ms", s.parsed ? jw::number(s.duration) : jw::null());
+        j.end_object();
+    }
+    j.end_array();
+    if (r.frame >= 0) {
+        j.field("frame", jw::number(static_cast<int64_t>(r.frame)));
+        j.field("frame_ms", jw::decimal(static_cast<double>(r.frame) * k.frame_seconds() * 1000));
+        j.begin_array("shown");
+        for (const shown &s : r.at_frame) {
+            j.begin_object(nullptr, true);
+            j.field("stream", jw::number(s.stream));
+            j.field("result", jw::number(static_cast<int32_t>(s.result)));
+            j.field("subtitle_offset", s.is_subtitle ? jw::number(s.offset) : jw::null());
+            j.field("left_ms", s.is_subtitle && s.duration != 0xFFFFFFFFu ? jw::number(s.duration) : jw::null());
+            j.field("last_frame_offset", !s.is_subtitle && s.offset != KELQAVI_NOT_FOUND ? jw::number(s.offset) : jw::null());
+            j.end_object();
+        }
+        j.end_array();
+    }
+    j.field("problems", jw::number(static_cast<int32_t>(r.problems)));
+    tolerated_json(j, k.mode, k.tolerated());
+    j.end_object();
+    j.write(stdout);
+}
+
+void print_subtitle_table(key_session &k, const subs_report &r, const text_style &style) {
+    using al = column_layout::align;
+    column_layout table({al::right, al::right, al::right, al::left, al::left});
+    const std::vector<std::string> head = {"STREAM", "OFFSET", "SIZE", "SHOWN", "TEXT"};
+    table.measure(head);
+    std::vector<std::vector<std::string>> rows;
+    for (const subtitle &s : r.subs) {
+        const std::string when = s.parsed ? time_text(s.start) + " for " + std::to_string(s.duration) + " ms"
+                                          : paint("span does not parse", sgr::bold_red, style.colour);
+        rows.push_back({std::to_string(s.stream), std::to_string(s.offset), std::to_string(s.size), when, s.text});
+        table.measure(rows.back());
+    }
+    if (!r.subs.empty()) {
+        std::printf("%s\n", paint(table.render(head), sgr::bold, style.colour).c_str());
+        for (const auto &row : rows) std::printf("%s\n", table.render(row).c_str());
+    } else if (!k.bitmap_subtitles.empty()) {
+        std::printf("no bitmap subtitle chunks\n");
+    }
+}
+
+void print_text(key_session &k, const subs_report &r) {
+    const text_style style = style_for_stdout();
+    if (k.bitmap_subtitles.empty()) std::printf("%s has no bitmap subtitle streams\n", r.path);
+    print_subtitle_table(k, r, style);
+    if (r.frame >= 0) {
+        std::printf("\nat frame %lld (%s s):\n", r.frame,
+                    seconds_text(static_cast<double>(r.frame) * k.frame_seconds()).c_str());
+        for (const shown &s : r.at_frame) {
+            if (s.result != 0)
+                std::printf("  stream %u: the search failed%s\n", s.stream, k.has_table ? "" : " (no key-frame table: no idx1)");
+            else if (s.is_subtitle)
+                std::printf("  stream %u: subtitle at %llu (%s), %s\n", s.stream, static_cast<unsigned long long>(s.offset),
+                            s.sub.text.c_str(),
+                            s.duration == 0xFFFFFFFFu ? "starting at or after the frame"
+                                                     : (std::to_string(s.duration) + " ms left").c_str());
+            else
+                std::printf("  stream %u: none shown\n", s.stream);
+        }
+    }
+    if (!k.mode.strict) std::printf("\ntolerated: %s\n", tolerance_words(k.tolerated()).c_str());
+}
+
+}  // namespace
+
 int run_subs_command(int argc, char **argv) {
-    valued_options options;
+    command_options options;
     bool stop = false;
-    const int parsed =
-        parse_valued_options("subs", argc, argv, {"--json", "--strict"}, {"--frame"}, 0, "FILE", print_subs_help, options, stop);
+    const int parsed = parse_command_line(
+        {"subs", {"--json", "--strict"}, {"--frame"}, 1, 0, "FILE", print_subs_help, too_many_arguments}, argc, argv,
+        options, stop);
     if (stop) return parsed;
-    const char *path = options.operands[0];
-    long long frame = -1;
-    if (const std::string *f = options.value("--frame"); f != nullptr && !parse_number(*f, 0, 0x7FFFFFFF, frame)) {
+    subs_report r;
+    r.path = options.operands[0];
+    if (const std::string *f = options.value("--frame"); f != nullptr && !parse_number(*f, 0, 0x7FFFFFFF, r.frame)) {
         print_error("frame number '%s' is not a number from 0 to 2147483647", f->c_str());
         return exit_usage;
     }
     key_session k;
-    const int opened = k.open(path, false, read_mode{options.has("--strict")});
+    const int opened = k.open(r.path, false, read_mode{options.has("--strict")});
     if (opened != exit_ok) return opened;
-    const std::vector<subtitle> subs = list_subtitles(k);
-    std::vector<shown> at_frame;
-    if (frame >= 0)
-        for (uint32_t s : k.bitmap_subtitles) at_frame.push_back(shown_at(k, s, static_cast<int32_t>(frame)));
-    int problems = 0;
-    for (const subtitle &s : subs) problems += s.parsed ? 0 : 1;
-    for (const shown &s : at_frame) problems += s.result != 0 ? 1 : 0;
-
-    if (options.has("--json")) {
-        using jw = json_writer;
-        jw j;
-        j.begin_object();
-        j.field("file", jw::text(path));
-        j.begin_array("streams", true);
-        for (uint32_t s : k.bitmap_subtitles) j.element(jw::number(s));
-        j.end_array();
-        j.begin_array("subtitles");
-        for (const subtitle &s : subs) {
-            j.begin_object(nullptr, true);
-            j.field("stream", jw::number(s.stream));
-            j.field("offset", jw::number(s.offset));
-            j.field("size", jw::number(s.size));
-            j.field("text", jw::text(s.text));
-            j.field("start_ms", s.parsed ? jw::number(s.start) : jw::null());
-            j.field("duration_ms", s.parsed ? jw::number(s.duration) : jw::null());
-            j.end_object();
-        }
-        j.end_array();
-        if (frame >= 0) {
-            j.field("frame", jw::number(static_cast<int64_t>(frame)));
-            j.field("frame_ms", jw::decimal(static_cast<double>(frame) * k.frame_seconds() * 1000));
-            j.begin_array("shown");
-            for (const shown &s : at_frame) {
-                j.begin_object(nullptr, true);
-                j.field("stream", jw::number(s.stream));
-                j.field("result", jw::number(static_cast<int32_t>(s.result)));
-                j.field("subtitle_offset", s.is_subtitle ? jw::number(s.offset) : jw::null());
-                j.field("left_ms", s.is_subtitle && s.duration != 0xFFFFFFFFu ? jw::number(s.duration) : jw::null());
-                j.field("last_frame_offset", !s.is_subtitle && s.offset != KELQAVI_NOT_FOUND ? jw::number(s.offset) : jw::null());
-                j.end_object();
-            }
-            j.end_array();
-        }
-        j.field("problems", jw::number(static_cast<int32_t>(problems)));
-        tolerated_json(j, k.mode, k.tolerated());
-        j.end_object();
-        j.write(stdout);
-    } else {
-        const text_style style = style_for_stdout();
-        if (k.bitmap_subtitles.empty()) std::printf("%s has no bitmap subtitle streams\n", path);
-        using al = column_layout::align;
-        column_layout table({al::right, al::right, al::right, al::left, al::left});
-        const std::vector<std::string> head = {"STREAM", "OFFSET", "SIZE", "SHOWN", "TEXT"};
-        table.measure(head);
-        std::vector<std::vector<std::string>> rows;
-        for (const subtitle &s : subs) {
-            const std::string when = s.parsed ? time_text(s.start) + " for " + std::to_string(s.duration) + " ms"
-                                              : paint("span does not parse", sgr::bold_red, style.colour);
-            rows.push_back({std::to_string(s.stream), std::to_string(s.offset), std::to_string(s.size), when, s.text});
-            table.measure(rows.back());
-        }
-        if (!subs.empty()) {
-            std::printf("%s\n", paint(table.render(head), sgr::bold, style.colour).c_str());
-            for (const auto &row : rows) std::printf("%s\n", table.render(row).c_str());
-        } else if (!k.bitmap_subtitles.empty()) {
-            std::printf("no bitmap subtitle chunks\n");
-        }
-        if (frame >= 0) {
-            std::printf("\nat frame %lld (%s s):\n", frame, seconds_text(static_cast<double>(frame) * k.frame_seconds()).c_str());
-            for (const shown &s : at_frame) {
-                if (s.result != 0)
-                    std::printf("  stream %u: the search failed%s\n", s.stream, k.has_table ? "" : " (no key-frame table: no idx1)");
-                else if (s.is_subtitle)
-                    std::printf("  stream %u: subtitle at %llu (%s), %s\n", s.stream, static_cast<unsigned long long>(s.offset),
-                                s.sub.text.c_str(),
-                                s.duration == 0xFFFFFFFFu ? "starting at or after the frame"
-                                                         : (std::to_string(s.duration) + " ms left").c_str());
-                else
-                    std::printf("  stream %u: none shown\n", s.stream);
-            }
-        }
-        if (!k.mode.strict) std::printf("\ntolerated: %s\n", tolerance_words(k.tolerated()).c_str());
-    }
-    if (std::fflush(stdout) != 0) {
-        print_error("cannot write the output: %s", std::strerror(errno));
-        return exit_bad_input;
-    }
-    return problems == 0 ? exit_ok : exit_problems;
+    r.subs = list_subtitles(k);
+    if (r.frame >= 0)
+        for (uint32_t s : k.bitmap_subtitles) r.at_frame.push_back(shown_at(k, s, static_cast<int32_t>(r.frame)));
+    for (const subtitle &s : r.subs) r.problems += s.parsed ? 0 : 1;
+    for (const shown &s : r.at_frame) r.problems += s.result != 0 ? 1 : 0;
+    if (options.has("--json"))
+        print_json(k, r);
+    else
+        print_text(k, r);
+    if (!flush_stdout()) return exit_bad_input;
+    return r.problems == 0 ? exit_ok : exit_problems;
 }
 
 }  // namespace kelqtool
