@@ -22,15 +22,8 @@ FILE *stream_of(aviin_handle *h) { return h->current_list->stream; }
 // Fails the stream's list; an open that asks why is told what was seen.
 void fail(aviin_handle *h, uint32_t code, uint64_t size = 0, uint64_t limit = 0, uint32_t id = 0) {
     h->current_list->status = 1;
-    if (h->refusal == nullptr) return;
-    kelq::open_refusal seen;
-    seen.code = code;
-    seen.stream = h->stream_count - 1;
-    seen.offset = file_tell(stream_of(h));
-    seen.size = size;
-    seen.limit = limit;
-    seen.id = id;
-    kelq::note_refusal(h, seen);
+    if (h->refusal != nullptr)
+        kelq::note_refusal(h, code, file_tell(stream_of(h)), size, id, h->stream_count - 1, limit);
 }
 
 // The list ended, or could not be read, where a chunk was looked for.
@@ -281,19 +274,6 @@ void read_odml(aviin_handle *h) {
 
 }  // namespace
 
-namespace {
-
-// A refusal of the header list itself, not of one of its streams.
-void refuse_hdrl(aviin_handle *h, uint32_t code, int64_t offset, uint32_t id) {
-    kelq::open_refusal seen;
-    seen.code = code;
-    seen.offset = offset;
-    seen.id = id;
-    kelq::note_refusal(h, seen);
-}
-
-}  // namespace
-
 namespace kelq {
 
 void read_strl(aviin_handle *h, uint32_t swapped_ids) {
@@ -313,7 +293,7 @@ void read_hdrl(aviin_handle *h, uint32_t swapped_ids) {
     const uint32_t first = next_chunk_in_list(hdrl);
     hdrl->status |= static_cast<uint32_t>(end_of_list(hdrl));
     if (!fourCC_equal(first, id_avih)) hdrl->status |= 1;
-    if (hdrl->status != 0) return refuse_hdrl(h, AVIIN_REFUSED_NO_AVIH, hdrl->start, id_list);
+    if (hdrl->status != 0) return kelq::note_refusal(h, AVIIN_REFUSED_NO_AVIH, hdrl->start, id_list);
     read_header_avih(&h->main_header, hdrl->stream);
     while (hdrl->status == 0 && !end_of_list(hdrl)) {
         if (!fourCC_equal(next_chunk_in_list(hdrl), id_list)) continue;
@@ -321,7 +301,7 @@ void read_hdrl(aviin_handle *h, uint32_t swapped_ids) {
         list_node *child = new_list(hdrl, hdrl->stream);
         if (child == nullptr) {
             hdrl->status |= 1;
-            return refuse_hdrl(h, AVIIN_REFUSED_CUT_SHORT, child_pos, id_list);
+            return kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, child_pos, id_list);
         }
         h->current_list = child;
         if (fourCC_equal(child->type, id_strl)) {

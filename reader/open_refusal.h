@@ -21,9 +21,11 @@ struct open_refusal {
     int error = 0;        // errno of a failed open or read
 };
 
-// Notes a refusal on h's record, unless one is noted already. When the
-// stream reports a read error, that error is the cause, whatever the check.
-void note_refusal(aviin_handle *h, const open_refusal &seen);
+// Notes a refusal on h's record, with what the check saw (see open_refusal),
+// unless one is noted already. When the stream reports a read error, that
+// error is the cause, whatever the check.
+void note_refusal(aviin_handle *h, uint32_t code, int64_t offset, uint64_t size = 0, uint32_t id = 0,
+                  int32_t stream = -1, uint64_t limit = 0);
 
 // Writes the words for r into text (cut to fit, NUL-terminated).
 void refusal_text(const open_refusal &r, char *text, size_t text_size);

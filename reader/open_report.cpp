@@ -117,14 +117,19 @@ void file_text(const open_refusal &r, char *text, size_t n) {
 
 namespace kelq {
 
-void note_refusal(aviin_handle *h, const open_refusal &seen) {
-    open_refusal *record = h->refusal;
-    if (record == nullptr || record->code != AVIIN_OPEN_OK) return;
-    *record = seen;
-    if (h->file != nullptr && std::ferror(h->file) != 0) {
-        record->code = AVIIN_REFUSED_READ_ERROR;
-        record->error = errno;
-    }
+void note_refusal(aviin_handle *h, uint32_t code, int64_t offset, uint64_t size, uint32_t id, int32_t stream,
+                  uint64_t limit) {
+    open_refusal *r = h->refusal;
+    if (r == nullptr || r->code != AVIIN_OPEN_OK) return;
+    const int error = errno;
+    const bool read_error = h->file != nullptr && std::ferror(h->file) != 0;
+    r->code = read_error ? AVIIN_REFUSED_READ_ERROR : code;
+    r->offset = offset;
+    r->size = size;
+    r->id = id;
+    r->stream = stream;
+    r->limit = limit;
+    r->error = read_error || code == AVIIN_REFUSED_CANNOT_OPEN ? error : 0;
 }
 
 void refusal_text(const open_refusal &r, char *text, size_t text_size) {

@@ -24,12 +24,10 @@ aviin_handle *fail_open(aviin_handle *h) {
     return nullptr;
 }
 
-// The file cannot be opened: the system's reason is noted (none for a null path).
+// The file cannot be opened: the system's reason (errno) is noted.
 aviin_handle *fail_to_open(aviin_handle *h, const char *path) {
-    kelq::open_refusal seen;
-    seen.code = AVIIN_REFUSED_CANNOT_OPEN;
-    seen.error = path != nullptr ? errno : EINVAL;
-    kelq::note_refusal(h, seen);
+    if (path == nullptr && h->refusal != nullptr) errno = EINVAL;
+    kelq::note_refusal(h, AVIIN_REFUSED_CANNOT_OPEN, -1);
     return fail_open(h);
 }
 
@@ -71,21 +69,11 @@ void scan_menu_form(aviin_handle *h, FILE *f, int64_t form_end) {
     }
 }
 
-// Notes a refusal of the open with what the check saw.
-void refuse(aviin_handle *h, uint32_t code, int64_t offset, uint64_t size = 0, uint32_t id = 0) {
-    kelq::open_refusal seen;
-    seen.code = code;
-    seen.offset = offset;
-    seen.size = size;
-    seen.id = id;
-    kelq::note_refusal(h, seen);
-}
-
 // The scan found no id or size at cursor: at 0 the file is too short for
 // any header, later its top-level chunks end early. Returns false.
 bool refuse_scan(aviin_handle *h, int64_t cursor, int64_t file_size) {
-    if (cursor == 0) refuse(h, AVIIN_REFUSED_NOT_RIFF, 0, static_cast<uint64_t>(file_size));
-    else refuse(h, AVIIN_REFUSED_CUT_SHORT, cursor, static_cast<uint64_t>(file_size - cursor));
+    if (cursor == 0) kelq::note_refusal(h, AVIIN_REFUSED_NOT_RIFF, 0, static_cast<uint64_t>(file_size));
+    else kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, cursor, static_cast<uint64_t>(file_size - cursor));
     return false;
 }
 
@@ -127,13 +115,13 @@ list_node *enter_first_form(aviin_handle *h, FILE *f) {
 bool is_avi_form(aviin_handle *h, FILE *f, const list_node *riff) {
     if (riff != nullptr && (fourCC_equal(riff->id, id_riff) || fourCC_equal(riff->id, id_mrif))) {
         if (fourCC_equal(riff->type, type_avi)) return true;
-        refuse(h, AVIIN_REFUSED_NOT_AVI, 0, 0, riff->type);
+        kelq::note_refusal(h, AVIIN_REFUSED_NOT_AVI, 0, 0, riff->type);
         return false;
     }
     uint32_t first_id = 0;
     const int64_t length = kelq::file_length(f);
     if (file_seek(f, 0, 0) == 0) read_fourCC(&first_id, f);
-    refuse(h, AVIIN_REFUSED_NOT_RIFF, 0, static_cast<uint64_t>(length > 0 ? length : 0), first_id);
+    kelq::note_refusal(h, AVIIN_REFUSED_NOT_RIFF, 0, static_cast<uint64_t>(length > 0 ? length : 0), first_id);
     return false;
 }
 
@@ -165,7 +153,7 @@ bool read_form_list(aviin_handle *h, list_node *list, uint32_t swapped_ids) {
         kelq::read_hdrl(h, swapped_ids);
         if (h->current_list->status == 0) return true;
         // A read inside the list found no bytes, unless a check noted otherwise.
-        refuse(h, AVIIN_REFUSED_CUT_SHORT, list->start, 0, list->type);
+        kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, list->start, 0, list->type);
         return false;
     }
     return true;
@@ -176,7 +164,7 @@ bool read_form_list(aviin_handle *h, list_node *list, uint32_t swapped_ids) {
 // file, where the walk's end test stopped it.
 bool refuse_no_movi(aviin_handle *h, const list_node *riff, int64_t pos, uint32_t id) {
     const bool carried = riff->status == 0 && riff->next_pos < riff->start + static_cast<int64_t>(riff->size);
-    refuse(h, AVIIN_REFUSED_NO_MOVI, carried ? pos : -1, 0, id);
+    kelq::note_refusal(h, AVIIN_REFUSED_NO_MOVI, carried ? pos : -1, 0, id);
     return false;
 }
 
@@ -196,14 +184,14 @@ bool walk_header_lists(aviin_handle *h, list_node *riff, uint32_t swapped_ids) {
         if (!fourCC_equal(id, id_list)) continue;
         list_node *list = new_list(riff, f);
         if (list == nullptr) {
-            refuse(h, AVIIN_REFUSED_CUT_SHORT, pos, 0, id);
+            kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, pos, 0, id);
             return false;
         }
         last_id = list->type;
         h->current_list = list;
         if (fourCC_equal(list->type, type_movi)) {
             if (list->status == 0 && !end_of_list(list)) return true;
-            refuse(h, AVIIN_REFUSED_EMPTY_MOVI, list->start, list->size);
+            kelq::note_refusal(h, AVIIN_REFUSED_EMPTY_MOVI, list->start, list->size);
             return false;
         }
         if (!read_form_list(h, list, swapped_ids)) return false;
