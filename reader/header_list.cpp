@@ -29,7 +29,10 @@ void fail(aviin_handle *h, uint32_t code, uint64_t size = 0, uint64_t limit = 0,
 // The list ended, or could not be read, where a chunk was looked for.
 void fail_cut(aviin_handle *h) { fail(h, AVIIN_REFUSED_CUT_SHORT); }
 
-void fail_count(aviin_handle *h, uint32_t kind) { fail(h, AVIIN_REFUSED_TOO_MANY_STREAMS, 0, kelq::max_streams_per_kind, kind); }
+// A stream of a kind whose table is full.
+void fail_count(aviin_handle *h, uint32_t kind) {
+    fail(h, AVIIN_REFUSED_TOO_MANY_STREAMS, 0, kelq::max_streams_per_kind, kind);
+}
 
 // Id of the chunk at the stream's position, without moving; 1 when the
 // look-ahead could not read or seek.
@@ -187,12 +190,14 @@ void bitmap_caption_path(aviin_handle *h, kelq::stream_entry &s, const video_for
     copy_picture_fields(e, s.header, vf);
 }
 
-// Why a video format chunk (at format_pos) was not taken: longer than its
-// header says (refused unless long formats are allowed), shorter, or cut off.
+// Why a video format chunk (at format_pos) was not taken: cut off by the end
+// of the file, or longer than its header says (refused unless long formats
+// are allowed), or shorter.
 void fail_video_format(aviin_handle *h, const video_format &vf, int64_t format_pos) {
+    FILE *f = stream_of(h);
     uint32_t size = 0;
-    if (h->refusal == nullptr || file_seek(stream_of(h), format_pos + 4, 0) != 0 || read_val32(&size, stream_of(h)) != 0)
-        return fail_cut(h);
+    if (h->refusal == nullptr || file_eof(f) != 0 || file_seek(f, format_pos + 4, 0) != 0 || read_val32(&size, f) != 0)
+        return fail(h, AVIIN_REFUSED_BAD_STREAM_FORMAT);
     const bool long_taken = kelq::tolerates(h, AVIIN_TOLERATE_LONG_VIDEO_FORMAT) && size > kelq::strf_video_size;
     if (size > vf.size && !long_taken) return fail(h, AVIIN_REFUSED_LONG_FORMAT, size, vf.size);
     if (size < vf.size) return fail(h, AVIIN_REFUSED_BAD_STREAM_FORMAT, size, vf.size);
@@ -261,7 +266,8 @@ void text_path(aviin_handle *h, kelq::stream_entry &s) {
 // The strl list does not begin with a readable "strh": which id is there.
 void fail_stream_header(aviin_handle *h) {
     uint32_t id = 0;
-    if (h->refusal != nullptr && file_seek(stream_of(h), h->current_list->start + 12, 0) == 0) read_fourCC(&id, stream_of(h));
+    FILE *f = stream_of(h);
+    if (h->refusal != nullptr && file_seek(f, h->current_list->start + 12, 0) == 0) read_fourCC(&id, f);
     fail(h, AVIIN_REFUSED_BAD_STREAM_HEADER, 0, 0, id);
 }
 

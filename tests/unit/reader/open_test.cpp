@@ -91,6 +91,8 @@ TEST(Open, RefusesWhatIsNotAnAviFormAndSaysWhy) {
          AVIIN_REFUSED_BAD_STREAM_HEADER, "stream 0 has no stream header (strh)"},
         {"video format shorter than its header says", video_with(byte_image().chunk("strf", byte_image().u32(44).fill(36))),
          AVIIN_TOLERATE_ALL, AVIIN_REFUSED_BAD_STREAM_FORMAT, "holds 40 bytes, but its header says 44"},
+        {"video format cut by the end of the file", avi_form(hdrl({strl(byte_image().append(video_head).id("strf").u32(40))})),
+         0, AVIIN_REFUSED_BAD_STREAM_FORMAT, "stream 0's stream format (strf) is cut short by the end of the file"},
         {"video format with bytes after its header", long_format, 0, AVIIN_REFUSED_LONG_FORMAT,
          "stream 0's video format has 4 bytes after its 40-byte header"},
         {"long bitmap caption format, tolerant", video_with(strf_video_chunk(64, 48, "KQSB", 2)), AVIIN_TOLERATE_ALL,
