@@ -118,6 +118,7 @@ bool is_avi_form(aviin_handle *h, FILE *f, const list_node *riff) {
         kelq::note_refusal(h, AVIIN_REFUSED_NOT_AVI, 0, 0, riff->type);
         return false;
     }
+    if (h->refusal == nullptr) return false;
     uint32_t first_id = 0;
     const int64_t length = kelq::file_length(f);
     if (file_seek(f, 0, 0) == 0) read_fourCC(&first_id, f);
