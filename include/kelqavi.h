@@ -418,6 +418,56 @@ KELQAVI_API aviin_handle *aviin_open_tolerant(const char *path, uint32_t swapped
  * entry of the stream asked for counted as a frame. Needed bits stay set for
  * the handle's life. Either pointer may be null. 1 only for a null h. */
 KELQAVI_API int aviin_get_tolerances(aviin_handle *h, uint32_t *allowed, uint32_t *needed);
+
+/* Why a file does not open. aviin_open_report opens the file exactly as
+ * aviin_open_tolerant(path, swapped_ids, tolerances) does (0 for the
+ * tolerances gives aviin_open's result), then releases everything it took,
+ * and returns AVIIN_OPEN_OK when that open succeeds, else the code of the
+ * first check it failed:
+ *   NO_MEMORY          an allocation failed.
+ *   CANNOT_OPEN        the file cannot be opened (the text is the system's
+ *                      reason, "No such file or directory").
+ *   READ_ERROR         the system reported an error while reading.
+ *   CUT_SHORT          a chunk or list the open needs ends with the file: a
+ *                      top-level chunk header, a list header or the chunks
+ *                      of a stream's "strl" list.
+ *   NOT_RIFF           the file is empty, shorter than a RIFF header, or its
+ *                      first chunk is neither "RIFF" nor "MRIF".
+ *   NOT_AVI            its first form's type is not "AVI ".
+ *   NO_AVIH            its "hdrl" list is empty or does not begin with "avih".
+ *   BAD_STREAM_HEADER  a "strl" list does not begin with a readable "strh".
+ *   BAD_STREAM_FORMAT  a stream's "strf" cannot be read, or a video format
+ *                      chunk is shorter than its header says.
+ *   LONG_FORMAT        a video format longer than its header, refused
+ *                      without AVIIN_TOLERATE_LONG_VIDEO_FORMAT (and for
+ *                      bitmap captions always).
+ *   BAD_STREAM_NAME    a "strn" size with bit 15 set, which no name block
+ *                      can take.
+ *   TOO_MANY_STREAMS   a 20th "strl" list, or a 13th stream of a kind.
+ *   NO_MOVI            the first form has no "movi" list before its end, or
+ *                      its walk left the file before one.
+ *   EMPTY_MOVI         the first "movi" list holds no chunk.
+ * A missing "hdrl" is no refusal: such a file opens with no streams.
+ * reason, when not null and reason_size is not 0, receives one line saying
+ * why in words ("its 'movi' list is empty (size 4)"; empty for
+ * AVIIN_OPEN_OK), NUL-terminated and cut to reason_size - 1 bytes. */
+#define AVIIN_OPEN_OK 0u
+#define AVIIN_REFUSED_NO_MEMORY 1u
+#define AVIIN_REFUSED_CANNOT_OPEN 2u
+#define AVIIN_REFUSED_READ_ERROR 3u
+#define AVIIN_REFUSED_CUT_SHORT 4u
+#define AVIIN_REFUSED_NOT_RIFF 5u
+#define AVIIN_REFUSED_NOT_AVI 6u
+#define AVIIN_REFUSED_NO_AVIH 7u
+#define AVIIN_REFUSED_BAD_STREAM_HEADER 8u
+#define AVIIN_REFUSED_BAD_STREAM_FORMAT 9u
+#define AVIIN_REFUSED_LONG_FORMAT 10u
+#define AVIIN_REFUSED_BAD_STREAM_NAME 11u
+#define AVIIN_REFUSED_TOO_MANY_STREAMS 12u
+#define AVIIN_REFUSED_NO_MOVI 13u
+#define AVIIN_REFUSED_EMPTY_MOVI 14u
+KELQAVI_API uint32_t aviin_open_report(const char *path, uint32_t swapped_ids, uint32_t tolerances, char *reason,
+                                       size_t reason_size);
 /* The bytes of a video stream's format past its 40-byte header (taken only
  * under AVIIN_TOLERATE_LONG_VIDEO_FORMAT); stream as for
  * aviin_get_video_format: a stream number of the current segment. *data

@@ -9,6 +9,8 @@
 
 namespace kelq {
 
+struct open_refusal;
+
 constexpr int max_stream_slots = 20;     // the 20th "strl" list is refused
 constexpr int max_streams_per_kind = 12;
 constexpr int indx_header_size = 24;
@@ -91,12 +93,17 @@ struct aviin_handle {
     int64_t idx1_checked_pos;
     int64_t idx1_checked_movi;
     bool idx1_from_file_start;
+    // Where the open path notes why it refuses the file; null outside an
+    // open that asks for the reason.
+    kelq::open_refusal *refusal;
 };
 
 namespace kelq {
 
-// Opens a reader with the given tolerances (already masked to the known ones).
-aviin_handle *open_reader(const char *path, uint32_t swapped_ids, uint32_t tolerances);
+// Opens a reader with the given tolerances (already masked to the known
+// ones). When refusal is not null, a refused open notes why there.
+aviin_handle *open_reader(const char *path, uint32_t swapped_ids, uint32_t tolerances,
+                          open_refusal *refusal = nullptr);
 
 inline FILE *reader_stream(const aviin_handle *h) {
     return h != nullptr && h->current_list != nullptr ? h->current_list->stream : nullptr;

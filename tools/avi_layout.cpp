@@ -14,36 +14,24 @@ namespace {
 const uint32_t id_riff = make_fourCC("RIFF");
 const uint32_t id_mrif = make_fourCC("MRIF");
 const uint32_t id_list = make_fourCC("LIST");
-const uint32_t id_avih = make_fourCC("avih");
 const uint32_t id_strh = make_fourCC("strh");
-const uint32_t id_strf = make_fourCC("strf");
 const uint32_t id_strn = make_fourCC("strn");
 const uint32_t id_strd = make_fourCC("strd");
 const uint32_t id_indx = make_fourCC("indx");
 const uint32_t id_idx1 = make_fourCC("idx1");
 const uint32_t id_idx1_swapped = make_fourCC("1idx");
-const uint32_t type_avi = make_fourCC("AVI ");
 const uint32_t type_hdrl = make_fourCC("hdrl");
 const uint32_t type_strl = make_fourCC("strl");
 const uint32_t type_odml = make_fourCC("odml");
 const uint32_t type_movi = make_fourCC("movi");
 const uint32_t type_kmnu = make_fourCC("KMNU");
-const uint32_t stream_vids = make_fourCC("vids");
-const uint32_t stream_auds = make_fourCC("auds");
-const uint32_t stream_txts = make_fourCC("txts");
-const uint32_t compression_bitmap_caption = make_fourCC("KQSB");
 
 constexpr int64_t chunk_header_size = 8;
 constexpr int64_t list_header_size = 12;
-constexpr uint32_t avih_size = 56;
 constexpr uint32_t indx_header_size = 24;  // after the chunk's size field
 constexpr uint32_t super_entry_size = 16;
 constexpr size_t name_limit = 4096;       // longer names are shown cut
 constexpr size_t super_entry_limit = 65536;  // a super index written by anyone holds far fewer
-
-// The reader's limits: the 20th strl list and the 13th stream of a kind are refused.
-constexpr size_t reader_stream_limit = 19;
-constexpr int reader_kind_limit = 12;
 
 // The RIFF-layer reads on one stream, every one bounded by the file's size.
 class layout_reader {
@@ -137,17 +125,7 @@ void read_stream_list(layout_reader &r, int64_t begin, int64_t end, stream_list 
         if (fourCC_equal(id, id_strh) && !s.has_strh) {
             s.has_strh = true;
             r.seek(pos);
-            s.strh_ok = read_header_strh(&s.strh, f) == 0 && pos + chunk_header_size + avih_size <= r.size();
-        } else if (fourCC_equal(id, id_strf) && !s.has_strf) {
-            s.has_strf = true;
-            s.strf_size = size;
-            r.seek(pos);
-            if (s.has_strh && fourCC_equal(s.strh.type, stream_vids))
-                s.strf_ok = read_header_strf_video(&s.video, f) == 0;
-            else if (s.has_strh && fourCC_equal(s.strh.type, stream_auds))
-                s.strf_ok = read_header_strf_audio(&s.audio, f) == 0;
-            else
-                s.strf_ok = true;
+            read_header_strh(&s.strh, f);
         } else if (fourCC_equal(id, id_strn) && !s.has_name) {
             s.has_name = true;
             const int64_t length = std::min<int64_t>({size, static_cast<int64_t>(name_limit),
@@ -158,41 +136,21 @@ void read_stream_list(layout_reader &r, int64_t begin, int64_t end, stream_list 
         } else if (fourCC_equal(id, id_strd) && !s.has_strd) {
             s.has_strd = true;
             if (r.seek(pos + 12)) read_val32(&s.strd_size, f);
-            if (s.seek_past_end.offset < 0 && pos + 16 + static_cast<int64_t>(s.strd_size) > r.size())
-                s.seek_past_end = {pos, id, s.strd_size, 0};
         } else if (fourCC_equal(id, id_indx) && !s.has_indx) {
             s.has_indx = true;
             read_super_index(r, pos, size, s.indx);
-            if (s.seek_past_end.offset < 0 && pos + chunk_header_size + static_cast<int64_t>(size) >= r.size())
-                s.seek_past_end = {pos, id, size, 0};
         }
         return true;
     });
 }
 
-// Notes the chunk when the step past it goes beyond the end of its list
-// (list_end, as the list's size says) and lands at or beyond the end of the
-// file.
-void note_overrun(const layout_reader &r, overrun &o, int64_t list_end, int64_t pos, uint32_t id, uint32_t size,
-                  uint32_t list_type) {
-    const int64_t next = pos + chunk_header_size + padEven(size);
-    if (o.offset >= 0 || next <= list_end || next < r.size()) return;
-    o.offset = pos;
-    o.id = id;
-    o.size = size;
-    o.list_type = list_type;
-}
-
 void read_header_list(layout_reader &r, int64_t begin, int64_t end, riff_form &form) {
     bool first = true;
     r.for_each_chunk(begin, end, [&](int64_t pos, uint32_t id, uint32_t size, uint32_t list_type) {
-        note_overrun(r, form.hdrl_overrun, end, pos, id, size, list_type);
         if (first) {
             first = false;
-            if (fourCC_equal(id, id_avih) && size >= avih_size && pos + chunk_header_size + avih_size <= r.size()) {
-                r.seek(pos);
-                form.has_avih = read_header_avih(&form.avih, r.stream()) == 0;
-            }
+            r.seek(pos);
+            form.has_avih = read_header_avih(&form.avih, r.stream()) == 0;
         }
         if (fourCC_equal(id, id_list) && fourCC_equal(list_type, type_strl)) {
             stream_list s;
@@ -217,10 +175,6 @@ void read_form(layout_reader &r, riff_form &form) {
     form.menu_form = fourCC_equal(r.fourcc_at(form.offset + 20), type_kmnu) != 0;
     if (form.size < 4) return;
     r.for_each_chunk(begin, form.end, [&](int64_t pos, uint32_t id, uint32_t size, uint32_t list_type) {
-        const bool movi = fourCC_equal(id, id_list) && fourCC_equal(list_type, type_movi);
-        if (!form.has_movi && !movi)
-            note_overrun(r, form.form_overrun, form.offset + chunk_header_size + static_cast<int64_t>(form.size), pos, id,
-                         size, list_type);
         if (fourCC_equal(id, id_list) && fourCC_equal(list_type, type_hdrl) && !form.has_hdrl) {
             form.has_hdrl = true;
             read_header_list(r, pos + list_header_size, pos + chunk_header_size + static_cast<int64_t>(size), form);
@@ -278,7 +232,6 @@ bool scan_layout(const char *path, bool with_idx1, uint32_t swapped_ids, avi_lay
         return false;
     }
     layout_reader r(f, layout.file_size);
-    layout.first_id = r.fourcc_at(0);
     // The top-level chunks, stepped as the reader's own scan steps them: by
     // the size as stored, with no pad byte, so the forms found are the
     // segments it counts.
@@ -294,12 +247,7 @@ bool scan_layout(const char *path, bool with_idx1, uint32_t swapped_ids, avi_lay
             form.numbered = !first_mrif;
             layout.forms.push_back(form);
         } else if (!have_size) {
-            // One to four bytes left where a chunk header should begin: the
-            // reader's scan fails on the missing size.
-            layout.top_level_cut = cursor;
             break;
-        } else {
-            ++layout.other_top_level;
         }
         cursor += static_cast<int64_t>(size) + chunk_header_size;
     }
@@ -316,79 +264,15 @@ bool scan_layout(const char *path, bool with_idx1, uint32_t swapped_ids, avi_lay
     return true;
 }
 
-std::string refusal_reason(const avi_layout &layout, uint32_t tolerances) {
-    if (layout.file_size == 0) return "the file is empty";
-    if (layout.file_size >= 4 && !fourCC_equal(layout.first_id, id_riff) && !fourCC_equal(layout.first_id, id_mrif))
-        return "it is not a RIFF file (it begins with '" + fourcc_text(layout.first_id) + "')";
-    if (layout.file_size < list_header_size)
-        return "it is too short for a RIFF header (" + std::to_string(layout.file_size) + " bytes)";
-    if (layout.forms.empty() || layout.forms[0].offset != 0) return "its first form cannot be read";
-    const riff_form &form = layout.forms[0];
-    if (layout.top_level_cut >= 0)
-        return "its top-level chunks end " + std::to_string(layout.file_size - layout.top_level_cut) +
-               " bytes before the end of the file, too few for a chunk header (at offset " +
-               std::to_string(layout.top_level_cut) + ")";
-    if (!fourCC_equal(form.type, type_avi)) return "it is a RIFF '" + fourcc_text(form.type) + "' form, not 'AVI '";
-
-    // "chunk 'strl' at 88 claims 3287662418 bytes": where a walk is carried off the file.
-    const auto overrun_words = [&](const overrun &o, const char *where) {
-        std::string chunk = "'" + fourcc_text(o.id) + "'";
-        if (o.list_type != 0) chunk += " '" + fourcc_text(o.list_type) + "'";
-        return std::string("in ") + where + ", " + chunk + " at " + std::to_string(o.offset) + " claims " +
-               std::to_string(o.size) + " bytes, which carries the reader's walk of that list past the end of the file";
-    };
-    if (form.has_hdrl) {
-        const overrun &o = form.hdrl_overrun;
-        if (o.offset >= 0 && !form.has_avih) return overrun_words(o, "the header list");
-        if (!form.has_avih) return "its header list does not begin with a main header (avih) of 56 bytes or more";
-        if (form.streams.size() > reader_stream_limit)
-            return "it has " + std::to_string(form.streams.size()) + " streams; the reader takes " +
-                   std::to_string(reader_stream_limit) + " at most";
-        int video = 0, audio = 0, bitmap = 0;
-        for (size_t i = 0; i < form.streams.size(); ++i) {
-            const stream_list &s = form.streams[i];
-            if (o.offset >= 0 && o.offset < s.offset) return overrun_words(o, "the header list");
-            const std::string which = "stream " + std::to_string(i);
-            if (!s.has_strh) return which + " has no stream header (strh)";
-            if (!s.strh_ok) return which + "'s stream header (strh) is shorter than 56 bytes or cut short";
-            const bool vids = fourCC_equal(s.strh.type, stream_vids);
-            const bool auds = fourCC_equal(s.strh.type, stream_auds);
-            if (!vids && !auds) continue;
-            if (!s.has_strf) return which + " has no stream format (strf)";
-            if (vids && s.strf_size > s.video.size && (tolerances & AVIIN_TOLERATE_LONG_VIDEO_FORMAT) == 0)
-                return which + "'s video format has " + std::to_string(s.strf_size - s.video.size) + " bytes after its " +
-                       std::to_string(s.video.size) + "-byte header (palette or codec data), which this reader does not accept";
-            if (vids && s.strf_size < s.video.size)
-                return which + "'s video format chunk holds " + std::to_string(s.strf_size) +
-                       " bytes, but its header says " + std::to_string(s.video.size);
-            if (!s.strf_ok) return which + "'s stream format (strf) is cut short by the end of the file";
-            const char *kind = nullptr;
-            if (auds && ++audio > reader_kind_limit) kind = "audio";
-            if (vids && fourCC_equal(s.video.compression, compression_bitmap_caption) && ++bitmap > reader_kind_limit)
-                kind = "bitmap caption";
-            if (vids && !fourCC_equal(s.video.compression, compression_bitmap_caption) && ++video > reader_kind_limit)
-                kind = "video";
-            if (kind != nullptr)
-                return "it has more than " + std::to_string(reader_kind_limit) + " " + kind + " streams (" + which +
-                       " is one too many)";
-            if (s.seek_past_end.offset >= 0) return overrun_words(s.seek_past_end, (which + "'s list").c_str());
-        }
-        if (o.offset >= 0) return overrun_words(o, "the header list");
-    }
-    if (form.form_overrun.offset >= 0) return overrun_words(form.form_overrun, "its first RIFF form");
-    if (!form.has_movi) return "its first RIFF form has no 'movi' list";
-    // The reader counts a list as over once its position reaches start + size,
-    // so a 'movi' of size 12 or less (one empty chunk at most) is empty to it.
-    if (form.movi_size <= 12) return "its 'movi' list is empty (size " + std::to_string(form.movi_size) + ")";
-    if (form.movi_offset + list_header_size >= layout.file_size)
-        return "its 'movi' list is cut off by the end of the file";
-    return "the reader does not accept its header lists";
-}
-
 aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout, read_mode mode) {
     aviin_handle *h = open_with_mode(path, swapped_ids, mode);
     if (h == nullptr) {
-        print_error("cannot open '%s': %s", path, refusal_reason(layout, mode.tolerances()).c_str());
+        // Opened again, only to be told why: a file that opens now has changed.
+        char reason[256];
+        if (aviin_open_report(path, swapped_ids, mode.tolerances(), reason, sizeof reason) != AVIIN_OPEN_OK)
+            print_error("cannot open '%s': %s", path, reason);
+        else
+            print_error("cannot read '%s': the file changed while it was being read", path);
         return nullptr;
     }
     // The reader took a first form that the RIFF layer did not find: the file

@@ -1,8 +1,8 @@
 // What the info and chunks commands learn about an AVI file with the RIFF
 // layer alone, on a stream of their own: the top-level forms in the order the
 // reader counts them, and inside each form its header list, 'movi' list,
-// idx1 and the OpenDML super indexes. The reader's handle is opaque and hands
-// out none of these; they also explain why the reader refuses a file.
+// idx1 and the OpenDML super indexes, which the reader's handle does not
+// hand out.
 #pragma once
 
 #include "kelqavi.h"
@@ -37,33 +37,17 @@ struct super_index {
     std::vector<super_index_entry> entries;  // those of the entries in use that lie inside the chunk
 };
 
-// A chunk whose size carries the walk of its list to the end of the file or
-// beyond: the reader's next step there has nothing to read.
-struct overrun {
-    int64_t offset = -1;  // -1: none
-    uint32_t id = 0, size = 0, list_type = 0;
-};
-
 // One 'strl' list, read chunk by chunk whatever their order.
 struct stream_list {
     int64_t offset = 0;
-    bool has_strh = false, strh_ok = false;
+    bool has_strh = false;
     avi_stream_header strh{};
-    bool has_strf = false;
-    uint32_t strf_size = 0;
-    bool strf_ok = false;  // the record reader of the stream's type accepted it
-    video_format video{};  // read for "vids" streams
-    audio_format audio{};  // read for "auds" streams
     bool has_name = false;
     std::string name;      // up to the first NUL
     bool has_strd = false;
     uint32_t strd_size = 0;  // data size inside the strd chunk
     bool has_indx = false;
     super_index indx;
-    // An indx or strd that the reader passes by seeking past its data, when
-    // that seek lands at or beyond the end of the file: the reader's walks of
-    // the enclosing lists then end there, before 'movi'.
-    overrun seek_past_end;
 };
 
 // A top-level chunk whose id is "RIFF", or the "MRIF" chunk that the reader
@@ -77,13 +61,11 @@ struct riff_form {
     bool menu_form = false;  // its first list is a "KMNU" menu list
 
     bool has_hdrl = false;
-    bool has_avih = false;  // the header list begins with an avih of at least 56 bytes
+    bool has_avih = false;  // the header list begins with an avih
     avi_main_header avih{};
     std::vector<stream_list> streams;
     bool has_dmlh = false;
     uint32_t dmlh_total_frames = 0;
-    overrun hdrl_overrun;  // the first such chunk in the header list
-    overrun form_overrun;  // the first such chunk among the form's own, before 'movi'
 
     bool has_movi = false;  // the first 'movi' list inside the form
     int64_t movi_offset = 0;
@@ -102,14 +84,11 @@ struct idx1_summary {
 
 struct avi_layout {
     int64_t file_size = 0;
-    uint32_t first_id = 0;          // the file's first four bytes
     // Every top-level "RIFF", found the way the reader's top-level scan finds
     // them: from offset 0, each chunk advances by its size field + 8, with no
     // pad byte. Its segment numbering follows this order. A first chunk
     // "MRIF" comes first too, unnumbered.
     std::vector<riff_form> forms;
-    uint64_t other_top_level = 0;   // top-level chunks that are not RIFF forms
-    int64_t top_level_cut = -1;     // where the scan met 1 to 4 bytes, too few for a chunk header
     idx1_summary idx1;              // of the first form's idx1, when asked for
 };
 
@@ -117,13 +96,9 @@ struct avi_layout {
 // error, when the file cannot be opened or read.
 bool scan_layout(const char *path, bool count_idx1, uint32_t swapped_ids, avi_layout &layout, std::string &error);
 
-// Why the reader refused a file whose layout is this: the first check of the
-// reader's that the file fails, as a phrase ("its first RIFF form has no
-// 'movi' list"). tolerances: those the reader was opened with.
-std::string refusal_reason(const avi_layout &layout, uint32_t tolerances = 0);
-
 // Opens the file as mode says (open_with_mode). When the reader refuses it,
-// prints "cannot open 'PATH': REASON" and returns null. A handle returned
+// prints "cannot open 'PATH': REASON", the reason aviin_open_report gives,
+// and returns null. A handle returned
 // stands on a file whose layout has its first form at layout.forms[0].
 aviin_handle *open_reader(const char *path, uint32_t swapped_ids, const avi_layout &layout, read_mode mode);
 
