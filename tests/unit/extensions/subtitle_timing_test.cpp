@@ -69,21 +69,6 @@ TEST(subtitle_span, parses_good_odd_and_malformed_text) {
     EXPECT_EQ(aviin_get_subtitle_duration(nullptr, text, nullptr, nullptr), 0);
 }
 
-TEST(subtitle_span, one_field_at_a_time) {
-    char text[] = "12:34-5";
-    char *cursor = text;
-    uint16_t v = 0;
-    ASSERT_EQ(kelq::getTimeValue(&cursor, ":", &v), 0);
-    EXPECT_EQ(v, 12);
-    EXPECT_EQ(text[2], '\0');
-    EXPECT_NE(kelq::getTimeValue(&cursor, ":", &v), 0);
-    EXPECT_EQ(cursor, text + 3) << "a failed field moves nothing";
-    EXPECT_EQ(v, 12);
-    ASSERT_EQ(kelq::getTimeValue(&cursor, "-", &v), 0);
-    EXPECT_EQ(v, 34);
-    EXPECT_STREQ(cursor, "5");
-}
-
 // Stream 0: video at 8 frames a second (125 ms a frame, exact in binary),
 // a key frame every second, 120 frames. Streams 1 and 2: bitmap subtitles,
 // each chunk stored just before the frame at its start time.

@@ -54,22 +54,6 @@ TEST(MainHeader, WritesLittleEndianAtAnyOffsetAndReadsBack) {
     }
 }
 
-TEST(MainHeader, FailedWritesAndNullRecords) {
-    FILE *ro = failing_write_stream();
-    ASSERT_NE(ro, nullptr);
-    EXPECT_EQ(write_header_avih(&sample_avih, ro), -1);
-    EXPECT_EQ(write_header_strh(&sample_strh, ro), 1);
-    std::fclose(ro);
-
-    temp_stream s(sample_avih_bytes);
-    EXPECT_EQ(write_header_avih(nullptr, s), -1);
-    EXPECT_EQ(write_header_strh(nullptr, s), 1);
-    EXPECT_EQ(read_header_avih(nullptr, s), 1);
-    EXPECT_EQ(read_header_strh(nullptr, s), 1);
-    EXPECT_EQ(s.tell(), 0);
-    EXPECT_EQ(s.contents(), sample_avih_bytes);
-}
-
 // An avih chunk holding the values 1..13, then `last` as the fourteenth
 // value, `extra` filler bytes and a following JUNK header.
 TEST(MainHeader, ReaderReadsWholeRecordWhateverTheIdAndSize) {

@@ -55,15 +55,9 @@ Record name(const char *text) {
             }};
 }
 
+// A stream header of the given type and frame rectangle.
 avi_stream_header stream_header(const char *type, int16_t right, int16_t bottom) {
-    avi_stream_header h{};
-    h.type = make_fourCC(type);
-    h.rate = 25;
-    h.length = 1000;
-    h.frame_left = -2;
-    h.frame_right = right;
-    h.frame_bottom = bottom;
-    return h;
+    return {0, make_fourCC(type), 0, 0, 0, 0, 0, 0, 25, 0, 1000, 0, 0, 0, -2, 0, right, bottom};
 }
 
 }  // namespace
