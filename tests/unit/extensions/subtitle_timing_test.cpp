@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "extensions/subtitle_timing.h"
@@ -59,9 +60,7 @@ TEST(subtitle_span, parses_good_odd_and_malformed_text) {
     };
     for (const auto &r : rows) {
         const parsed p = parse(r.text);
-        EXPECT_EQ(p.result, r.result) << r.text;
-        EXPECT_EQ(p.start, r.start) << r.text;
-        EXPECT_EQ(p.duration, r.duration) << r.text;
+        EXPECT_EQ(std::make_tuple(p.result, p.start, p.duration), std::make_tuple(r.result, r.start, r.duration)) << r.text;
     }
     EXPECT_EQ(parse(rows[0].text).after, "00|00|01|500|00|00|03|250|") << "NULs over the separators and at byte 25";
     EXPECT_EQ(aviin_get_subtitle_duration(nullptr, nullptr, nullptr, nullptr), 1);
@@ -167,10 +166,7 @@ TEST_F(shown_subtitle, at_each_frame) {
     ASSERT_NE(h.get(), nullptr);
     for (const auto &r : shown_rows) {
         SCOPED_TRACE(testing::Message() << "frame " << r.frame << ": " << r.why);
-        const shown got = at(h, &table, r.frame, r.stream);
-        EXPECT_EQ(got.result, 0);
-        EXPECT_EQ(got.offset, expected_offset(r.frame, r.expected));
-        EXPECT_EQ(got.duration, r.duration);
+        EXPECT_EQ(at(h, &table, r.frame, r.stream), (shown{0, expected_offset(r.frame, r.expected), r.duration}));
     }
 }
 

@@ -56,10 +56,10 @@ TEST(VideoFormat, ChunkSizeMustMatchBitmapHeaderSize) {
         temp_stream s(img.fill(4, 0xEE));
         auto r = filled<video_format>(0xA5);
         EXPECT_EQ(read_header_strf_video(&r, s), c.status);
+        EXPECT_EQ(s.tell(), 48);
         video_format expected = sample_video;
         expected.size = c.bi_size;
         EXPECT_EQ(r, expected);
-        EXPECT_EQ(s.tell(), 48);
     }
 }
 
