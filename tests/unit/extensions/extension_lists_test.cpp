@@ -26,30 +26,7 @@ byte_image list_file(const char *type, const byte_image &chunks, const byte_imag
     return byte_image().chunk("JUNK", byte_image().u32(0)).list("LIST", type, chunks).append(after);
 }
 
-std::string text(const uint8_t *data, int32_t size) {
-    return data == nullptr ? "(null)" : std::string(reinterpret_cast<const char *>(data), static_cast<size_t>(size));
-}
-
-// The blocks as the getters hand them over: the metadata payload, the menu chunk whole.
-std::string metadata(aviin_handle *h) {
-    uint8_t *data = nullptr;
-    int32_t size = 0;
-    aviin_get_metadata_info(h, &data, &size);
-    return text(data, size);
-}
-
-std::string menu(aviin_handle *h) {
-    uint8_t *data = nullptr;
-    int32_t size = 0;
-    aviin_get_menu_info(h, &data, &size);
-    return text(data, data == nullptr ? 0 : size + 8);
-}
-
-int32_t riff_count(aviin_handle *h) {
-    int32_t n = -1;
-    aviin_get_riff_count(h, &n);
-    return n;
-}
+const std::string none = "(none) size 0";
 
 bool is_menu_list(const char *type) { return std::string(type) == "KMNU"; }
 
@@ -64,13 +41,13 @@ TEST(ExtensionLists, ReadersTakeTheirBlocks) {
     const struct { const char *name, *type; byte_image chunks; std::string metadata, menu; int32_t segments; } rows[] = {
         {"payload", "KQDT",
          byte_image().chunk("JUNK", byte_image().text("abc")).chunk("MTDA", byte_image().text("hello"))
-             .chunk("MENU", byte_image().text("menu")), "hello", "(null)", 0},
-        {"last chunk skipped, none after the list", "KQDT", byte_image().chunk("JUNK", byte_image().u32(7)), "(null)", "(null)", 0},
+             .chunk("MENU", byte_image().text("menu")), "hello", none, 0},
+        {"last chunk skipped, none after the list", "KQDT", byte_image().chunk("JUNK", byte_image().u32(7)), none, none, 0},
         {"ids without case, the later one kept", "KQDT",
-         byte_image().chunk("MTDA", byte_image().text("first")).chunk("mtda", byte_image().text("second")), "second", "(null)", 0},
+         byte_image().chunk("MTDA", byte_image().text("first")).chunk("mtda", byte_image().text("second")), "second", none, 0},
         {"menu whole, MRIF counted", "KMNU",
          byte_image().chunk("MRIF", byte_image().u32(1)).append(menu_chunk).chunk("MRIF", byte_image())
-             .chunk("JUNK", byte_image().u16(0)), "(null)", text(menu_chunk.bytes().data(), 18), 2},
+             .chunk("JUNK", byte_image().u16(0)), none, whole(menu_chunk), 2},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
@@ -78,8 +55,8 @@ TEST(ExtensionLists, ReadersTakeTheirBlocks) {
         h->riff_count = 3;
         EXPECT_EQ(is_menu_list(r.type) ? kelq::read_kmnu(h) : kelq::read_kqdt(h), 1);
         EXPECT_EQ(h.tell(), list_at + 12 + static_cast<int64_t>(r.chunks.size())) << "just after the list";
-        EXPECT_EQ(metadata(h), r.metadata);
-        EXPECT_EQ(menu(h), r.menu);
+        EXPECT_EQ(block(aviin_get_metadata_info, h, true), r.metadata);
+        EXPECT_EQ(block(aviin_get_menu_info, h), r.menu);
         EXPECT_EQ(riff_count(h), 3 + r.segments);
     }
     // Reading a list without metadata clears what an earlier read left.
@@ -89,7 +66,7 @@ TEST(ExtensionLists, ReadersTakeTheirBlocks) {
     empty->metadata_size = 4;
     EXPECT_EQ(kelq::read_kqdt(empty), 1);
     EXPECT_EQ(empty->metadata_found, 0u);
-    EXPECT_EQ(metadata(empty), "(null)");
+    EXPECT_EQ(block(aviin_get_metadata_info, empty, true), none);
 }
 
 TEST(ExtensionLists, BlocksLargerThanTheFileAreRefused) {
@@ -108,7 +85,7 @@ TEST(ExtensionLists, BlocksLargerThanTheFileAreRefused) {
             EXPECT_EQ(is_menu ? kelq::read_kmnu(h) : kelq::read_kqdt(h), 1);
             EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(1));
             EXPECT_EQ(h.tell(), static_cast<int64_t>(good.size())) << "just after the list, not where the size points";
-            EXPECT_EQ((is_menu ? menu(h) : metadata(h)) != "(null)", size == fits);
+            EXPECT_EQ((is_menu ? block(aviin_get_menu_info, h) : block(aviin_get_metadata_info, h, true)) != none, size == fits);
         }
     }
 }
@@ -129,15 +106,15 @@ TEST(ExtensionLists, TruncationSweep) {
     const byte_image kqdt = byte_image().list("LIST", "KQDT", byte_image().chunk("MTDA", byte_image().text("metadata")));
     const byte_image menu_chunk = byte_image().chunk("MENU", byte_image().text("menu-data!"));
     const byte_image kmnu = byte_image().list("LIST", "KMNU", byte_image().chunk("MRIF", byte_image()).append(menu_chunk));
-    const byte_image whole = byte_image().append(kqdt).append(kmnu);
+    const byte_image both = byte_image().append(kqdt).append(kmnu);
     const size_t kmnu_at = kqdt.size();
-    for (size_t n = 0; n <= whole.size(); ++n) {
+    for (size_t n = 0; n <= both.size(); ++n) {
         SCOPED_TRACE(n);
-        hand_handle a(whole.head(n), 0), b(whole.head(n), static_cast<int64_t>(kmnu_at));
+        hand_handle a(both.head(n), 0), b(both.head(n), static_cast<int64_t>(kmnu_at));
         kelq::read_kqdt(a);
-        EXPECT_EQ(metadata(a), n >= kqdt.size() ? "metadata" : "(null)");
+        EXPECT_EQ(block(aviin_get_metadata_info, a, true), n >= kqdt.size() ? "metadata" : none);
         kelq::read_kmnu(b);
-        EXPECT_EQ(menu(b), n == whole.size() ? text(menu_chunk.bytes().data(), 18) : "(null)");
+        EXPECT_EQ(block(aviin_get_menu_info, b), n == both.size() ? whole(menu_chunk) : none);
         // The MRIF counts once its id and a first byte of its size are there.
         EXPECT_EQ(riff_count(b), n > kmnu_at + 16 ? 1 : 0);
     }

@@ -13,26 +13,6 @@ using namespace kelqtest;
 
 namespace {
 
-std::string text(const uint8_t *data, int64_t size) {
-    return data == nullptr ? "(none)" : std::string(reinterpret_cast<const char *>(data), static_cast<size_t>(size));
-}
-
-// The current menu-form chunk, whole, as aviin_get_menu_chunk hands it over.
-std::string current_menu(aviin_handle *h) {
-    uint8_t *data = nullptr;
-    int32_t size = 0;
-    if (aviin_get_menu_chunk(h, &data, &size) != 0) return "(failed)";
-    return data == nullptr ? "(none) size " + std::to_string(size) : text(data, size + 8);
-}
-
-int32_t riff_count(aviin_handle *h) {
-    int32_t n = -1;
-    aviin_get_riff_count(h, &n);
-    return n;
-}
-
-std::string whole(const byte_image &chunk) { return text(chunk.bytes().data(), static_cast<int64_t>(chunk.size())); }
-
 // The main AVI form, then three menu forms with a plain chunk between the
 // first two; the third has a head chunk before its "KMNU" list.
 struct menu_forms_file {
@@ -87,7 +67,7 @@ TEST(GetNextMenu, ScansFormsAndKeepsTheLastMenu) {
         if (r.start_form != skip) h->menu_form_pos = r.start_form;
         EXPECT_EQ(aviin_getNextMenu(h), r.result);
         if (r.count != skip) { EXPECT_EQ(riff_count(h), r.count); }
-        EXPECT_EQ(current_menu(h), r.menu);
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), r.menu);
         if (r.form_pos != skip) { EXPECT_EQ(h->menu_form_pos, r.form_pos); }
     }
     EXPECT_EQ(aviin_get_menu_chunk(nullptr, nullptr, nullptr), 1);
@@ -131,13 +111,13 @@ TEST(GotoNextMenu, StepsThroughTheFormThenRestoresThePosition) {
         f.as_scanned(h);
         for (const byte_image *menu : {&f.b, &f.c}) {
             EXPECT_EQ(aviin_goto_next_menu(h), 0);
-            EXPECT_EQ(current_menu(h), whole(*menu));
+            EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(*menu));
         }
         for (int i = 0; i < 2; ++i) {
             h.seek(7);
             EXPECT_EQ(aviin_goto_next_menu(h), 1);
             EXPECT_EQ(h.tell(), 7);
-            EXPECT_EQ(current_menu(h), whole(f.c));
+            EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(f.c));
         }
     }
 }
@@ -163,7 +143,7 @@ TEST(GotoNextMenu, NothingToStepFrom) {
         h.seek(5);
         EXPECT_EQ(aviin_goto_next_menu(h), 1);
         EXPECT_EQ(h.tell(), 5);
-        EXPECT_EQ(current_menu(h), "(none) size " + std::to_string(r.chunk_size)) << "no chunk taken";
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), "(none) size " + std::to_string(r.chunk_size)) << "no chunk taken";
     }
     EXPECT_EQ(aviin_goto_next_menu(nullptr), 1);
 }
@@ -180,11 +160,11 @@ TEST(MenuForms, ScanThenStepAcrossTheLastForm) {
     for (int scan = 0; scan < 2; ++scan) {
         SCOPED_TRACE(scan == 0 ? "first scan" : "a second scan starts stepping afresh");
         EXPECT_EQ(aviin_getNextMenu(h), 1);
-        EXPECT_EQ(current_menu(h), whole(m3));
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m3));
         EXPECT_EQ(aviin_goto_next_menu(h), 0);
-        EXPECT_EQ(current_menu(h), whole(m2));
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m2));
         EXPECT_EQ(aviin_goto_next_menu(h), 0);
-        EXPECT_EQ(current_menu(h), whole(m3));
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m3));
         EXPECT_EQ(aviin_goto_next_menu(h), 1);
     }
 }
@@ -206,7 +186,7 @@ TEST(MenuForms, TruncationSweep) {
         do {
             aviin_get_menu_chunk(h, &data, &size);
             if (data == nullptr) break;
-            EXPECT_EQ(text(data, 4), "MENU");
+            EXPECT_EQ(std::string(reinterpret_cast<const char *>(data), 4), "MENU");
             EXPECT_TRUE(occurs_in(f.image, data, static_cast<size_t>(size) + 8));
             h.seek(1);
         } while (aviin_goto_next_menu(h) == 0 && ++steps < 10);

@@ -12,22 +12,6 @@ using namespace kelqtest;
 
 namespace {
 
-// The block a getter hands over; with whole_chunk, the size leaves out the chunk header.
-std::string block(int (*get)(aviin_handle *, uint8_t **, int32_t *), aviin_handle *h, bool whole_chunk = true) {
-    uint8_t *data = nullptr;
-    int32_t size = 0;
-    if (get(h, &data, &size) != 0 || data == nullptr) return "(none) size " + std::to_string(size);
-    return std::string(reinterpret_cast<const char *>(data), static_cast<size_t>(size + (whole_chunk ? 8 : 0)));
-}
-
-std::string whole(const byte_image &chunk) { return std::string(chunk.bytes().begin(), chunk.bytes().end()); }
-
-int32_t riff_count(aviin_handle *h) {
-    int32_t n = -1;
-    aviin_get_riff_count(h, &n);
-    return n;
-}
-
 struct opened {
     explicit opened(const byte_image &image) : file(image), h(aviin_open(file.path(), 0)) {}
     ~opened() { aviin_close(h); }
@@ -58,7 +42,7 @@ TEST(MenuOpen, BlocksListsAndFormsOfAnExtendedFile) {
     image.append(avi_form(one_frame_movi(), "AVIX"));
     opened o(image);
     ASSERT_NE(o.h, nullptr);
-    EXPECT_EQ(block(aviin_get_metadata_info, o.h, false), "meta!!");
+    EXPECT_EQ(block(aviin_get_metadata_info, o.h, true), "meta!!");
     EXPECT_EQ(block(aviin_get_menu_info, o.h), whole(main_menu)) << "the menu block is the whole chunk";
     EXPECT_EQ(riff_count(o.h), 3 + 1 + 1) << "three forms, the MRIF of the form and that of the main menu list";
     EXPECT_EQ(o.h->menu_form_pos, form_at + 24);
