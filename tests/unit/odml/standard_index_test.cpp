@@ -104,25 +104,3 @@ TEST(StandardIndexEntry, TypeComesFromTheStreamsCursor) {
     }
     EXPECT_EQ(aviin_set_odml_cursor(nullptr, 0, nullptr), 1);
 }
-
-TEST(StandardIndexEntry, CrossCheckWithTheSuperIndexWalk) {
-    // The same entries read both ways: the sizes differ in bit 31 only, and
-    // the key flags come from different bits.
-    constexpr int64_t indx_at = 16;
-    const int64_t ix_pos = indx_at + static_cast<int64_t>(written_indx_bytes);
-    const byte_image ix = ix_file();
-    byte_image image;
-    image.fill(indx_at).append(indx_chunk("00dc", 1, {{static_cast<uint64_t>(ix_pos), 0, 4}}));
-    for (size_t i = ix_at; i < ix.size(); ++i) image.u8(ix.bytes()[i]);
-    hand_handle h(image);
-    h.seek(indx_at);
-    kelq::read_indx(h, 0);
-    for (uint32_t n = 0; n < 4; ++n) {
-        uint32_t type = 0, size = 0, key = 0;
-        ASSERT_EQ(aviin_get_indx_entry(h, n, 0, &type, &size, &key), 0);
-        const entry_out direct = get(h, n, 0, ix_pos);
-        EXPECT_EQ(size, direct.size & 0x7FFFFFFFu) << n;
-        EXPECT_EQ(key, (direct.size & 0x80000000u) != 0 ? 0u : 16u) << n;
-        EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
-    }
-}
