@@ -115,19 +115,13 @@ TEST(ChunkWrite, JunkEndsOnTheNextBoundary) {
         uint32_t status = 0;
         junk_pad(c.alignment, w.s, &status);
         EXPECT_EQ(status, 0u);
-        // The first boundary after the header; a full alignment when already on one.
-        const int64_t header_end = static_cast<int64_t>(c.at) + 8;
-        const int64_t end = (header_end / c.alignment + 1) * c.alignment;
-        EXPECT_EQ(file_tell(w.s), end);
-        const bytes b = w.s.contents();
-        ASSERT_EQ(static_cast<int64_t>(b.size()), end);
-        EXPECT_EQ(fourcc_text(u32_at(b, c.at)), "JUNK");
-        const uint32_t size = u32_at(b, c.at + 4);
-        EXPECT_EQ(size, static_cast<uint32_t>(end - header_end));
-        // "Kelq " repeated from the first filler byte, unbroken to the last.
-        size_t wrong = 0;
-        for (uint32_t i = 0; i < size; ++i) wrong += b[c.at + 8 + i] != static_cast<uint8_t>("Kelq "[i % 5]);
-        EXPECT_EQ(wrong, 0u);
+        // The first boundary after the header, a full alignment when already
+        // on one; "Kelq " repeated from the first filler byte to the last.
+        const size_t header_end = c.at + 8, end = (header_end / static_cast<size_t>(c.alignment) + 1) * c.alignment;
+        EXPECT_EQ(file_tell(w.s), static_cast<int64_t>(end));
+        byte_image expected = byte_image().fill(c.at, 0x5A).id("JUNK").u32(static_cast<uint32_t>(end - header_end));
+        for (size_t i = header_end; i < end; ++i) expected.u8("Kelq "[(i - header_end) % 5]);
+        EXPECT_EQ(w.s.contents(), expected.bytes());
     }
 }
 
