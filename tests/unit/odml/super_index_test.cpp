@@ -2,6 +2,7 @@
 // entries aviin_get_indx_entry finds through it.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "support/hand_handle.h"
@@ -102,36 +103,41 @@ TEST(ReadIndx, MovesPastTheChunkBySizeAsStored) {
 
 // Single entries through a super index of each kind: the standard index
 // holding the entry is found by the durations, its entries stepped by its
-// own width; the type follows the chunk id; bit 31 of the size says "not key".
+// own width; an indx of bIndexType 1 holds the entries itself; the type
+// follows the chunk id; bit 31 of the size says "not key".
 TEST(IndxEntry, SuperIndexLeadsToTheStandardIndexHoldingTheEntry) {
     constexpr uint32_t video = KELQAVI_CHUNK_VIDEO, audio = KELQAVI_CHUNK_AUDIO, failed = 0xDEAD;
-    const struct { const char *name, *chunk_id; uint32_t duration, longs, swapped, stream, n, size, key, type; } rows[] = {
-        {"second standard index", "00dc", 10, 2, 0, 0, 15, 305, 0, video},
-        {"bit 31 removed", "00dc", 10, 2, 0, 0, 3, 0x400, 0, video},
-        {"key frame", "00dc", 10, 2, 0, 0, 12, 302, 16, video},
-        {"twenty entries in all", "00dc", 10, 2, 0, 0, 20, failed, failed, failed},
-        {"the slot beyond nEntriesInUse unused", "00dc", 10, 2, 0, 0, 21, failed, failed, failed},
-        {"last entry number", "00dc", 10, 2, 0, 0, 0xFFFFFFFFu, failed, failed, failed},
-        {"no indx for stream 1", "00dc", 10, 2, 0, 1, 0, failed, failed, failed},
-        {"no slot", "00dc", 10, 2, 0, 20, 0, failed, failed, failed},
-        {"no slot either", "00dc", 10, 2, 0, 0xFFFFFFFFu, 0, failed, failed, failed},
-        // dwDuration of an audio super index counts bytes, yet is taken as the number of entries.
-        {"audio durations", "01wb", 3000, 2, 0, 1, 3000, 300, 16, audio},
-        {"audio, first index", "01wb", 3000, 2, 0, 1, 2, 202, 16, audio},
-        {"swapped ids", "dc07", 10, 2, 1, 7, 12, 302, 16, video},
-        {"swapped ids, plain handle", "dc07", 10, 2, 0, 7, 0, failed, failed, failed},
-        {"three longs per entry", "00dc", 10, 3, 0, 0, 7, 207, 16, video},
-        {"three longs, second index", "00dc", 10, 3, 0, 0, 19, 309 | non_key, 0, video},
+    const byte_image plain = two_level_index().image, wide = two_level_index("00dc", 10, 3).image;
+    // dwDuration of an audio super index counts bytes, yet is taken as the number of entries.
+    const byte_image sound = two_level_index("01wb", 3000).image, swapped = two_level_index("dc07").image;
+    const byte_image chunks = at_indx(indx_of_chunks("02wb", {{8, 10}, {26, 0x80000020u}, {70, 7}}));
+    const struct { const char *name; const byte_image &image; uint32_t swapped, stream, n, size, key, type; } rows[] = {
+        {"second standard index", plain, 0, 0, 15, 305, 0, video},
+        {"bit 31 removed", plain, 0, 0, 3, 0x400, 0, video},
+        {"key frame", plain, 0, 0, 12, 302, 16, video},
+        {"twenty entries in all", plain, 0, 0, 20, failed, failed, failed},
+        {"the slot beyond nEntriesInUse unused", plain, 0, 0, 21, failed, failed, failed},
+        {"last entry number", plain, 0, 0, 0xFFFFFFFFu, failed, failed, failed},
+        {"no indx for stream 1", plain, 0, 1, 0, failed, failed, failed},
+        {"no slot", plain, 0, 20, 0, failed, failed, failed},
+        {"no slot either", plain, 0, 0xFFFFFFFFu, 0, failed, failed, failed},
+        {"audio durations", sound, 0, 1, 3000, 300, 16, audio},
+        {"audio, first index", sound, 0, 1, 2, 202, 16, audio},
+        {"swapped ids", swapped, 1, 7, 12, 302, 16, video},
+        {"swapped ids, plain handle", swapped, 0, 7, 0, failed, failed, failed},
+        {"three longs per entry", wide, 0, 0, 7, 207, 16, video},
+        {"three longs, second index", wide, 0, 0, 19, 309 | non_key, 0, video},
+        {"chunk entries in the indx", chunks, 0, 2, 1, 0x20 | non_key, 0, audio},
+        {"last chunk entry", chunks, 0, 2, 2, 7, 16, audio},
+        {"past the chunk entries", chunks, 0, 2, 3, failed, failed, failed},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
-        hand_handle h(two_level_index(r.chunk_id, r.duration, static_cast<uint16_t>(r.longs)).image, -1, r.swapped);
+        hand_handle h(r.image, -1, r.swapped);
         read_indx_at(h, r.swapped);
         const entry_result e = get_entry(h, r.n, r.stream);
         EXPECT_EQ(e.status, r.size == failed ? 1 : 0);
-        EXPECT_EQ(e.size, r.size & ~non_key);
-        EXPECT_EQ(e.key, r.key);
-        EXPECT_EQ(e.type, r.type);
+        EXPECT_EQ(std::make_tuple(e.size, e.key, e.type), std::make_tuple(r.size & ~non_key, r.key, r.type));
     }
     // Every entry of the stream, and null outputs.
     const two_level_index idx;
@@ -145,19 +151,6 @@ TEST(IndxEntry, SuperIndexLeadsToTheStandardIndexHoldingTheEntry) {
     }
     EXPECT_EQ(aviin_get_indx_entry(nullptr, 0, 0, nullptr, nullptr, nullptr), 1);
     EXPECT_EQ(aviin_get_indx_entry(h, 4, 0, nullptr, nullptr, nullptr), 0) << "null outputs are allowed";
-}
-
-TEST(IndxEntry, IndexHoldingChunkEntriesItself) {
-    hand_handle h(at_indx(indx_of_chunks("02wb", {{8, 10}, {26, 0x80000020u}, {70, 7}})));
-    read_indx_at(h);
-    const entry_result e = get_entry(h, 1, 2);
-    EXPECT_EQ(e.status, 0);
-    EXPECT_EQ(e.type, static_cast<uint32_t>(KELQAVI_CHUNK_AUDIO));
-    EXPECT_EQ(e.size, 0x20u);
-    EXPECT_EQ(e.key, 0u);
-    EXPECT_EQ(get_entry(h, 2, 2).size, 7u);
-    EXPECT_EQ(get_entry(h, 2, 2).key, 16u);
-    EXPECT_EQ(get_entry(h, 3, 2).status, 1);
 }
 
 // Unknown index types and hostile super indexes: each lookup fails, quickly.
