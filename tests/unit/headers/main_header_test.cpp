@@ -98,15 +98,13 @@ TEST(MainHeader, TruncatedRecordsReadLeniently) {
     }
 }
 
-TEST(StreamHeader, WritesEveryFieldButTheOwnerWord) {
+// Every field but the owner word is written; the sample record's body after
+// each id and size reads the whole record back, signed frame values
+// included, and leaves the owner word alone.
+TEST(StreamHeader, ReaderConsumesExtraBytesAndChecksIdAndSize) {
     int result = -1;
     EXPECT_EQ(written(write_header_strh, &sample_strh, &result), sample_strh_bytes);
     EXPECT_EQ(result, 0);
-}
-
-// The sample record's body after each id and size: the whole record comes
-// back, signed frame values included, and the owner word is left alone.
-TEST(StreamHeader, ReaderConsumesExtraBytesAndChecksIdAndSize) {
     const struct { const char *id; uint32_t size; size_t extra; int status; long tell; } cases[] = {
         {"strh", 56, 0, 0, 64}, {"STRH", 56, 0, 0, 64}, {"StRh", 56, 0, 0, 64},
         {"strf", 56, 0, 1, 64},  // wrong id: reported, but the record is read

@@ -35,14 +35,12 @@ std::vector<uint8_t> strf_audio_bytes(uint8_t size, std::initializer_list<uint8_
 
 }  // namespace
 
-TEST(VideoFormat, WritesLiteralBytesAndReadsThemBack) {
+// The sample written as its literal bytes, then read after each id, chunk
+// size and biSize, with bytes after.
+TEST(VideoFormat, ChunkSizeMustMatchBitmapHeaderSize) {
     int result = -1;
     EXPECT_EQ(written(write_header_strf_video, &sample_video, &result), sample_video_bytes);
     EXPECT_EQ(result, 0);
-}
-
-// The sample's bytes after each id, chunk size and biSize, with bytes after.
-TEST(VideoFormat, ChunkSizeMustMatchBitmapHeaderSize) {
     const struct { const char *id; uint32_t size, bi_size; int status; } cases[] = {
         {"strf", 40, 40, 0}, {"junk", 40, 40, 0},  // the id is not compared
         {"strf", 44, 40, 1},                       // trailing bytes are reported, not read
