@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "kelqavi.h"
 #include "support/byte_image.h"
 
 namespace kelqtest {
@@ -30,6 +31,25 @@ inline byte_image menu_form_after_head(const byte_image &chunks, uint64_t positi
 inline bool occurs_in(const byte_image &image, const uint8_t *bytes, size_t count) {
     const auto &b = image.bytes();
     return std::search(b.begin(), b.end(), bytes, bytes + count) != b.end();
+}
+
+// A block as its getter (aviin_get_metadata_info, aviin_get_menu_info or
+// aviin_get_menu_chunk) hands it over: the chunk whole, header included,
+// unless payload_only; "(none) size N" when there is none.
+inline std::string block(int (*get)(aviin_handle *, uint8_t **, int32_t *), aviin_handle *h, bool payload_only = false) {
+    uint8_t *data = nullptr;
+    int32_t size = 0;
+    if (get(h, &data, &size) != 0) return "(failed)";
+    if (data == nullptr) return "(none) size " + std::to_string(size);
+    return std::string(reinterpret_cast<const char *>(data), static_cast<size_t>(size + (payload_only ? 0 : 8)));
+}
+
+inline std::string whole(const byte_image &chunk) { return std::string(chunk.bytes().begin(), chunk.bytes().end()); }
+
+inline int32_t riff_count(aviin_handle *h) {
+    int32_t n = -1;
+    aviin_get_riff_count(h, &n);
+    return n;
 }
 
 }  // namespace kelqtest

@@ -29,7 +29,7 @@ TEST(StandardIndexHeader, FieldsDecodeLittleEndian) {
 namespace {
 
 constexpr int64_t ix_at = 10;
-constexpr uint32_t bit24 = 0x01000000u;
+constexpr uint32_t bit24 = 0x01000000u, untouched = 0xDEAD;
 
 // A file holding one standard index chunk at ix_at.
 byte_image ix_file(const char *chunk_id = "00dc") {
@@ -43,7 +43,7 @@ byte_image ix_file(const char *chunk_id = "00dc") {
 
 struct entry_out {
     int status;
-    uint32_t type = 0xDEAD, size = 0xDEAD, key = 0xDEAD;
+    uint32_t type = untouched, size = untouched, key = untouched;
 };
 
 entry_out get(hand_handle &h, uint32_t n, uint32_t stream = 0, int64_t at = ix_at) {
@@ -52,91 +52,55 @@ entry_out get(hand_handle &h, uint32_t n, uint32_t stream = 0, int64_t at = ix_a
     return r;
 }
 
-// The cursor as an application makes it: the 24 bytes after the chunk's size, parsed.
-std_index_header *cursor_from_file(const byte_image &image) {
-    return avi2_parse_standard_index_chunk(image.bytes().data() + ix_at + 8);
-}
-
 }  // namespace
 
 TEST(StandardIndexEntry, SizeKeptWholeAndKeyFromOffsetBit24) {
     hand_handle h(ix_file());
-    const struct {
-        uint32_t size, key;
-    } expected[] = {{100, 1}, {200, 0}, {0x80000400u, 1}, {0x80000001u, 0}};
-    for (uint32_t n = 0; n < 4; ++n) {
+    const struct { uint32_t size, key; } expected[] = {{100, 1}, {200, 0}, {0x80000400u, 1}, {0x80000001u, 0}, {0, 1}};
+    for (uint32_t n = 0; n < 5; ++n) {  // the writer's spare room reads as zero entries
         const entry_out e = get(h, n);
         EXPECT_EQ(e.status, 0);
         EXPECT_EQ(e.size, expected[n].size) << n;
         EXPECT_EQ(e.key, expected[n].key) << n;
         EXPECT_EQ(h.tell(), ix_at + 32 + 8 * (n + 1)) << "left after the entry";
     }
-    // The writer's spare room reads as zero entries.
-    EXPECT_EQ(get(h, 4).size, 0u);
-}
-
-TEST(StandardIndexEntry, TypeComesFromTheStreamsCursor) {
-    const byte_image image = ix_file();
-    hand_handle h(image);
-    EXPECT_EQ(get(h, 0).type, 0u) << "no cursor set";
-    EXPECT_EQ(get(h, 0, 25).type, 0u) << "a stream without a slot has no cursor";
-    std_index_header *cursor = cursor_from_file(image);
-    ASSERT_NE(cursor, nullptr);
-    EXPECT_EQ(aviin_set_odml_cursor(h, 19, cursor), 0);
-    EXPECT_EQ(get(h, 1, 19).type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
-    EXPECT_EQ(get(h, 1, 19).size, 200u);
-    EXPECT_EQ(get(h, 1, 18).type, 0u);
-    EXPECT_EQ(aviin_set_odml_cursor(h, 20, cursor), 1);
-    EXPECT_EQ(aviin_set_odml_cursor(nullptr, 0, cursor), 1);
-    EXPECT_EQ(aviin_set_odml_cursor(h, 19, nullptr), 0);
-    EXPECT_EQ(get(h, 1, 19).type, 0u);
-    // The handle never frees the cursor: the application does.
-    std::free(cursor);
-}
-
-TEST(StandardIndexEntry, SwappedCursorIdNeedsSwappedHandle) {
-    const byte_image image = ix_file("wb04");
-    hand_handle plain(image), swapped(image, -1, 1);
-    std_index_header *cursor = cursor_from_file(image);
-    aviin_set_odml_cursor(plain, 4, cursor);
-    aviin_set_odml_cursor(swapped, 4, cursor);
-    EXPECT_EQ(get(plain, 0, 4).type, 0u);
-    EXPECT_EQ(get(swapped, 0, 4).type, static_cast<uint32_t>(KELQAVI_CHUNK_AUDIO));
-    std::free(cursor);
-}
-
-TEST(StandardIndexEntry, BadPositions) {
-    hand_handle h(ix_file());
     EXPECT_EQ(get(h, 0, 0, -100).status, 1) << "seek before the file's start";
     EXPECT_EQ(get(h, 0, 0, INT64_MAX).status, 1);
     // Past the end the seek succeeds: the status is 0 and nothing is read.
     const entry_out past = get(h, 1000);
     EXPECT_EQ(past.status, 0);
-    EXPECT_EQ(past.size, 0xDEADu);
-    EXPECT_EQ(past.key, 0xDEADu);
+    EXPECT_EQ(past.size + past.key, 2 * untouched);
     uint32_t type = 7;
     EXPECT_EQ(avi2_get_index_entry(ix_at, nullptr, 0, 0, &type, nullptr, nullptr), 1);
     EXPECT_EQ(avi2_get_index_entry(ix_at, h, 0, 0, nullptr, nullptr, nullptr), 0);
 }
 
-TEST(StandardIndexEntry, CrossCheckWithTheSuperIndexWalk) {
-    // The same entries read both ways: the sizes differ in bit 31 only, and
-    // the key flags come from different bits.
-    constexpr int64_t indx_at = 16;
-    const int64_t ix_pos = indx_at + static_cast<int64_t>(written_indx_bytes);
-    const byte_image ix = ix_file();
-    byte_image image;
-    image.fill(indx_at).append(indx_chunk("00dc", 1, {{static_cast<uint64_t>(ix_pos), 0, 4}}));
-    for (size_t i = ix_at; i < ix.size(); ++i) image.u8(ix.bytes()[i]);
-    hand_handle h(image);
-    h.seek(indx_at);
-    kelq::read_indx(h, 0);
-    for (uint32_t n = 0; n < 4; ++n) {
-        uint32_t type = 0, size = 0, key = 0;
-        ASSERT_EQ(aviin_get_indx_entry(h, n, 0, &type, &size, &key), 0);
-        const entry_out direct = get(h, n, 0, ix_pos);
-        EXPECT_EQ(size, direct.size & 0x7FFFFFFFu) << n;
-        EXPECT_EQ(key, (direct.size & 0x80000000u) != 0 ? 0u : 16u) << n;
-        EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
+// The type comes from the cursor the application set for the stream (the
+// chunk's own header, parsed), with swapped ids only on a swapped handle.
+TEST(StandardIndexEntry, TypeComesFromTheStreamsCursor) {
+    constexpr uint32_t no_cursor = 99, video = KELQAVI_CHUNK_VIDEO, audio = KELQAVI_CHUNK_AUDIO;
+    const struct { const char *name, *chunk_id; uint32_t swapped, cursor_stream, stream, type; int set_result; } rows[] = {
+        {"no cursor set", "00dc", 0, no_cursor, 0, 0, 0},
+        {"a stream without a slot has no cursor", "00dc", 0, no_cursor, 25, 0, 0},
+        {"the stream's cursor", "00dc", 0, 19, 19, video, 0},
+        {"another stream's cursor", "00dc", 0, 19, 18, 0, 0},
+        {"no slot to set", "00dc", 0, 20, 20, 0, 1},
+        {"swapped id, plain handle", "wb04", 0, 4, 4, 0, 0},
+        {"swapped id, swapped handle", "wb04", 1, 4, 4, audio, 0},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        const byte_image image = ix_file(r.chunk_id);
+        hand_handle h(image, -1, r.swapped);
+        std_index_header *cursor = avi2_parse_standard_index_chunk(image.bytes().data() + ix_at + 8);
+        ASSERT_NE(cursor, nullptr);
+        if (r.cursor_stream != no_cursor) { EXPECT_EQ(aviin_set_odml_cursor(h, r.cursor_stream, cursor), r.set_result); }
+        const entry_out e = get(h, 1, r.stream);
+        EXPECT_EQ(e.type, r.type);
+        EXPECT_EQ(e.size, 200u);
+        EXPECT_EQ(aviin_set_odml_cursor(h, r.stream, nullptr), r.stream < 20 ? 0 : 1);
+        EXPECT_EQ(get(h, 1, r.stream).type, 0u) << "cursor taken away";
+        std::free(cursor);  // the handle never frees the cursor: the application does
     }
+    EXPECT_EQ(aviin_set_odml_cursor(nullptr, 0, nullptr), 1);
 }

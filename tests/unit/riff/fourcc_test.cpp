@@ -55,22 +55,12 @@ TEST(FourCC, TextForms) {
 
 TEST(FourCC, EqualIgnoresAsciiCaseOnly) {
     struct { uint32_t a, b; int equal; } const cases[] = {
-        {cc("strh"), cc("STRH"), 1},
-        {cc("avih"), cc("AvIh"), 1},
-        {cc("AVI "), cc("avi "), 1},
-        {cc("00dc"), cc("00DC"), 1},
-        {cc("strh"), cc("strf"), 0},
-        {cc("strh"), cc("trhs"), 0},
-        {cc("LIST"), cc("RIFF"), 0},
+        {cc("strh"), cc("STRH"), 1}, {cc("avih"), cc("AvIh"), 1}, {cc("AVI "), cc("avi "), 1}, {cc("00dc"), cc("00DC"), 1},
+        {cc("strh"), cc("strf"), 0}, {cc("strh"), cc("trhs"), 0}, {cc("LIST"), cc("RIFF"), 0}, {cc("1234"), cc("1234"), 1},
         // Characters that differ by the case bit but are not letters.
-        {cc("a@cd"), cc("a`cd"), 0},
-        {cc("[abc"), cc("{abc"), 0},
-        {cc("1234"), cc("1234"), 1},
+        {cc("a@cd"), cc("a`cd"), 0}, {cc("[abc"), cc("{abc"), 0},
         // A NUL ends the comparison early.
-        {cc("ab\0c"), cc("AB\0d"), 1},
-        {cc("\0xyz"), cc("\0abc"), 1},
-        {cc("ab\0\0"), cc("abc\0"), 0},
-        {0, 0, 1},
+        {cc("ab\0c"), cc("AB\0d"), 1}, {cc("\0xyz"), cc("\0abc"), 1}, {cc("ab\0\0"), cc("abc\0"), 0}, {0, 0, 1},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(fourCC_equal(c.a, c.b), c.equal) << show(c.a) << " vs " << show(c.b);
@@ -80,15 +70,13 @@ TEST(FourCC, EqualIgnoresAsciiCaseOnly) {
 
 TEST(FourCC, CreateDataChunkIds) {
     struct { int32_t stream, type; uint32_t swapped; uint32_t expected; } const cases[] = {
-        {1, 1, 0, cc("01wb")},  {0, 3, 1, cc("dc00")},  {5, 8, 0, cc("05ix")},  {5, 8, 1, cc("ix05")},
-        {0, 2, 0, cc("00db")},  {12, 4, 0, cc("12dd")}, {18, 5, 0, cc("18st")}, {3, 6, 1, cc("sb03")},
-        {7, 7, 0, cc("07ch")},  {99, 3, 0, cc("99dc")}, {19, 1, 7, cc("wb19")},
+        {1, 1, 0, cc("01wb")}, {0, 3, 1, cc("dc00")}, {5, 8, 0, cc("05ix")}, {5, 8, 1, cc("ix05")}, {0, 2, 0, cc("00db")},
+        {12, 4, 0, cc("12dd")}, {18, 5, 0, cc("18st")}, {3, 6, 1, cc("sb03")}, {7, 7, 0, cc("07ch")}, {19, 1, 7, cc("wb19")},
         // Types outside 1..8 give no id at all, swapped or not.
         {5, 0, 0, 0}, {5, 0, 1, 0}, {5, 9, 0, 0}, {5, 10, 0, 0}, {5, -1, 1, 0},
         // Three-digit and negative numbers: the first four characters of the text.
-        {100, 3, 0, cc("100d")}, {100, 3, 1, cc("0d10")}, {123, 1, 1, cc("3w12")},
-        {12345, 1, 0, cc("1234")}, {-1, 1, 0, cc("-1wb")}, {-5, 3, 1, cc("dc-5")},
-        {-12, 1, 0, cc("-12w")},
+        {100, 3, 0, cc("100d")}, {100, 3, 1, cc("0d10")}, {123, 1, 1, cc("3w12")}, {12345, 1, 0, cc("1234")},
+        {-1, 1, 0, cc("-1wb")}, {-5, 3, 1, cc("dc-5")}, {-12, 1, 0, cc("-12w")},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(show(create_fourCC(c.stream, c.type, c.swapped)), show(c.expected))
@@ -98,22 +86,19 @@ TEST(FourCC, CreateDataChunkIds) {
 
 TEST(FourCC, ChunkTypes) {
     struct { const char text[5]; uint32_t swapped; int32_t type; } const cases[] = {
-        {"01wb", 0, 1}, {"00db", 0, 2}, {"00dc", 0, 3}, {"00dd", 0, 4}, {"00st", 0, 5},
-        {"00sb", 0, 6}, {"00ch", 0, 7}, {"00ix", 0, 8},
-        // Normal-layout ids stay recognised with swapped set.
-        {"01wb", 1, 1}, {"00ix", 1, 8},
-        // Swapped layout is only recognised when asked for.
-        {"wb01", 0, 0}, {"wb01", 1, 1}, {"dc00", 1, 3}, {"dd03", 1, 4}, {"ch01", 1, 7},
+        {"01wb", 0, 1}, {"00db", 0, 2}, {"00dc", 0, 3}, {"00dd", 0, 4}, {"00st", 0, 5}, {"00sb", 0, 6}, {"00ch", 0, 7},
+        {"00ix", 0, 8},
+        // Normal-layout ids stay recognised with swapped set; swapped ones only when asked for.
+        {"01wb", 1, 1}, {"00ix", 1, 8}, {"wb01", 0, 0}, {"wb01", 1, 1}, {"dc00", 1, 3}, {"dd03", 1, 4}, {"ch01", 1, 7},
         {"ix00", 0, 0}, {"ix00", 1, 8},
         // Any other "d?" suffix stops at once, with no retry the other way round.
         {"00dx", 0, 0}, {"00dx", 1, 0}, {"wbdx", 1, 0}, {"dcd\0", 1, 0}, {"wbxx", 1, 1},
         // Filler and reserved chunks, case-sensitive, in either flag.
-        {"JUNK", 0, 10}, {"JUNK", 1, 10}, {"junk", 0, 0}, {"junk", 1, 0}, {"Junk", 0, 0},
-        {"RES1", 0, 11}, {"RES2", 0, 11}, {"RES3", 1, 11}, {"RES0", 0, 0}, {"RES4", 0, 0},
-        {"res1", 0, 0}, {"RESX", 0, 0},
+        {"JUNK", 0, 10}, {"JUNK", 1, 10}, {"junk", 0, 0}, {"junk", 1, 0}, {"Junk", 0, 0}, {"RES1", 0, 11},
+        {"RES2", 0, 11}, {"RES3", 1, 11}, {"RES0", 0, 0}, {"RES4", 0, 0}, {"res1", 0, 0}, {"RESX", 0, 0},
         // The retry exchanges the pairs of anything not recognised.
-        {"NKJU", 0, 0}, {"NKJU", 1, 10}, {"S2RE", 1, 11},
-        {"LIST", 0, 0}, {"LIST", 1, 0}, {"idx1", 1, 0}, {"movi", 1, 0}, {"\0\0\0\0", 1, 0},
+        {"NKJU", 0, 0}, {"NKJU", 1, 10}, {"S2RE", 1, 11}, {"LIST", 0, 0}, {"LIST", 1, 0}, {"idx1", 1, 0},
+        {"movi", 1, 0}, {"\0\0\0\0", 1, 0},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(get_chunk_type(cc(c.text), c.swapped), c.type) << show(cc(c.text)) << " swapped " << c.swapped;
@@ -123,13 +108,11 @@ TEST(FourCC, ChunkTypes) {
 TEST(FourCC, StreamIds) {
     const uint32_t none = 0xFFFFFFFFu;
     struct { const char text[5]; uint32_t swapped; uint32_t stream; } const cases[] = {
-        {"ix12", 0, 12}, {"ix12", 1, 12}, {"12ix", 0, 12}, {"00dc", 0, 0}, {"99wb", 0, 99},
-        {"07dc", 1, 7}, {"dc07", 1, 7}, {"dc07", 0, none}, {"wb01", 1, 1},
-        {"LIST", 0, none}, {"LIST", 1, none}, {"JUNK", 1, none}, {"0adc", 0, none}, {"0adc", 1, none},
-        {"a1dc", 0, none}, {"  01", 1, 1},
+        {"ix12", 0, 12}, {"ix12", 1, 12}, {"12ix", 0, 12}, {"00dc", 0, 0}, {"99wb", 0, 99}, {"07dc", 1, 7}, {"dc07", 1, 7},
+        {"dc07", 0, none}, {"wb01", 1, 1}, {"LIST", 0, none}, {"LIST", 1, none}, {"JUNK", 1, none}, {"0adc", 0, none},
+        {"0adc", 1, none}, {"a1dc", 0, none}, {"  01", 1, 1},
         // After "ix" the characters are taken as digits whatever they are.
-        {"ixAB", 0, ('A' - '0') * 10 + ('B' - '0')},
-        {"ix  ", 0, static_cast<uint32_t>((' ' - '0') * 10 + (' ' - '0'))},
+        {"ixAB", 0, ('A' - '0') * 10 + ('B' - '0')}, {"ix  ", 0, static_cast<uint32_t>((' ' - '0') * 10 + (' ' - '0'))},
         {"ix0\0", 0, static_cast<uint32_t>(-'0')},
     };
     for (const auto &c : cases) {

@@ -19,15 +19,8 @@ inline std::string fourcc_text(uint32_t code) {
 
 struct visit {
     int64_t pos;       // of the chunk header
-    uint32_t depth;    // of the list holding the chunk
-    std::string id;
-    uint32_t size;     // as read from the chunk header
-    std::string body;  // list type of a LIST, else the chunk's data as read
-
-    // "depth id size body", the size left out for lists.
-    std::string line() const {
-        return std::to_string(depth) + " " + id + " " + (id == "LIST" ? body : std::to_string(size) + " " + body);
-    }
+    std::string head;  // "depth id size", the size left out for a LIST
+    std::string line;  // head and body: the list type of a LIST, else the data read
 };
 
 // At each step: test the end, take the next chunk, enter a LIST, otherwise read
@@ -42,34 +35,28 @@ struct walker {
     std::vector<visit> seen;
 
     void walk(list_node *node) {
-        while (!end_of_list(node)) {
-            if (++steps > max_steps) {
-                gave_up = true;
-                return;
-            }
+        while (!end_of_list(node) && !gave_up) {
+            gave_up = ++steps > max_steps;
             const int64_t here = node->next_pos;
-            const uint32_t id = next_chunk_in_list(node);
+            const std::string id = fourcc_text(next_chunk_in_list(node));
             EXPECT_EQ(file_tell(stream), here) << "the stream must stand at the chunk's header";
-            visit v{here, node->depth, fourcc_text(id), 0, {}};
+            uint32_t size = 0;
             read_val32(nullptr, stream);
-            read_val32(&v.size, stream);
-            if (fourCC_equal(id, make_fourCC("LIST"))) {
-                file_seek(stream, here, 0);
-                list_node *child = new_list(node, stream);
-                if (child != nullptr) v.body = fourcc_text(child->type);
-                seen.push_back(v);
-                if (child != nullptr) {
-                    EXPECT_EQ(child->parent, node);
-                    EXPECT_EQ(child->depth, node->depth + 1);
-                    walk(child);
-                    EXPECT_EQ(ascend_list(child), node);
-                }
-                if (gave_up) return;
-            } else {
-                v.body.resize(v.size < 256 ? v.size : 256);
-                v.body.resize(file_read(stream, &v.body[0], v.body.size()));
-                seen.push_back(v);
-                EXPECT_EQ(node->next_pos, here + 8 + padEven(v.size));
+            read_val32(&size, stream);
+            std::string body(size < 256 ? size : 256, '\0');
+            list_node *child = nullptr;
+            if (id == "LIST" && file_seek(stream, here, 0) == 0 && (child = new_list(node, stream)) != nullptr) {
+                seen.push_back({here, std::to_string(node->depth) + " LIST", ""});
+                seen.back().line = seen.back().head + " " + fourcc_text(child->type);
+                EXPECT_EQ(child->parent, node);
+                EXPECT_EQ(child->depth, node->depth + 1);
+                walk(child);
+                EXPECT_EQ(ascend_list(child), node);
+            } else if (id != "LIST") {
+                body.resize(file_read(stream, &body[0], body.size()));
+                seen.push_back({here, std::to_string(node->depth) + " " + id + " " + std::to_string(size), ""});
+                seen.back().line = seen.back().head + " " + body;
+                EXPECT_EQ(node->next_pos, here + 8 + padEven(size));
             }
             file_seek(stream, node->next_pos, 0);
         }
@@ -77,7 +64,7 @@ struct walker {
 
     std::vector<std::string> lines() const {
         std::vector<std::string> out;
-        for (const visit &v : seen) out.push_back(v.line());
+        for (const visit &v : seen) out.push_back(v.line);
         return out;
     }
 };
