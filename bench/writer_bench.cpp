@@ -9,6 +9,7 @@
 //
 //   writer_bench [runs]            the tables (runs: timed runs per cell, 5)
 //   writer_bench probe WAY MIX N   writes N frames of a mix one way, once
+//   writer_bench time WAY MIX RUNS median CPU time of whole-mix runs
 //
 // KELQAVI_BENCH_SCALE (default 1) scales the frame counts of both mixes.
 extern "C" {
@@ -338,23 +339,31 @@ void print_writer_memory() {
     std::remove(output_path().c_str());
 }
 
-int probe(const char *way_name, const char *mix_name, int frames) {
-    chunk_mix m = std::strcmp(mix_name, "large") == 0 ? large_mix : small_mix;
-    m.frames = frames;
+int way_named(const char *name) {
     for (int w = 0; w < way_count; ++w)
-        if (std::strcmp(way_name, way_names[w]) == 0) {
-            writer_bench_write(w, &m);
-            std::remove(output_path().c_str());
-            return 0;
-        }
-    std::fprintf(stderr, "writer_bench: unknown way %s\n", way_name);
-    return 2;
+        if (std::strcmp(name, way_names[w]) == 0) return w;
+    std::fprintf(stderr, "writer_bench: unknown way %s\n", name);
+    std::exit(2);
+}
+
+const chunk_mix &mix_named(const char *name) { return std::strcmp(name, "large") == 0 ? large_mix : small_mix; }
+
+int probe(const char *way_name, const char *mix_name, int frames) {
+    chunk_mix m = mix_named(mix_name);
+    m.frames = frames;
+    writer_bench_write(way_named(way_name), &m);
+    std::remove(output_path().c_str());
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     if (argc == 5 && std::strcmp(argv[1], "probe") == 0) return probe(argv[2], argv[3], std::atoi(argv[4]));
+    if (argc == 5 && std::strcmp(argv[1], "time") == 0) {
+        std::printf("%.1f ms\n", median_cpu_ms(way_named(argv[2]), mix_named(argv[3]), std::atoi(argv[4])));
+        return 0;
+    }
     if (const char *scale = std::getenv("KELQAVI_BENCH_SCALE")) {
         const double s = std::atof(scale);
         if (s > 0) {

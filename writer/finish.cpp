@@ -14,6 +14,14 @@ namespace kelq {
 namespace {
 
 constexpr size_t idx1_record_size = 16;
+constexpr size_t idx1_block_records = 256;
+
+// Writes the records gathered in block and empties it; 1 when a write fell short.
+uint32_t put_records(FILE *file, const uint8_t *block, size_t *used) {
+    const size_t n = *used;
+    *used = 0;
+    return n == 0 || file_write(file, block, n) == n ? 0u : 1u;
+}
 
 template <typename Record>
 void free_owned_name(Record &r) {
@@ -40,16 +48,28 @@ uint32_t write_idx1(aviout_handle *w) {
     status |= static_cast<uint32_t>(write_val32(0, w->file));
     const int32_t count = w->index_count < AVIOUT_INDEX_CAPACITY ? w->index_count : AVIOUT_INDEX_CAPACITY;
     const uint32_t movi_type_pos = static_cast<uint32_t>(w->movi_mark + chunk_id_size);
+    // Records go out a block at a time; a file has few distinct ids, so
+    // whether one names an ix## chunk is remembered from the id before.
+    uint8_t block[idx1_block_records * idx1_record_size];
+    size_t used = 0;
+    uint32_t last_id = 0;
+    bool last_is_index = get_chunk_type(last_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX;
     for (int32_t i = 0; i < count; ++i) {
         const aviout_index_entry &e = w->index_entries[i];
-        if (get_chunk_type(e.chunk_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX) continue;
-        uint8_t record[idx1_record_size];
+        if (e.chunk_id != last_id) {
+            last_id = e.chunk_id;
+            last_is_index = get_chunk_type(last_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX;
+        }
+        if (last_is_index) continue;
+        uint8_t *record = block + used;
         store_le<uint32_t>(e.chunk_id, record);
         store_le<uint32_t>(e.flags, record + 4);
         store_le<uint32_t>(static_cast<uint32_t>(e.position) - movi_type_pos, record + 8);
         store_le<uint32_t>(e.size, record + 12);
-        status |= file_write(w->file, record, sizeof record) == sizeof record ? 0u : 1u;
+        used += idx1_record_size;
+        if (used == sizeof block) status |= put_records(w->file, block, &used);
     }
+    status |= put_records(w->file, block, &used);
     chunk_end(size_pos, w->file, &status);
     w->index_end = file_tell(w->file);
     return status;
