@@ -28,7 +28,11 @@ int64_t realign_at(const aviout_handle *w, int64_t here) {
     const int64_t start = here - static_cast<int64_t>(__fpending(w->file));
     const int64_t block = static_cast<int64_t>(io_buffer_size);
     if (start < 0 || start % block == 0) return -1;
-    return (start / block + 1) * block;
+    // Bytes written past that multiple by other steps (an ix## chunk, the
+    // header a checkpoint leaves) cannot be split: the buffer goes out when
+    // full, and the chunk that reaches the multiple after that splits.
+    const int64_t boundary = (start / block + 1) * block;
+    return boundary < here ? -1 : boundary;
 }
 
 struct piece {
