@@ -60,24 +60,29 @@ int write_split(FILE *file, const piece *pieces, size_t n, int64_t here, int64_t
     return 0;
 }
 
+// Into the stream's buffer byte by byte, least significant first: inline
+// on most C libraries, far cheaper than a call for so few bytes.
+int put_le32(uint32_t value, FILE *file) {
+    for (int i = 0; i < 4; ++i)
+        if (putc_unlocked(static_cast<uint8_t>(value >> (8 * i)), file) == EOF) return 1;
+    return 0;
+}
+
 }  // namespace
 
 int write_chunk(aviout_handle *w, uint32_t id, const uint8_t *data, uint32_t size, int64_t here) {
-    uint8_t header[chunk_header_size];
-    store_le<uint32_t>(id, header);
-    store_le<uint32_t>(size, header + chunk_id_size);
     const uint8_t pad = 0;
-    const size_t total = sizeof header + size + size % 2;
+    const size_t total = chunk_header_size + size + size % 2;
     const int64_t boundary = realign_at(w, here);
     if (boundary >= 0 && here + static_cast<int64_t>(total) >= boundary) {
+        uint8_t header[chunk_header_size];
+        store_le<uint32_t>(id, header);
+        store_le<uint32_t>(size, header + chunk_id_size);
         const piece pieces[] = {{header, sizeof header}, {data, size}, {&pad, size % 2}};
         return write_split(w->file, pieces, 3, here, boundary);
     }
-    // The 8-byte header goes into the buffer byte by byte (inline on most C
-    // libraries, far cheaper than a call for so few bytes), the data in one call.
     FILE *file = w->file;
-    for (uint8_t byte : header)
-        if (putc_unlocked(byte, file) == EOF) return 1;
+    if (put_le32(id, file) != 0 || put_le32(size, file) != 0) return 1;
     if (size > 0 && file_write(file, data, size) != size) return 1;
     if (size % 2 != 0 && putc_unlocked(pad, file) == EOF) return 1;
     return 0;
