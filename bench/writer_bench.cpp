@@ -310,6 +310,7 @@ rss_figures measure_in_child(Job job) {
         f.baseline = resident_kib("VmRSS:");
         job(f);
         f.peak = resident_kib("VmHWM:");
+        std::remove(output_path().c_str());
         ssize_t written = write(fds[1], &f, sizeof f);
         _exit(written == sizeof f ? 0 : 1);
     }
