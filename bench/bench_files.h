@@ -2,8 +2,5 @@
 #pragma once
 
 void remove_reader_bench_file();
-void remove_writer_bench_file();
 void remove_seek_bench_files();
 void remove_repair_bench_files();
-void print_writer_memory();
-void print_writer_checkpoints();

@@ -300,13 +300,10 @@ int main(int argc, char **argv) {
     ratio_reporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.print_ratios();
-    print_writer_memory();
-    print_writer_checkpoints();
     benchmark::Shutdown();
     std::remove(value_file().c_str());
     std::remove(movi_file().c_str());
     remove_reader_bench_file();
-    remove_writer_bench_file();
     remove_seek_bench_files();
     remove_repair_bench_files();
     rusage usage{};

@@ -90,6 +90,16 @@ int write_fourCC(uint32_t code, FILE *stream) { return write_val32(code, stream)
 
 uint32_t create_fourCC(int32_t stream_number, int32_t type_code, uint32_t swapped) {
     uint8_t id[4] = {};
+    if (type_code >= 1 && type_code <= last_data_type && stream_number >= 0 && stream_number <= 99) {
+        // Two digits and the suffix, as the formatting below gives them: the
+        // writer forms an id for every chunk it puts.
+        const char *suffix = type_suffix[type_code];
+        const uint8_t text[4] = {static_cast<uint8_t>('0' + stream_number / 10),
+                                 static_cast<uint8_t>('0' + stream_number % 10), static_cast<uint8_t>(suffix[0]),
+                                 static_cast<uint8_t>(suffix[1])};
+        const uint32_t code = kelq::load_le<uint32_t>(text);
+        return swapped ? swap_pairs(code) : code;
+    }
     if (type_code >= 1 && type_code <= last_data_type) {
         // Formatted in full, then cut to the four characters an id holds.
         char text[24];

@@ -34,25 +34,18 @@ bool flush_due(const aviout_handle *w, int32_t track) {
 }
 
 // Flushes every track that is due, then indexes this chunk in its track;
-// false when a track's index is full.
-bool index_odml_chunk(aviout_handle *w, int32_t stream, uint32_t size, uint32_t flags) {
-    bool ok = true;
-    for (int32_t track = 0; track < w->stream_count && track < AVIOUT_MAX_STREAMS; ++track)
-        if (has_track(w, track) && flush_due(w, track) && write_standard_index_chunks(w, track) == -1) ok = false;
-    // The chunk goes where the stream stands after any ix## chunk just written.
-    if (has_track(w, stream) && add_avi2_chunk(w, stream, file_tell(w->file), size, flags) == -1) ok = false;
+// false when a track's index is full. *chunk_pos is where the chunk goes:
+// after any ix## chunk just written.
+bool index_odml_chunk(aviout_handle *w, int32_t stream, uint32_t size, uint32_t flags, int64_t *chunk_pos) {
+    bool ok = true, flushed = false;
+    for (int32_t track = 0; track < w->stream_count && track < AVIOUT_MAX_STREAMS; ++track) {
+        if (!has_track(w, track) || !flush_due(w, track)) continue;
+        if (write_standard_index_chunks(w, track) == -1) ok = false;
+        flushed = true;
+    }
+    if (flushed) *chunk_pos = file_tell(w->file);
+    if (has_track(w, stream) && add_avi2_chunk(w, stream, *chunk_pos, size, flags) == -1) ok = false;
     return ok;
-}
-
-// The id and size go out as one 8-byte block: same bytes, one stdio call.
-int write_chunk(aviout_handle *w, uint32_t id, const uint8_t *data, uint32_t size) {
-    uint8_t header[chunk_header_size];
-    store_le<uint32_t>(id, header);
-    store_le<uint32_t>(size, header + chunk_id_size);
-    if (file_write(w->file, header, sizeof header) != sizeof header) return 1;
-    if (size > 0 && file_write(w->file, data, size) != size) return 1;
-    if (size % 2 != 0 && write_val8(0, w->file) != 0) return 1;
-    return 0;
 }
 
 void count_chunk(aviout_handle *w, int32_t stream, uint32_t flags, uint32_t size) {
@@ -181,11 +174,11 @@ extern "C" int aviout_put_chunk(aviout_handle *w, int32_t stream, uint32_t flags
         e.size = size;
     }
     bool indexed = true;
-    if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags);
-    const int64_t chunk_pos = file_tell(w->file);
+    int64_t chunk_pos = file_tell(w->file);
+    if (w->odml == 1) indexed = index_odml_chunk(w, stream, size, index_flags, &chunk_pos);
     if (entry_free(w)) w->index_entries[w->index_count++].position = chunk_pos;
     ++w->chunk_count;
-    if (write_chunk(w, id, data, size) != 0) {
+    if (write_chunk(w, id, data, size, chunk_pos) != 0) {
         w->write_failed = 1;
         return 1;
     }

@@ -14,6 +14,33 @@ namespace kelq {
 namespace {
 
 constexpr size_t idx1_record_size = 16;
+constexpr size_t idx1_block_records = 256;
+
+// Whether ids name ix## chunks, remembered for the last few ids seen in
+// slots picked by their stream digits and type letters.
+class id_kinds {
+public:
+    bool is_index(uint32_t id, uint32_t swapped) {
+        slot &s = slots_[(id ^ id >> 8 ^ id >> 16 ^ id >> 24) % slot_count];
+        if (!s.known || s.id != id) s = slot{id, get_chunk_type(id, swapped) == KELQAVI_CHUNK_INDEX, true};
+        return s.index;
+    }
+
+private:
+    static constexpr size_t slot_count = 16;
+    struct slot {
+        uint32_t id;
+        bool index, known;
+    };
+    slot slots_[slot_count] = {};
+};
+
+// Writes the records gathered in block and empties it; 1 when a write fell short.
+uint32_t put_records(FILE *file, const uint8_t *block, size_t *used) {
+    const size_t n = *used;
+    *used = 0;
+    return n == 0 || file_write(file, block, n) == n ? 0u : 1u;
+}
 
 template <typename Record>
 void free_owned_name(Record &r) {
@@ -40,16 +67,23 @@ uint32_t write_idx1(aviout_handle *w) {
     status |= static_cast<uint32_t>(write_val32(0, w->file));
     const int32_t count = w->index_count < AVIOUT_INDEX_CAPACITY ? w->index_count : AVIOUT_INDEX_CAPACITY;
     const uint32_t movi_type_pos = static_cast<uint32_t>(w->movi_mark + chunk_id_size);
+    // Records go out a block at a time. A file has few distinct ids, so
+    // whether one names an ix## chunk is remembered per id.
+    uint8_t block[idx1_block_records * idx1_record_size];
+    size_t used = 0;
+    id_kinds kinds;
     for (int32_t i = 0; i < count; ++i) {
         const aviout_index_entry &e = w->index_entries[i];
-        if (get_chunk_type(e.chunk_id, w->swapped_ids) == KELQAVI_CHUNK_INDEX) continue;
-        uint8_t record[idx1_record_size];
-        store_le<uint32_t>(e.chunk_id, record);
-        store_le<uint32_t>(e.flags, record + 4);
-        store_le<uint32_t>(static_cast<uint32_t>(e.position) - movi_type_pos, record + 8);
-        store_le<uint32_t>(e.size, record + 12);
-        status |= file_write(w->file, record, sizeof record) == sizeof record ? 0u : 1u;
+        if (kinds.is_index(e.chunk_id, w->swapped_ids)) continue;
+        const uint32_t fields[] = {e.chunk_id, e.flags, static_cast<uint32_t>(e.position) - movi_type_pos, e.size};
+        // One field at a time: unrolled, the four stores get vectorised into
+        // a long shuffle instead of four plain stores.
+#pragma GCC unroll 1
+        for (size_t f = 0; f < 4; ++f) store_le<uint32_t>(fields[f], block + used + 4 * f);
+        used += idx1_record_size;
+        if (used == sizeof block) status |= put_records(w->file, block, &used);
     }
+    status |= put_records(w->file, block, &used);
     chunk_end(size_pos, w->file, &status);
     w->index_end = file_tell(w->file);
     return status;

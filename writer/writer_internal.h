@@ -30,6 +30,9 @@ uint32_t start_segment(aviout_handle *w);
 // the first segment, its offset counted from the "movi" list type; ix##
 // chunks are left out. Sets index_end.
 uint32_t write_idx1(aviout_handle *w);
+// A data chunk's id, size, data and pad byte, written at here (the stream's
+// position); 0, or 1 when a write fell short.
+int write_chunk(aviout_handle *w, uint32_t id, const uint8_t *data, uint32_t size, int64_t here);
 // The "JUNK" header the last checkpoint left at the end of the file made an
 // empty chunk of the data that now follows it; 0 when all went well.
 uint32_t settle_checkpoint_junk(aviout_handle *w);

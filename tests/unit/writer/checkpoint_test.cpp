@@ -45,6 +45,11 @@ struct schedule {
     double seconds;            // checkpoint_seconds
     int checkpoints;           // made over 240 frames at 25 a second
     uint32_t profile = 0;      // the writer's standard_profile
+    // Non-zero: after frame 0 an audio chunk that ends this many bytes
+    // before 64 KiB into the file, and there a checkpoint (in both files:
+    // the plain one gets the chunk too), so that the header the checkpoint
+    // leaves in the stream's buffer runs past that multiple.
+    int short_of_64k = 0;
 };
 
 // The chunks of the finished file as the reader walks them, with every
@@ -83,6 +88,13 @@ void write_recording(const char *path, const schedule &s, int frames) {
     w->checkpoint_seconds = s.seconds;
     for (int f = 0; f < frames; ++f) {
         ASSERT_EQ(put_frame(w, f), 0) << f;
+        if (f == 0 && s.short_of_64k > 0) {
+            const int64_t end = 65536 - s.short_of_64k - file_tell(w->file) - 8;
+            ASSERT_EQ(put(w, 1, 0, payload(static_cast<uint32_t>(end), 5)), 0);
+            if (s.every > 0) {
+                ASSERT_EQ(aviout_checkpoint(w, 0), 0);
+            }
+        }
         if (s.every > 0 && (f + 1) % s.every == 0) {
             ASSERT_EQ(aviout_checkpoint(w, f % 2), 0) << f;
         }
@@ -101,7 +113,7 @@ TEST_P(CheckpointSchedule, FinishedFileHoldsTheSame) {
     const schedule s = GetParam();
     constexpr int frames = 240;
     scratch_path plain, checkpointed;
-    write_recording(plain, schedule{s.odml, 0, 0.0, 0, s.profile}, frames);
+    write_recording(plain, schedule{s.odml, 0, 0.0, 0, s.profile, s.short_of_64k}, frames);
     write_recording(checkpointed, s, frames);
     const contents a = read_contents(plain, s.profile), b = read_contents(checkpointed, s.profile);
     // The standard profile lists every chunk put in idx1, with OpenDML too.
@@ -146,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
                                          schedule{0, 0, 1.0, 9}, schedule{1, 1, 0.0, 240},
                                          schedule{1, 37, 0.0, 6}, schedule{1, 0, 1.0, 9},
                                          schedule{1, 50, 0.5, 19}, schedule{1, 1, 0.0, 240, 1},
-                                         schedule{1, 50, 0.5, 19, 1}));
+                                         schedule{1, 50, 0.5, 19, 1}, schedule{0, 1, 0.0, 240, 0, 4}));
 
 // A file that starts at 0 has its header area rendered in memory; one
 // appended after other data has it rewritten through the stream. Both lay
