@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "reader/reader_handle.h"
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
@@ -175,7 +175,7 @@ struct built {
         return e;
     }
     synthetic s;
-    open_file h;
+    reader h;
     table tab;
     int calls;
 };
@@ -229,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(spacing_capacity_and_slices, table_shape,
 
 TEST(key_table, a_partly_built_table_answers_for_the_frames_scanned_so_far) {
     const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
+    reader h(s.file.bytes);
     table tab(20);
     ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
     ASSERT_EQ(aviin_build_keyindex_entry(h, &tab.t, 60), 0);
@@ -298,7 +298,7 @@ TEST(key_table, stepping_through_the_key_frames_both_ways) {
 
 TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
+    reader h(s.file.bytes);
     std::vector<keyindex_entry> storage(4);
     keyindex_table t;
     std::memset(&t, 0x5A, sizeof t);
@@ -310,7 +310,7 @@ TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     EXPECT_EQ(aviin_init_keyindex(nullptr, &t, storage.data(), 4, 0), 1);
     EXPECT_EQ(aviin_init_keyindex(h, nullptr, storage.data(), 4, 0), 1);
     EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), 1);  // after a failed set-up
-    open_file no_index(
+    reader no_index(
         make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false).bytes);
     ASSERT_NE(no_index.get(), nullptr);
     EXPECT_EQ(aviin_init_keyindex(no_index, &t, storage.data(), 4, 0), 1);
@@ -327,7 +327,7 @@ TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
         SCOPED_TRACE(target == s.frames[20] ? "key frame" : "audio");
         indexed_file f = s.file;
         f.bytes.set_u32(index_offset_field(f, target), static_cast<uint32_t>(f.bytes.size()));
-        open_file h(f.bytes);
+        reader h(f.bytes);
         table tab(20);
         ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
         int r = 0, calls = 0;
@@ -351,7 +351,7 @@ TEST(key_table_bad_index, a_key_entry_naming_the_wrong_chunk_makes_the_frame_wal
     indexed_file f = s.file;
     // The key frame at 20 points at the audio chunk before it instead.
     f.bytes.set_u32(index_offset_field(f, s.frames[20]), static_cast<uint32_t>(f.relative(f.chunks[s.frames[20] - 1].header)));
-    open_file h(f.bytes);
+    reader h(f.bytes);
     table tab(20);
     build(h, tab);
     keyindex_entry e;
@@ -373,7 +373,7 @@ TEST(key_table_bad_index, a_table_from_another_file_fails_instead_of_walking_els
     o.mp3_lead_us = 0;
     o.key_every = 3;
     const built two(o, 30);
-    open_file h1(one.file.bytes);
+    reader h1(one.file.bytes);
     int failed = 0;
     for (int32_t f = 0; f < 60; ++f) {
         keyindex_entry e;
@@ -433,7 +433,7 @@ TEST_F(frame_walk, a_size_that_steps_backwards_ends_the_walk) {
     indexed_file f = s.file;
     // Frame 13's chunk claims a size that moves the walk back onto itself.
     f.bytes.set_u32(static_cast<size_t>(f.chunks[s.frames[13]].header) + 4, 0xFFFFFFF8u);
-    open_file bad(f.bytes);
+    reader bad(f.bytes);
     uint64_t pos = 0;
     EXPECT_EQ(aviin_get_video_offset(bad, b.at(15), 0, 15, &pos), 1);
     EXPECT_EQ(pos, header_of(s, s.frames[12]));  // the chunk that steps back is not counted

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
@@ -55,7 +55,7 @@ class legacy_index : public ::testing::Test {
 protected:
     legacy_index() : file(make_indexed(three_stream_hdrl(), three_stream_chunks())), h(file.bytes) {}
     indexed_file file;
-    open_file h;
+    reader h;
 };
 
 TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) {
@@ -153,7 +153,7 @@ TEST_F(legacy_index, durations_by_chunk_type) {
 TEST(legacy_index_durations, only_1152_counts_as_a_whole_frame_here_not_576) {
     const indexed_file file = make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 22050, 576, 576, 22050)}),
                                            {{"00dc", filler(10, 1), true}, {"01wb", filler(10, 2)}});
-    open_file h(file.bytes);
+    reader h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
     uint32_t num = 0, den = 0;
     ASSERT_EQ(aviin_get_sample_duration(h, 1, 1, 333, &num, &den), 0);
@@ -221,7 +221,7 @@ TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
 TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
     indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
     file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0x7FFFFFF0);
-    open_file h(file.bytes);
+    reader h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
     // Beyond the bytes there are: values that cannot be read are 0.
     const entry_fields e = entry_at(h, 500);
@@ -239,7 +239,7 @@ TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the
         indexed_file file =
             make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, with_index);
         if (with_index) file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0);
-        open_file h(file.bytes);
+        reader h(file.bytes);
         ASSERT_NE(h.get(), nullptr);
         EXPECT_EQ(entry_at(h, 0).result, 1);
         EXPECT_EQ(aviin_goto_idx1_sample(h, 0), with_index ? 3 : 1);

@@ -1,6 +1,6 @@
-// Files with a legacy index for the index, key-frame and frame-position
-// tests: chunks laid out in a movi list with their header positions noted as
-// built, and an idx1 describing them (or lying about them, on request).
+// Files for the reader tests and a reader opened on one: forms whose movi
+// list holds chosen chunks (positions noted as built), an idx1 describing
+// them, stream lists with chosen timing.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +13,27 @@
 #include "support/avi_image.h"
 
 namespace kelqtest {
+
+inline byte_image two_stream_hdrl() { return hdrl({video_strl("MJPG", "video one"), audio_strl("audio one")}); }
+
+// A form: a header list (may be empty), "movi" with the given chunks, then
+// what follows the movi list inside the form.
+struct form_image {
+    byte_image bytes;
+    int64_t movi_list;  // position of the movi list's "LIST", from the form's start
+    int64_t movi_data;  // its first chunk
+};
+
+inline form_image make_form(const char *form_type, const byte_image &header_list, const byte_image &movi_chunks,
+                            const byte_image &after_movi = byte_image()) {
+    const int64_t movi_list = 12 + static_cast<int64_t>(header_list.size());
+    return {avi_form(byte_image().append(header_list).append(movi(movi_chunks)).append(after_movi), form_type),
+            movi_list, movi_list + 12};
+}
+
+inline form_image main_form(const byte_image &movi_chunks, const byte_image &after_movi = byte_image()) {
+    return make_form("AVI ", two_stream_hdrl(), movi_chunks, after_movi);
+}
 
 // A chunk to lay out: its id, its data, and its key-frame flag for idx1.
 struct planned {
@@ -31,12 +52,12 @@ struct laid {
 
 struct indexed_file {
     byte_image bytes;
-    int64_t movi_list = 0;  // the movi "LIST"
-    int64_t movi_data = 0;  // its first chunk
+    int64_t movi_data = 0;  // the first chunk of movi
     std::vector<laid> chunks;
     std::vector<size_t> index_order;  // chunks[] named by each idx1 entry, in entry order
     // idx1-style offset of a header: counted from the "movi" list type.
     uint64_t relative(int64_t header) const { return static_cast<uint64_t>(header - (movi_data - 4)); }
+    uint64_t header(size_t chunk) const { return static_cast<uint64_t>(chunks[chunk].header); }
 };
 
 enum class index_offsets { movi_relative, absolute };
@@ -46,25 +67,21 @@ enum class index_offsets { movi_relative, absolute };
 inline indexed_file make_indexed(const byte_image &header_list, const std::vector<planned> &chunks,
                                  index_offsets offsets = index_offsets::movi_relative, bool with_index = true) {
     indexed_file out;
-    out.movi_list = 12 + static_cast<int64_t>(header_list.size());
-    out.movi_data = out.movi_list + 12;
-    byte_image body;
+    out.movi_data = 24 + static_cast<int64_t>(header_list.size());
+    byte_image body, idx1;
     int64_t at = out.movi_data;
-    for (const planned &c : chunks) {
+    for (size_t i = 0; i < chunks.size(); ++i) {
+        const planned &c = chunks[i];
         body.chunk(c.id.c_str(), c.data);
         out.chunks.push_back({c.id, at, static_cast<uint32_t>(c.data.size()), c.key});
+        if (c.indexed) {
+            const uint64_t offset = offsets == index_offsets::absolute ? static_cast<uint64_t>(at) : out.relative(at);
+            idx1.id(c.id.c_str()).u32(c.key ? 0x10 : 0).u32(static_cast<uint32_t>(offset)).u32(static_cast<uint32_t>(c.data.size()));
+            out.index_order.push_back(i);
+        }
         at += 8 + static_cast<int64_t>((c.data.size() + 1) / 2 * 2);
     }
-    byte_image idx1;
-    for (size_t i = 0; i < chunks.size(); ++i) {
-        if (!chunks[i].indexed) continue;
-        const laid &c = out.chunks[i];
-        const uint64_t offset = offsets == index_offsets::absolute ? static_cast<uint64_t>(c.header) : out.relative(c.header);
-        idx1.id(c.id.c_str()).u32(c.key ? 0x10 : 0).u32(static_cast<uint32_t>(offset)).u32(c.size);
-        out.index_order.push_back(i);
-    }
-    byte_image form;
-    form.append(header_list).append(movi(body));
+    byte_image form = byte_image().append(header_list).append(movi(body));
     if (with_index) form.chunk("idx1", idx1);
     out.bytes = avi_form(form);
     return out;
@@ -86,9 +103,6 @@ inline byte_image audio_list(uint16_t tag, uint32_t samples_per_sec, uint16_t bl
     return strl(byte_image().append(strh_chunk("auds", "\0\0\0\0", strh_scale, strh_rate, 0)).append(byte_image().chunk("strf", f)));
 }
 
-// A bitmap subtitle stream: a video stream whose compression code is KQSB.
-inline byte_image bitmap_subtitle_list() { return video_list(1, 25, "KQSB"); }
-
 // Data of a given size whose bytes tell chunks apart.
 inline byte_image filler(size_t size, uint32_t seed) {
     byte_image b;
@@ -96,15 +110,18 @@ inline byte_image filler(size_t size, uint32_t seed) {
     return b;
 }
 
-// An opened reader on an image; closed at scope exit.
-class open_file {
+// A reader opened on an image (with tolerances when given); closed at scope
+// exit unless the test let it go (a call that released it).
+class reader {
 public:
-    explicit open_file(const byte_image &image) : file_(image), h_(aviin_open(file_.path(), 0)) {}
-    ~open_file() { aviin_close(h_); }
-    open_file(const open_file &) = delete;
-    open_file &operator=(const open_file &) = delete;
+    explicit reader(const byte_image &image, uint32_t swapped_ids = 0, uint32_t tolerances = 0)
+        : file_(image), h_(aviin_open_tolerant(file_.path(), swapped_ids, tolerances)) {}
+    ~reader() { aviin_close(h_); }
+    reader(const reader &) = delete;
+    reader &operator=(const reader &) = delete;
     aviin_handle *get() const { return h_; }
     operator aviin_handle *() const { return h_; }
+    void released() { h_ = nullptr; }
 
 private:
     temp_file file_;
