@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "reader/reader_handle.h"
 #include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
