@@ -476,17 +476,20 @@ TEST(frame_walk, spans_of_frames_with_their_audio) {
 }
 
 // The ninth audio stream has no slot in the key-frame table: its audio is
-// refused, not looked up past the entry's eight.
+// refused, not looked up past the entry's eight. Key frame 5 has audio of
+// the first and the eighth stream, from their start.
 TEST(frame_walk, audio_of_a_stream_past_the_tables_eight_is_refused) {
     std::vector<byte_image> lists{video_list(1, 25)};
     for (int a = 0; a < 9; ++a) lists.push_back(audio_list(1, 8000, 2, 1, 8000, 16000));
-    const indexed_file f = make_indexed(hdrl(lists), {{"00dc", filler(8, 1), true}, {"08wb", filler(8, 2)}, {"09wb", filler(8, 2)}, {"00dc", filler(8, 3)}});
-    reader h(f.bytes);
+    std::vector<planned> chunks{{"01wb", filler(16000, 1)}, {"08wb", filler(16000, 2)}};
+    for (uint32_t f = 0; f < 6; ++f) chunks.push_back({"00dc", filler(8, f), f % 5 == 0});
+    reader h(make_indexed(hdrl(lists), chunks).bytes);
     table tab(4);
     build(h, tab);
+    ASSERT_EQ(tab.t.count, 2u);
     uint64_t o[4];
-    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 0, 1, 1.0f, &o[0], &o[1], 9, &o[2], &o[3]), 1);
-    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 0, 1, 1.0f, &o[0], &o[1], 8, &o[2], &o[3]), 0);
+    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 5, 6, 1.0f, &o[0], &o[1], 9, &o[2], &o[3]), 1);
+    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 5, 6, 1.0f, &o[0], &o[1], 8, &o[2], &o[3]), 0);
 }
 
 }  // namespace

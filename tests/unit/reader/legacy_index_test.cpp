@@ -14,11 +14,12 @@ using namespace kelqtest;
 namespace {
 
 // Stream 0 video at 25 frames a second; stream 1 audio of one 1152-sample
-// frame a chunk at 48000 Hz (24 ms a chunk); stream 2 16-bit PCM at 16000
+// frame a chunk at 48000 Hz (24 ms a chunk; its stream header counts
+// milliseconds); stream 2 16-bit PCM at 16000
 // bytes a second, timed by its chunk sizes; stream 3 audio of 576-sample
 // frames, with no chunks.
 byte_image three_stream_hdrl() {
-    return hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000), audio_list(1, 8000, 2, 2, 16000),
+    return hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 24, 1000), audio_list(1, 8000, 2, 2, 16000),
                  audio_list(0x55, 22050, 576, 576, 22050)});
 }
 
@@ -137,7 +138,7 @@ TEST_F(legacy_index, durations_by_chunk_type) {
         {3, 1, 0, 417, 22050},   // only 1152 counts as a whole frame here, not 576
         // Per-frame data lasts nothing; the den comes from the audio table at
         // the video stream's own index (0 here: stream 1's format).
-        {0, 4, 0, 0, 48000},
+        {0, 4, 0, 0, 1000},
         {0, 0, 1, 55, 55}, {0, 2, 1, 55, 55}, {0, 5, 1, 55, 55}, {0, 6, 1, 55, 55},
         {0, 7, 1, 55, 55}, {0, 8, 1, 55, 55}, {0, 10, 1, 55, 55}, {20, 3, 1, 55, 55},
     };
