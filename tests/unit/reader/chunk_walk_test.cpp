@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,50 +15,9 @@ using namespace kelqtest;
 
 namespace {
 
-constexpr uint8_t untouched = 0xEE;
-
-std::string as_text(const std::vector<uint8_t> &bytes) { return std::string(bytes.begin(), bytes.end()); }
-
 std::vector<uint8_t> bytes_at(const byte_image &image, int64_t from, size_t count) {
     const auto begin = image.bytes().begin() + from;
     return std::vector<uint8_t>(begin, begin + static_cast<long>(count));
-}
-
-// One aviin_get_next_chunk2 call with a buffer of exactly `capacity` bytes,
-// so a write beyond it is caught by the address sanitizer.
-struct chunk_call {
-    int result = -1;
-    uint32_t type = 99, stream = 99;
-    int32_t size = 0;
-    std::string name;
-    std::vector<uint8_t> data;  // the first `size` bytes, or the whole buffer when size is out of range
-};
-
-chunk_call next_chunk(aviin_handle *h, int32_t capacity = 256) {
-    const size_t allocated = capacity > 0 ? static_cast<size_t>(capacity) : 0;
-    std::unique_ptr<uint8_t[]> buffer(new uint8_t[allocated]);
-    std::memset(buffer.get(), untouched, allocated);
-    char name[5] = {'?', '?', '?', '?', '?'};
-    chunk_call c;
-    c.size = capacity;
-    c.result = aviin_get_next_chunk2(h, &c.type, &c.stream, buffer.get(), &c.size, name);
-    if (name[4] == '\0') c.name = name;
-    const bool in_range = c.size >= 0 && static_cast<size_t>(c.size) <= allocated;
-    c.data.assign(buffer.get(), buffer.get() + (in_range ? static_cast<size_t>(c.size) : allocated));
-    return c;
-}
-
-struct header_call {
-    int result = -1;
-    uint32_t type = 99, stream = 99;
-    uint64_t offset = 0;
-    uint32_t size = 0;
-};
-
-header_call next_header(aviin_handle *h) {
-    header_call c;
-    c.result = aviin_get_next_chunk_type(h, &c.type, &c.stream, &c.offset, &c.size);
-    return c;
 }
 
 // Where the walk goes on: the position of the header (or unrecognised id)

@@ -5,7 +5,6 @@
 // field; the results are checked where the call has a short list of them.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -26,22 +25,17 @@ bool one_of(int result, std::initializer_list<int> allowed) {
 void walk(aviin_handle *h, const byte_image &source) {
     for (int call = 0; call < 24; ++call) {
         const int32_t capacity = call % 3 == 0 ? 0 : (call % 3 == 1 ? 3 : 64);
-        std::unique_ptr<uint8_t[]> buffer(new uint8_t[static_cast<size_t>(capacity)]);
-        uint32_t type = 0, stream = 0;
-        int32_t size = capacity;
-        const int result = aviin_get_next_chunk(h, &type, &stream, buffer.get(), &size);
-        ASSERT_TRUE(one_of(result, {0, 1, 3})) << result;
-        ASSERT_LE(result == 0 ? size : 0, capacity);
+        const chunk_call c = next_chunk(h, capacity);
+        ASSERT_TRUE(one_of(c.result, {0, 1, 3})) << c.result;
+        ASSERT_LE(c.result == 0 ? c.size : 0, capacity);
     }
     ASSERT_TRUE(one_of(aviin_seek_by_offset(h, static_cast<uint64_t>(source.find("movi") + 4)), {0, 1}));
     for (int call = 0; call < 24; ++call) {
-        uint32_t type = 0, stream = 0, size = 0;
-        uint64_t offset = 0;
-        const int result = aviin_get_next_chunk_type(h, &type, &stream, &offset, &size);
-        ASSERT_TRUE(one_of(result, {0, 1, 3})) << result;
-        if (result != 0) break;
+        const header_call c = next_header(h);
+        ASSERT_TRUE(one_of(c.result, {0, 1, 3})) << c.result;
+        if (c.result != 0) break;
         uint8_t data[16];
-        ASSERT_TRUE(one_of(aviin_get_chunk(h, offset, data, size < 16 ? size : 16), {0, 1}));
+        ASSERT_TRUE(one_of(aviin_get_chunk(h, c.offset, data, c.size < 16 ? c.size : 16), {0, 1}));
     }
 }
 

@@ -409,10 +409,7 @@ TEST(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
     // The walk stands after the frame for reading on.
     uint64_t pos = 0;
     ASSERT_EQ(aviin_get_video_offset(b.h, b.at(14), 0, 14, &pos), 0);
-    uint32_t type = 0, stream = 0, size = 0;
-    uint64_t data = 0;
-    ASSERT_EQ(aviin_get_next_chunk_type(b.h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(static_cast<int64_t>(data) - 8, s.file.chunks[s.frames[14] + 1].header);
+    EXPECT_EQ(next_header(b.h).offset - 8, s.file.header(s.frames[14] + 1));
     uint64_t a = 0, c = 0, d = 0;
     EXPECT_EQ(aviin_get_chunk_offsets(failed, &b.tab.t, 0, 3, 5, 1.0f, &a, &pos, 1, &c, &d), 1);
 }

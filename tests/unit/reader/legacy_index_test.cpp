@@ -43,17 +43,6 @@ entry_fields entry_at(aviin_handle *h, uint32_t n) {
     return e;
 }
 
-// The next chunk of the walk, its id and its data.
-std::pair<std::string, std::vector<uint8_t>> next_chunk(aviin_handle *h) {
-    std::vector<uint8_t> buffer(8192);
-    uint32_t type = 0, stream = 0;
-    int32_t size = static_cast<int32_t>(buffer.size());
-    char name[5] = {0, 0, 0, 0, 0};
-    if (aviin_get_next_chunk2(h, &type, &stream, buffer.data(), &size, name) != 0) return {"", {}};
-    buffer.resize(static_cast<size_t>(size));
-    return {name, buffer};
-}
-
 class legacy_index : public ::testing::Test {
 protected:
     legacy_index() : file(make_indexed(three_stream_hdrl(), three_stream_chunks())), h(file.bytes) {}
@@ -100,9 +89,9 @@ TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone
         }
     }
     // Neither reading entries nor moving past the index moved the walk.
-    const auto first = next_chunk(h);
-    EXPECT_EQ(first.first, "00dc");
-    EXPECT_EQ(first.second, filler(300, 1).bytes());
+    const chunk_call first = next_chunk(h, 8192);
+    EXPECT_EQ(first.name, "00dc");
+    EXPECT_EQ(first.data, filler(300, 1).bytes());
 }
 
 TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_read) {
@@ -110,20 +99,16 @@ TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_re
     for (uint32_t n : {7u, 0u, 10u, 3u, 8u, 1u}) {
         const size_t c = file.index_order[n];
         ASSERT_EQ(aviin_goto_idx1_sample(h, n), 0) << n;
-        const auto chunk = next_chunk(h);
-        EXPECT_EQ(chunk.first, file.chunks[c].id) << n;
-        EXPECT_EQ(chunk.second, three_stream_chunks()[c].data.bytes()) << n;
+        const chunk_call chunk = next_chunk(h, 8192);
+        EXPECT_EQ(chunk.name, file.chunks[c].id) << n;
+        EXPECT_EQ(chunk.data, three_stream_chunks()[c].data.bytes()) << n;
     }
     // The header walk sees the same chunk.
     ASSERT_EQ(aviin_goto_idx1_sample(h, 8), 0);
-    uint32_t type = 0, stream = 0, size = 0;
-    uint64_t data = 0;
-    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(static_cast<int64_t>(data), file.chunks[file.index_order[8]].header + 8);
+    EXPECT_EQ(next_header(h).offset, file.header(file.index_order[8]) + 8);
     // Entry 8 is the last video frame; the JUNK chunk after it is not indexed,
     // and the walk meets it after the frame.
-    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
+    EXPECT_EQ(next_header(h).type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
 }
 
 TEST_F(legacy_index, durations_by_chunk_type) {
@@ -200,7 +185,7 @@ TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
 TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
     ASSERT_EQ(aviin_goto_idx1_sample(h, 4), 0);
     EXPECT_EQ(search(h, 2, 1, 0.0f, 1.0f).result, 0);
-    EXPECT_EQ(next_chunk(h).first, "01wb");
+    EXPECT_EQ(next_chunk(h, 8192).name, "01wb");
     EXPECT_EQ(search(h, 25, 1, 0.0f, 1.0f).result, 1);  // no such stream slot
     uint32_t first = 0;
     EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, nullptr), 1);
@@ -234,7 +219,7 @@ TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the
         const span s = search(h, 0, 3, 0.0f, 0.0f);
         EXPECT_EQ(s.result, 1);
         EXPECT_EQ(s.first, 77u);
-        EXPECT_EQ(next_chunk(h).first, "00dc");
+        EXPECT_EQ(next_chunk(h, 8192).name, "00dc");
     }
 }
 

@@ -16,11 +16,8 @@ namespace {
 
 // Data of the next chunk through the whole-chunk walk, or "#result".
 std::string next_data(aviin_handle *h) {
-    uint32_t type = 0, stream = 0;
-    std::vector<uint8_t> buffer(64);
-    int32_t size = static_cast<int32_t>(buffer.size());
-    const int result = aviin_get_next_chunk(h, &type, &stream, buffer.data(), &size);
-    return result != 0 ? "#" + std::to_string(result) : std::string(buffer.begin(), buffer.begin() + size);
+    const chunk_call c = next_chunk(h, 64);
+    return c.result != 0 ? "#" + std::to_string(c.result) : as_text(c.data);
 }
 
 // The stream tables and the legacy index as the getters show them.
@@ -235,11 +232,9 @@ TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessNothingCanBeEntered) {
         file.id("RIFF").u32(100).id("AVIX").chunk("JUNK", byte_image().fill(4)).id("LIST");
         reader r(file);
         EXPECT_EQ(aviin_goto_riff(r, 0, t.avix_at), 1);
-        uint32_t type = 0, stream = 0, size32 = 0;
-        uint64_t offset = 0;
         uint8_t buffer[4];
         EXPECT_EQ(next_data(r), "#1");
-        EXPECT_EQ(aviin_get_next_chunk_type(r, &type, &stream, &offset, &size32), 1);
+        EXPECT_EQ(next_header(r).result, 1);
         EXPECT_EQ(aviin_get_chunk(r, 0, buffer, 1), 1);
         EXPECT_EQ(aviin_seek_by_offset(r, 0), 1);
     }
