@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "reader/reader_handle.h"
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
@@ -109,10 +108,8 @@ struct table {
 };
 
 // Builds the whole table in slices of `slice` entries; the number of calls.
-int build(aviin_handle *h, table &tab, uint32_t capacity_check_stream = 0, uint32_t slice = 0) {
-    EXPECT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), static_cast<uint32_t>(tab.storage.size()),
-                                  capacity_check_stream),
-              0);
+int build(aviin_handle *h, table &tab, uint32_t slice = 0) {
+    EXPECT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), static_cast<uint32_t>(tab.storage.size()), 0), 0);
     int calls = 0, r = 0;
     while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) {
         if (++calls > 100000) break;
@@ -121,7 +118,7 @@ int build(aviin_handle *h, table &tab, uint32_t capacity_check_stream = 0, uint3
     return calls + 1;
 }
 
-uint64_t header_of(const synthetic &s, size_t chunk) { return static_cast<uint64_t>(s.file.chunks[chunk].header); }
+uint64_t header_of(const synthetic &s, size_t chunk) { return s.file.header(chunk); }
 
 // Every frame, from the key frame at or before it, lands on its own chunk.
 void expect_every_frame_found(aviin_handle *h, const synthetic &s, const table &tab) {
@@ -168,14 +165,14 @@ void expect_audio_at_key_frames(const synthetic &s, const table &tab) {
 // A synthetic file, opened, with its table built in slices of `slice`.
 struct built {
     explicit built(const layout_options &o = {}, uint32_t capacity = 20, uint32_t slice = 0)
-        : s(make_synthetic(o)), h(s.file.bytes), tab(capacity), calls(build(h, tab, 0, slice)) {}
+        : s(make_synthetic(o)), h(s.file.bytes), tab(capacity), calls(build(h, tab, slice)) {}
     keyindex_entry at(int32_t frame) const {
         keyindex_entry e;
         EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, frame, &e, -1), 0) << frame;
         return e;
     }
     synthetic s;
-    open_file h;
+    reader h;
     table tab;
     int calls;
 };
@@ -229,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(spacing_capacity_and_slices, table_shape,
 
 TEST(key_table, a_partly_built_table_answers_for_the_frames_scanned_so_far) {
     const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
+    reader h(s.file.bytes);
     table tab(20);
     ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
     ASSERT_EQ(aviin_build_keyindex_entry(h, &tab.t, 60), 0);
@@ -298,22 +295,23 @@ TEST(key_table, stepping_through_the_key_frames_both_ways) {
 
 TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     const synthetic s = make_synthetic(layout_options{});
-    open_file h(s.file.bytes);
+    reader h(s.file.bytes);
+    reader no_index(make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false).bytes);
     std::vector<keyindex_entry> storage(4);
-    keyindex_table t;
-    std::memset(&t, 0x5A, sizeof t);
-    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 0, 0), 1);
-    EXPECT_EQ(t.count, 0u);  // zeroed
-    EXPECT_EQ(aviin_init_keyindex(h, &t, nullptr, 4, 0), 1);
-    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 1), 1);   // an audio stream
-    EXPECT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 20), 1);  // no such slot
-    EXPECT_EQ(aviin_init_keyindex(nullptr, &t, storage.data(), 4, 0), 1);
+    const struct {
+        aviin_handle *h;
+        keyindex_entry *entries;
+        uint32_t capacity, stream;
+    } rows[] = {{h, storage.data(), 0, 0},  {h, nullptr, 4, 0}, {h, storage.data(), 4, 1} /* an audio stream */,
+                {h, storage.data(), 4, 20} /* no such slot */, {nullptr, storage.data(), 4, 0}, {no_index, storage.data(), 4, 0}};
+    for (const auto &r : rows) {
+        keyindex_table t;
+        std::memset(&t, 0x5A, sizeof t);
+        EXPECT_EQ(aviin_init_keyindex(r.h, &t, r.entries, r.capacity, r.stream), 1);
+        EXPECT_EQ(t.count, 0u);  // zeroed
+        EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), 1);  // after a failed set-up
+    }
     EXPECT_EQ(aviin_init_keyindex(h, nullptr, storage.data(), 4, 0), 1);
-    EXPECT_EQ(aviin_build_keyindex_entry(h, &t, 0), 1);  // after a failed set-up
-    open_file no_index(
-        make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false).bytes);
-    ASSERT_NE(no_index.get(), nullptr);
-    EXPECT_EQ(aviin_init_keyindex(no_index, &t, storage.data(), 4, 0), 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -327,7 +325,7 @@ TEST(key_table_bad_index, entries_pointing_outside_the_movi_list_are_refused) {
         SCOPED_TRACE(target == s.frames[20] ? "key frame" : "audio");
         indexed_file f = s.file;
         f.bytes.set_u32(index_offset_field(f, target), static_cast<uint32_t>(f.bytes.size()));
-        open_file h(f.bytes);
+        reader h(f.bytes);
         table tab(20);
         ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
         int r = 0, calls = 0;
@@ -351,7 +349,7 @@ TEST(key_table_bad_index, a_key_entry_naming_the_wrong_chunk_makes_the_frame_wal
     indexed_file f = s.file;
     // The key frame at 20 points at the audio chunk before it instead.
     f.bytes.set_u32(index_offset_field(f, s.frames[20]), static_cast<uint32_t>(f.relative(f.chunks[s.frames[20] - 1].header)));
-    open_file h(f.bytes);
+    reader h(f.bytes);
     table tab(20);
     build(h, tab);
     keyindex_entry e;
@@ -360,176 +358,135 @@ TEST(key_table_bad_index, a_key_entry_naming_the_wrong_chunk_makes_the_frame_wal
     uint64_t pos = 12345;
     EXPECT_EQ(aviin_get_video_offset(h, e, 0, 25, &pos), 1);
     EXPECT_EQ(pos, 12345u);
-    // A table used with the wrong stream number fails the same way.
-    ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, 35, &e, -1), 0);
-    EXPECT_EQ(aviin_get_video_offset(h, e, 1, 35, &pos), 1);
-    EXPECT_EQ(aviin_get_video_offset(h, e, 0, 35, &pos), 0);
-    EXPECT_EQ(pos, header_of(s, s.frames[35]));
-}
-
-TEST(key_table_bad_index, a_table_from_another_file_fails_instead_of_walking_elsewhere) {
-    const synthetic one = make_synthetic(layout_options{});
-    layout_options o;
-    o.mp3_lead_us = 0;
-    o.key_every = 3;
-    const built two(o, 30);
-    open_file h1(one.file.bytes);
-    int failed = 0;
-    for (int32_t f = 0; f < 60; ++f) {
-        keyindex_entry e;
-        ASSERT_EQ(aviin_read_key_table_by_frame_no(h1, &two.tab.t, f, &e, -1), 0);
-        uint64_t pos = not_found;
-        // Either the walk notices, or it happens to start on a frame of the
-        // right stream; it never reports a position that is not a frame's.
-        if (aviin_get_video_offset(h1, e, 0, f, &pos) != 0) ++failed;
-        else if (pos != not_found) {
-            bool is_frame = false;
-            for (size_t c : one.frames) is_frame = is_frame || header_of(one, c) == pos;
-            EXPECT_TRUE(is_frame) << f;
-        }
-    }
-    EXPECT_GT(failed, 0);
 }
 
 // ---------------------------------------------------------------------------
-// The frame walk's rules.
+// The frame walk and the spans of frames with their audio.
 // ---------------------------------------------------------------------------
 
-class frame_walk : public ::testing::Test {
-protected:
-    built b;
+// A position named in a row: "f12" the header of frame 12, "m21" of MPEG
+// audio chunk 21, "p3" of PCM chunk 3, "p@10" of the PCM chunk playing at
+// frame 10, "-" not found, "=" the value the caller left, "" not checked.
+uint64_t named(const synthetic &s, const std::string &name, uint64_t left) {
+    if (name == "-") return not_found;
+    if (name == "=") return left;
+    const std::vector<size_t> &of = name[0] == 'f' ? s.frames : name[0] == 'm' ? s.mp3 : s.pcm;
+    const size_t n = name[1] == '@' ? static_cast<size_t>(pcm_chunk_at(s, static_cast<uint32_t>(std::stoi(name.substr(2)))))
+                                    : std::stoul(name.substr(1));
+    return header_of(s, of[n]);
+}
+
+TEST(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
+    const built b;
     const synthetic &s = b.s;
-};
-
-TEST_F(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
-    const struct {
-        int32_t key, frame;
-        int result;
-        int64_t ends_on;  // frame whose header is handed out; -1: the position is left alone
-    } rows[] = {
-        {30, 30, 0, 30},  // a key frame is its own first count
-        {10, 17, 0, 17},
-        {30, 29, 0, -1},  // a key frame after the frame
-        {59, 70, 1, 59},  // past the last frame: the last one counted
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE("frame " + std::to_string(r.frame));
-        uint64_t pos = 4242;
-        EXPECT_EQ(aviin_get_video_offset(b.h, b.at(r.key), 0, r.frame, &pos), r.result);
-        EXPECT_EQ(pos, r.ends_on < 0 ? 4242u : header_of(s, s.frames[static_cast<size_t>(r.ends_on)]));
-    }
-}
-
-TEST_F(frame_walk, the_walk_stands_after_the_frame_for_reading_on) {
-    uint64_t pos = 0;
-    ASSERT_EQ(aviin_get_video_offset(b.h, b.at(14), 0, 14, &pos), 0);
-    uint32_t type = 0, stream = 0, size = 0;
-    uint64_t data = 0;
-    ASSERT_EQ(aviin_get_next_chunk_type(b.h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(static_cast<int64_t>(data) - 8, s.file.chunks[s.frames[14] + 1].header);
-}
-
-TEST_F(frame_walk, a_size_that_steps_backwards_ends_the_walk) {
     indexed_file f = s.file;
     // Frame 13's chunk claims a size that moves the walk back onto itself.
     f.bytes.set_u32(static_cast<size_t>(f.chunks[s.frames[13]].header) + 4, 0xFFFFFFF8u);
-    open_file bad(f.bytes);
-    uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(bad, b.at(15), 0, 15, &pos), 1);
-    EXPECT_EQ(pos, header_of(s, s.frames[12]));  // the chunk that steps back is not counted
-}
-
-TEST_F(frame_walk, a_persistent_read_error_ends_the_walk) {
-    b.h.get()->current_list->status = 1;
-    uint64_t pos = 0;
-    EXPECT_EQ(aviin_get_video_offset(b.h, b.at(15), 0, 15, &pos), 1);
-    uint64_t a = 0, c = 0, d = 0;
-    EXPECT_EQ(aviin_get_chunk_offsets(b.h, &b.tab.t, 0, 3, 5, 1.0f, &a, &pos, 1, &c, &d), 1);
-}
-
-// ---------------------------------------------------------------------------
-// Spans of frames with their audio.
-// ---------------------------------------------------------------------------
-
-struct offsets {
-    int result = -1;
-    uint64_t video_start = 0, video_end = 0, audio_first = 0, audio_last = 0;
-};
-
-offsets span_of(const built &b, uint32_t video, int32_t from, int32_t to, float end_time, int32_t audio) {
-    offsets o;
-    o.result = aviin_get_chunk_offsets(b.h, &b.tab.t, video, from, to, end_time, &o.video_start, &o.video_end, audio,
-                                       &o.audio_first, &o.audio_last);
-    return o;
-}
-
-TEST_F(frame_walk, with_both_frames_found_the_audio_is_not_looked_for) {
-    for (int32_t audio : {1, -1}) {
-        const offsets o = span_of(b, 0, 12, 27, 2.0f, audio);
-        EXPECT_EQ(o.result, 0);
-        EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
-        EXPECT_EQ(o.video_end, header_of(s, s.frames[27]));
-        EXPECT_EQ(o.audio_first, not_found);
-        EXPECT_EQ(o.audio_last, not_found);
+    reader stepping_back(f.bytes), failed(s.file.bytes);
+    uint8_t byte = 0;
+    ASSERT_EQ(aviin_get_chunk(failed, 0x8000000000000000ull, &byte, 1), 1);  // a read error that persists
+    const struct {
+        aviin_handle *h;
+        int32_t key, frame;
+        uint32_t stream;
+        int result;
+        const char *ends_on;
+    } rows[] = {
+        {b.h, 30, 30, 0, 0, "f30"},  // a key frame is its own first count
+        {b.h, 10, 17, 0, 0, "f17"},
+        {b.h, 30, 29, 0, 0, "="},    // a key frame after the frame
+        {b.h, 59, 70, 0, 1, "f59"},  // past the last frame: the last one counted
+        {b.h, 35, 35, 1, 1, "="},    // the table's stream is not this one
+        {stepping_back, 15, 15, 0, 1, "f12"},  // the chunk that steps back is not counted
+        {failed, 15, 15, 0, 1, "="},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << "frame " << r.frame << " from " << r.key);
+        uint64_t pos = 4242;
+        EXPECT_EQ(aviin_get_video_offset(r.h, b.at(r.key), r.stream, r.frame, &pos), r.result);
+        EXPECT_EQ(pos, named(s, r.ends_on, 4242));
     }
+    // The walk stands after the frame for reading on.
+    uint64_t pos = 0;
+    ASSERT_EQ(aviin_get_video_offset(b.h, b.at(14), 0, 14, &pos), 0);
+    EXPECT_EQ(next_header(b.h).offset - 8, s.file.header(s.frames[14] + 1));
+    uint64_t a = 0, c = 0, d = 0;
+    EXPECT_EQ(aviin_get_chunk_offsets(failed, &b.tab.t, 0, 3, 5, 1.0f, &a, &pos, 1, &c, &d), 1);
 }
 
-TEST_F(frame_walk, a_missing_frame_sends_the_search_to_the_audio) {
-    // Stream 1 has no "dc" chunks, so neither frame is found and the audio
-    // search runs: MPEG audio chunks start every 24 ms; frame 12's time is
-    // 0.4805 s with the half-millisecond the search adds.
-    const offsets o = span_of(b, 1, 12, 27, 0.61f, 1);
-    EXPECT_EQ(o.result, 0);
-    EXPECT_EQ(o.video_start, not_found);
-    EXPECT_EQ(o.video_end, not_found);
-    EXPECT_EQ(o.audio_first, header_of(s, s.mp3[21]));  // starts at 0.504 s
-    EXPECT_EQ(o.audio_last, header_of(s, s.mp3[26]));   // the first to start at or past 0.61 s
-    // The PCM stream, timed by bytes from the key frame's time.
-    const offsets p = span_of(b, 1, 10, 27, 0.61f, 2);
-    EXPECT_EQ(p.result, 0);
-    EXPECT_EQ(p.audio_first, header_of(s, s.pcm[static_cast<size_t>(pcm_chunk_at(s, 10))]));
-}
-
-TEST_F(frame_walk, an_end_frame_past_the_table_walks_from_its_last_entry) {
-    // Past the file's last frame: the walk ends with the list, holding the
-    // last frame it counted, so the audio is not looked for.
-    const offsets o = span_of(b, 0, 12, 80, 2.0f, 1);
-    EXPECT_EQ(o.result, 0);
-    EXPECT_EQ(o.video_start, header_of(s, s.frames[12]));
-    EXPECT_EQ(o.video_end, header_of(s, s.frames[59]));
-    EXPECT_EQ(o.audio_first, not_found);
-    // Past a table built only partly: the frame is found from its last entry.
+// aviin_get_chunk_offsets: with both frames found the audio is not looked
+// for; a missing frame (stream 1 has no "dc" chunks) sends the search to the
+// audio, timed from the key frame. MPEG audio chunks start every 24 ms; frame
+// 12's time is 0.4805 s with the half-millisecond the search adds, so the
+// first chunk is 21 (0.504 s) and the last the first to start at or past the
+// end time. An end frame past the file ends with the list, holding the last
+// frame counted.
+TEST(frame_walk, spans_of_frames_with_their_audio) {
+    layout_options o;
+    o.pcm_us = 1000000;  // PCM only for the first second
+    const built b, short_pcm(o);
+    const struct {
+        const built *file;
+        uint32_t video;
+        int32_t from, to;
+        float end_time;
+        int32_t audio;
+        int result;
+        const char *video_start, *video_end, *audio_first, *audio_last;
+    } rows[] = {
+        {&b, 0, 12, 27, 2.0f, 1, 0, "f12", "f27", "-", "-"},
+        {&b, 0, 12, 27, 2.0f, -1, 0, "f12", "f27", "-", "-"},
+        {&b, 1, 12, 27, 0.61f, 1, 0, "-", "-", "m21", "m26"},
+        {&b, 1, 10, 27, 0.61f, 2, 0, "-", "-", "p@10", ""},
+        {&b, 0, 12, 80, 2.0f, 1, 0, "f12", "f59", "-", "-"},
+        {&b, 1, 30, 31, 1.0f, 1, 1, "", "", "", ""},  // a start more than 0.1 s after the end time
+        {&b, 0, 80, 85, 2.0f, 1, 1, "", "", "", ""},  // a start frame outside the table
+        {&b, 0, -1, 5, 2.0f, 1, 1, "", "", "", ""},
+        {&b, 1, 12, 27, 0.61f, 25, 1, "", "", "", ""},  // no such audio stream, or none at all
+        {&b, 1, 12, 27, 0.61f, 20, 1, "", "", "", ""},
+        {&b, 1, 12, 27, 0.61f, -2, 1, "", "", "", ""},
+        {&short_pcm, 1, 45, 50, 2.0f, 2, 1, "", "", "", ""},  // audio the key frame has none of
+        {&short_pcm, 1, 45, 50, 2.0f, 1, 0, "-", "-", "", ""},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << "stream " << r.video << " frames " << r.from << "-" << r.to << " audio " << r.audio);
+        uint64_t got[4] = {1, 1, 1, 1};
+        EXPECT_EQ(aviin_get_chunk_offsets(r.file->h, &r.file->tab.t, r.video, r.from, r.to, r.end_time, &got[0], &got[1],
+                                          r.audio, &got[2], &got[3]),
+                  r.result);
+        const char *expected[] = {r.video_start, r.video_end, r.audio_first, r.audio_last};
+        for (int i = 0; i < 4; ++i) {
+            if (*expected[i] != '\0') {
+                EXPECT_EQ(got[i], named(r.file->s, expected[i], 1)) << i;
+            }
+        }
+    }
+    uint64_t o1 = 0, o2 = 0, o3 = 0, o4 = 0;
+    EXPECT_EQ(aviin_get_chunk_offsets(b.h, nullptr, 0, 12, 27, 2.0f, &o1, &o2, 1, &o3, &o4), 1);
+    // Past a table built only partly: the end frame is found from its last entry.
     table part(20);
     ASSERT_EQ(aviin_init_keyindex(b.h, &part.t, part.storage.data(), 20, 0), 0);
     ASSERT_EQ(aviin_build_keyindex_entry(b.h, &part.t, 40), 0);
     ASSERT_LT(part.t.frames_scanned, 40u);
-    offsets p;
-    p.result = aviin_get_chunk_offsets(b.h, &part.t, 0, 5, 45, 2.0f, &p.video_start, &p.video_end, -1,
-                                       &p.audio_first, &p.audio_last);
-    EXPECT_EQ(p.result, 0);
-    EXPECT_EQ(p.video_end, header_of(s, s.frames[45]));
+    EXPECT_EQ(aviin_get_chunk_offsets(b.h, &part.t, 0, 5, 45, 2.0f, &o1, &o2, -1, &o3, &o4), 0);
+    EXPECT_EQ(o2, header_of(b.s, b.s.frames[45]));
 }
 
-TEST_F(frame_walk, spans_the_search_refuses) {
-    EXPECT_EQ(span_of(b, 1, 30, 31, 1.0f, 1).result, 1);    // a start more than 0.1 s after the end time
-    EXPECT_EQ(span_of(b, 0, 80, 85, 2.0f, 1).result, 1);    // a start frame outside the table
-    EXPECT_EQ(span_of(b, 0, -1, 5, 2.0f, 1).result, 1);
-    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, 25).result, 1);  // no such audio stream, or none at all
-    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, -2).result, 1);
-    b.h.get()->streams[1].kind_index = KELQAVI_KEY_AUDIO_STREAMS;  // as the ninth audio stream would be
-    EXPECT_EQ(span_of(b, 1, 12, 27, 0.61f, 1).result, 1);
-    offsets o;
-    EXPECT_EQ(aviin_get_chunk_offsets(b.h, nullptr, 0, 12, 27, 2.0f, &o.video_start, &o.video_end, 1, &o.audio_first,
-                                      &o.audio_last),
-              1);
-}
-
-TEST(frame_walk_audio, audio_the_key_frame_has_none_of_is_refused) {
-    layout_options o;
-    o.pcm_us = 1000000;
-    const built b(o);
-    EXPECT_EQ(span_of(b, 1, 45, 50, 2.0f, 2).result, 1);
-    EXPECT_EQ(span_of(b, 1, 45, 50, 2.0f, 1).result, 0);
+// The ninth audio stream has no slot in the key-frame table: its audio is
+// refused, not looked up past the entry's eight. Key frame 5 has audio of
+// the first and the eighth stream, from their start.
+TEST(frame_walk, audio_of_a_stream_past_the_tables_eight_is_refused) {
+    std::vector<byte_image> lists{video_list(1, 25)};
+    for (int a = 0; a < 9; ++a) lists.push_back(audio_list(1, 8000, 2, 1, 8000, 16000));
+    std::vector<planned> chunks{{"01wb", filler(16000, 1)}, {"08wb", filler(16000, 2)}};
+    for (uint32_t f = 0; f < 6; ++f) chunks.push_back({"00dc", filler(8, f), f % 5 == 0});
+    reader h(make_indexed(hdrl(lists), chunks).bytes);
+    table tab(4);
+    build(h, tab);
+    ASSERT_EQ(tab.t.count, 2u);
+    uint64_t o[4];
+    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 5, 6, 1.0f, &o[0], &o[1], 9, &o[2], &o[3]), 1);
+    EXPECT_EQ(aviin_get_chunk_offsets(h, &tab.t, 1, 5, 6, 1.0f, &o[0], &o[1], 8, &o[2], &o[3]), 0);
 }
 
 }  // namespace

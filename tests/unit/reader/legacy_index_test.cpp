@@ -7,17 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
 namespace {
 
 // Stream 0 video at 25 frames a second; stream 1 audio of one 1152-sample
-// frame a chunk at 48000 Hz (24 ms a chunk); stream 2 16-bit PCM at 16000
-// bytes a second, timed by its chunk sizes.
+// frame a chunk at 48000 Hz (24 ms a chunk; its stream header counts
+// milliseconds); stream 2 16-bit PCM at 16000
+// bytes a second, timed by its chunk sizes; stream 3 audio of 576-sample
+// frames, with no chunks.
 byte_image three_stream_hdrl() {
-    return hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 1152, 48000), audio_list(1, 8000, 2, 2, 16000)});
+    return hdrl({video_list(1, 25), audio_list(0x55, 48000, 1152, 24, 1000), audio_list(1, 8000, 2, 2, 16000),
+                 audio_list(0x55, 22050, 576, 576, 22050)});
 }
 
 std::vector<planned> three_stream_chunks() {
@@ -40,26 +43,15 @@ entry_fields entry_at(aviin_handle *h, uint32_t n) {
     return e;
 }
 
-// The next chunk of the walk, its id and its data.
-std::pair<std::string, std::vector<uint8_t>> next_chunk(aviin_handle *h) {
-    std::vector<uint8_t> buffer(8192);
-    uint32_t type = 0, stream = 0;
-    int32_t size = static_cast<int32_t>(buffer.size());
-    char name[5] = {0, 0, 0, 0, 0};
-    if (aviin_get_next_chunk2(h, &type, &stream, buffer.data(), &size, name) != 0) return {"", {}};
-    buffer.resize(static_cast<size_t>(size));
-    return {name, buffer};
-}
-
 class legacy_index : public ::testing::Test {
 protected:
     legacy_index() : file(make_indexed(three_stream_hdrl(), three_stream_chunks())), h(file.bytes) {}
+    void SetUp() override { ASSERT_NE(h.get(), nullptr); }
     indexed_file file;
-    open_file h;
+    reader h;
 };
 
 TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) {
-    ASSERT_NE(h.get(), nullptr);
     ASSERT_EQ(file.index_order.size(), 11u);
     for (uint32_t n = 0; n < file.index_order.size(); ++n) {
         const laid &c = file.chunks[file.index_order[n]];
@@ -74,7 +66,6 @@ TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) 
 }
 
 TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone) {
-    ASSERT_NE(h.get(), nullptr);
     const struct {
         uint32_t n;
         int result, go_to;  // reading the entry; moving the walk to it, past the last
@@ -98,35 +89,29 @@ TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone
         }
     }
     // Neither reading entries nor moving past the index moved the walk.
-    const auto first = next_chunk(h);
-    EXPECT_EQ(first.first, "00dc");
-    EXPECT_EQ(first.second, filler(300, 1).bytes());
+    const chunk_call first = next_chunk(h, 8192);
+    EXPECT_EQ(first.name, "00dc");
+    EXPECT_EQ(first.data, filler(300, 1).bytes());
 }
 
 TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_read) {
-    ASSERT_NE(h.get(), nullptr);
     // Out of order, so that each move really moves.
     for (uint32_t n : {7u, 0u, 10u, 3u, 8u, 1u}) {
         const size_t c = file.index_order[n];
         ASSERT_EQ(aviin_goto_idx1_sample(h, n), 0) << n;
-        const auto chunk = next_chunk(h);
-        EXPECT_EQ(chunk.first, file.chunks[c].id) << n;
-        EXPECT_EQ(chunk.second, three_stream_chunks()[c].data.bytes()) << n;
+        const chunk_call chunk = next_chunk(h, 8192);
+        EXPECT_EQ(chunk.name, file.chunks[c].id) << n;
+        EXPECT_EQ(chunk.data, three_stream_chunks()[c].data.bytes()) << n;
     }
     // The header walk sees the same chunk.
     ASSERT_EQ(aviin_goto_idx1_sample(h, 8), 0);
-    uint32_t type = 0, stream = 0, size = 0;
-    uint64_t data = 0;
-    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(static_cast<int64_t>(data), file.chunks[file.index_order[8]].header + 8);
+    EXPECT_EQ(next_header(h).offset, file.header(file.index_order[8]) + 8);
     // Entry 8 is the last video frame; the JUNK chunk after it is not indexed,
     // and the walk meets it after the frame.
-    ASSERT_EQ(aviin_get_next_chunk_type(h, &type, &stream, &data, &size), 0);
-    EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
+    EXPECT_EQ(next_header(h).type, static_cast<uint32_t>(KELQAVI_CHUNK_JUNK));
 }
 
 TEST_F(legacy_index, durations_by_chunk_type) {
-    ASSERT_NE(h.get(), nullptr);
     const struct {
         uint32_t stream, type;
         int result;
@@ -135,9 +120,10 @@ TEST_F(legacy_index, durations_by_chunk_type) {
         {0, 3, 0, 1, 25},
         {1, 1, 0, 1152, 48000},  // one MPEG audio frame, whatever the caller's byte count
         {2, 1, 0, 417, 16000},   // bytes over the rate
+        {3, 1, 0, 417, 22050},   // only 1152 counts as a whole frame here, not 576
         // Per-frame data lasts nothing; the den comes from the audio table at
         // the video stream's own index (0 here: stream 1's format).
-        {0, 4, 0, 0, 48000},
+        {0, 4, 0, 0, 1000},
         {0, 0, 1, 55, 55}, {0, 2, 1, 55, 55}, {0, 5, 1, 55, 55}, {0, 6, 1, 55, 55},
         {0, 7, 1, 55, 55}, {0, 8, 1, 55, 55}, {0, 10, 1, 55, 55}, {20, 3, 1, 55, 55},
     };
@@ -148,17 +134,6 @@ TEST_F(legacy_index, durations_by_chunk_type) {
         EXPECT_EQ(num, r.num);
         EXPECT_EQ(den, r.den);
     }
-}
-
-TEST(legacy_index_durations, only_1152_counts_as_a_whole_frame_here_not_576) {
-    const indexed_file file = make_indexed(hdrl({video_list(1, 25), audio_list(0x55, 22050, 576, 576, 22050)}),
-                                           {{"00dc", filler(10, 1), true}, {"01wb", filler(10, 2)}});
-    open_file h(file.bytes);
-    ASSERT_NE(h.get(), nullptr);
-    uint32_t num = 0, den = 0;
-    ASSERT_EQ(aviin_get_sample_duration(h, 1, 1, 333, &num, &den), 0);
-    EXPECT_EQ(num, 333u);
-    EXPECT_EQ(den, 22050u);
 }
 
 struct span {
@@ -173,7 +148,6 @@ span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float 
 }
 
 TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
-    ASSERT_NE(h.get(), nullptr);
     const struct {
         uint32_t stream, type;
         float start, end;
@@ -209,10 +183,9 @@ TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
 }
 
 TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
-    ASSERT_NE(h.get(), nullptr);
     ASSERT_EQ(aviin_goto_idx1_sample(h, 4), 0);
     EXPECT_EQ(search(h, 2, 1, 0.0f, 1.0f).result, 0);
-    EXPECT_EQ(next_chunk(h).first, "01wb");
+    EXPECT_EQ(next_chunk(h, 8192).name, "01wb");
     EXPECT_EQ(search(h, 25, 1, 0.0f, 1.0f).result, 1);  // no such stream slot
     uint32_t first = 0;
     EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, nullptr), 1);
@@ -221,7 +194,7 @@ TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
 TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
     indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
     file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0x7FFFFFF0);
-    open_file h(file.bytes);
+    reader h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
     // Beyond the bytes there are: values that cannot be read are 0.
     const entry_fields e = entry_at(h, 500);
@@ -239,14 +212,14 @@ TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the
         indexed_file file =
             make_indexed(three_stream_hdrl(), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, with_index);
         if (with_index) file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0);
-        open_file h(file.bytes);
+        reader h(file.bytes);
         ASSERT_NE(h.get(), nullptr);
         EXPECT_EQ(entry_at(h, 0).result, 1);
         EXPECT_EQ(aviin_goto_idx1_sample(h, 0), with_index ? 3 : 1);
         const span s = search(h, 0, 3, 0.0f, 0.0f);
         EXPECT_EQ(s.result, 1);
         EXPECT_EQ(s.first, 77u);
-        EXPECT_EQ(next_chunk(h).first, "00dc");
+        EXPECT_EQ(next_chunk(h, 8192).name, "00dc");
     }
 }
 

@@ -10,13 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
 namespace {
-
-using handle = std::unique_ptr<aviin_handle, decltype(&aviin_close)>;
 
 constexpr uint32_t all = AVIIN_TOLERATE_ALL;
 constexpr uint32_t long_format = AVIIN_TOLERATE_LONG_VIDEO_FORMAT;
@@ -57,44 +55,24 @@ enum class form {
 };
 
 indexed_file make(form f) {
-    switch (f) {
-    case form::long_palette:
-        return make_indexed(hdrl({long_format_strl(1024, false), audio_list(1, 8000, 1, 1, 8000)}), frames("00dc"));
-    case form::long_codec_data:
-        return make_indexed(hdrl({long_format_strl(33, true), audio_list(1, 8000, 1, 1, 8000)}), frames("00dc"));
-    case form::ix_in_movi:
-    case form::ix_after_unknown: {
-        std::vector<planned> c = frames("00dc");
-        c.insert(c.begin() + 2, {"ix00", ix00_body(), false, false});
-        if (f == form::ix_after_unknown) c.insert(c.begin() + 2, {"abcd", byte_image().text("zzzz"), false, false});
-        return make_indexed(video_and_audio(), c);
-    }
-    case form::file_idx1:
-        return make_indexed(video_and_audio(), frames("00dc"), index_offsets::absolute);
-    case form::db_only:
-        return make_indexed(video_and_audio(), frames("00db"));
-    case form::db_file_idx1:
-        return make_indexed(video_and_audio(), frames("00db"), index_offsets::absolute);
-    case form::empty_last_chunk: {
-        std::vector<planned> c = frames("00dc");
-        c.push_back({"01wb", byte_image()});
-        return make_indexed(video_and_audio(), c);
-    }
-    case form::db_unflagged: {
-        std::vector<planned> c = frames("00db");
+    const bool db = f == form::db_only || f == form::db_file_idx1 || f == form::db_unflagged;
+    const bool absolute = f == form::file_idx1 || f == form::db_file_idx1 || f == form::db_unflagged;
+    std::vector<planned> c = frames(db ? "00db" : "00dc");
+    byte_image header_list = video_and_audio();
+    if (f == form::long_palette || f == form::long_codec_data)
+        header_list = hdrl({f == form::long_palette ? long_format_strl(1024, false) : long_format_strl(33, true), audio_list(1, 8000, 1, 1, 8000)});
+    if (f == form::ix_in_movi || f == form::ix_after_unknown) c.insert(c.begin() + 2, {"ix00", ix00_body(), false, false});
+    if (f == form::ix_after_unknown) c.insert(c.begin() + 2, {"abcd", byte_image().text("zzzz"), false, false});
+    if (f == form::empty_last_chunk) c.push_back({"01wb", byte_image()});
+    if (f == form::db_unflagged)
         for (planned &p : c) p.key = false;
-        return make_indexed(video_and_audio(), c, index_offsets::absolute);
-    }
-    case form::both_places: {
+    if (f == form::both_places) {
         // The first entry, an indexed JUNK, names a JUNK chunk counted from
         // "movi" and another one counted from the start of the file.
-        std::vector<planned> c = frames("00dc");
         c.insert(c.begin(), {{"JUNK", byte_image(), false, false}, {"JUNK", filler(4, 6)}});
-        return make_indexed(byte_image().chunk("JUNK", filler(4, 7)).append(video_and_audio()), c);
+        header_list = byte_image().chunk("JUNK", filler(4, 7)).append(header_list);
     }
-    default:
-        return make_indexed(video_and_audio(), frames("00dc"));
-    }
+    return make_indexed(header_list, c, absolute ? index_offsets::absolute : index_offsets::movi_relative);
 }
 
 // Both walks as text: stream and type of each step, then the end code. The
@@ -229,10 +207,8 @@ TEST(tolerances, each_file_form_with_its_tolerance_off_and_on) {
     for (const row &r : rows) {
         const indexed_file f = make(r.file);
         SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(r.file) << " flags " << r.flags);
-        temp_file file(f.bytes);
-        const handle owned(r.flags == 0 ? aviin_open(file.path(), 0) : aviin_open_tolerant(file.path(), 0, r.flags),
-                           aviin_close);
-        aviin_handle *h = owned.get();
+        const reader owned(f.bytes, 0, r.flags);
+        aviin_handle *h = owned;
         ASSERT_EQ(h != nullptr, r.opens);
         if (h == nullptr) continue;
         expect_format(h, r);
@@ -258,11 +234,9 @@ TEST(tolerances, the_audio_walk_passes_over_an_index_chunk_of_its_stream) {
                                                       {"01wb", filler(20, 3)}, {"00dc", filler(8, 4), true},
                                                       {"ix01", ix00_body(), false, false}});
     f.bytes.set_u32(static_cast<size_t>(f.chunks[3].header), make_fourCC("JUNK"));
-    temp_file file(f.bytes);
     for (uint32_t flags : {0u, index_chunks}) {
-        const handle owned(aviin_open_tolerant(file.path(), 0, flags), aviin_close);
-        aviin_handle *h = owned.get();
-        ASSERT_NE(h, nullptr);
+        const reader h(f.bytes, 0, flags);
+        ASSERT_NE(h.get(), nullptr);
         std::vector<keyindex_entry> storage(4);
         keyindex_table t;
         ASSERT_EQ(aviin_init_keyindex(h, &t, storage.data(), 4, 0), 0);
