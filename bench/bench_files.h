@@ -7,3 +7,5 @@ void remove_seek_bench_files();
 void remove_repair_bench_files();
 void print_writer_memory();
 void print_writer_checkpoints();
+int probe_read(const char *walk, const char *path);
+int probe_make_reader_file(const char *path, int count);

@@ -6,6 +6,9 @@
 //   riff_bench probe-write MODE N         writes N 1 KiB chunks (MODE default
 //                                         or 64k), for counting system calls
 //   riff_bench probe-walk                 walks a list of 16384 chunks once
+//   riff_bench probe-make PATH N          writes an AVI of N 1 KiB key frames
+//   riff_bench probe-read WALK PATH       one reading workload over it (see
+//                                         probe_read in reader_bench.cpp)
 extern "C" {
 #include <libavformat/avio.h>
 }
@@ -295,6 +298,8 @@ private:
 
 int main(int argc, char **argv) {
     if (argc == 2 && std::strcmp(argv[1], "probe-walk") == 0) return probe_walk();
+    if (argc == 4 && std::strcmp(argv[1], "probe-make") == 0) return probe_make_reader_file(argv[2], std::atoi(argv[3]));
+    if (argc == 4 && std::strcmp(argv[1], "probe-read") == 0) return probe_read(argv[2], argv[3]);
     if (argc == 4 && std::strcmp(argv[1], "probe-write") == 0) return probe_write(argv[2], std::atoi(argv[3]));
     benchmark::Initialize(&argc, argv);
     ratio_reporter reporter;
