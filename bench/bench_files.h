@@ -1,6 +1,8 @@
 // Temporary files the benchmarks make, removed when the run ends.
 #pragma once
 
+#include <cstdint>
+
 void remove_reader_bench_file();
 void remove_writer_bench_file();
 void remove_seek_bench_files();
@@ -9,3 +11,4 @@ void print_writer_memory();
 void print_writer_checkpoints();
 int probe_read(const char *walk, const char *path);
 int probe_make_reader_file(const char *path, int count);
+int walk_headers_in_blocks(const char *path, int64_t first, int count);

@@ -161,33 +161,83 @@ int64_t first_movi_header() {
     return static_cast<int64_t>(offset) - 8;
 }
 
-// The header walk's limit: every byte of the file through stdio in 64 KiB
-// blocks (a walk over chunks smaller than its buffer brings in every page
-// anyway), the chunk headers picked out of the blocks in memory.
-void BM_ReaderWalkHeaders_Limit_fread(benchmark::State &state) {
+}  // namespace
+
+// Walks `count` chunk headers from file position `first` the plain way:
+// every byte of the file through stdio in 64 KiB blocks (a walk over chunks
+// smaller than its buffer brings in every page anyway), the headers picked
+// out of the blocks in memory. The limit of every header walk.
+int walk_headers_in_blocks(const char *path, int64_t first, int count) {
     constexpr size_t block = 64 * 1024;
-    std::vector<uint8_t> buffer(block + 8);
+    static uint8_t buffer[block + 8];
+    FILE *f = std::fopen(path, "rb");
+    int64_t base = 0, next = first;  // file offsets of buffer[0] and of the next header
+    size_t held = 0, n = 0;
+    int chunks = 0;
+    do {
+        const size_t drop = next - base < static_cast<int64_t>(held) ? static_cast<size_t>(next - base) : held;
+        std::memmove(buffer, buffer + drop, held - drop);
+        base += static_cast<int64_t>(drop);
+        held -= drop;
+        n = std::fread(buffer + held, 1, block, f);
+        held += n;
+        for (; chunks < count && next + 8 <= base + static_cast<int64_t>(held); ++chunks) {
+            const uint8_t *p = buffer + (next - base);
+            const uint32_t size = p[4] | p[5] << 8 | p[6] << 16 | static_cast<uint32_t>(p[7]) << 24;
+            next += 8 + size + (size & 1);
+        }
+    } while (n > 0 && chunks < count);
+    std::fclose(f);
+    return chunks;
+}
+
+namespace {
+
+void BM_ReaderWalkHeaders_Limit_fread(benchmark::State &state) {
     const int64_t first = first_movi_header();
+    for (auto _ : state) benchmark::DoNotOptimize(walk_headers_in_blocks(reader_file().c_str(), first, frames));
+    state.SetItemsProcessed(state.iterations() * frames);
+}
+
+// Opening the file and building the key-frame table of its video stream
+// from idx1 in one call.
+void BM_KeyTableFromIdx1(benchmark::State &state) {
+    std::unique_ptr<keyindex_entry[]> entries(new keyindex_entry[frames]);
+    for (auto _ : state) {
+        aviin_handle *h = aviin_open(reader_file().c_str(), 0);
+        keyindex_table table;
+        if (aviin_init_keyindex(h, &table, entries.get(), frames, 0) == 0)
+            while (aviin_build_keyindex_entry(h, &table, 0) == 0) {}
+        aviin_close(h);
+        benchmark::DoNotOptimize(table.count);
+    }
+    state.SetItemsProcessed(state.iterations() * frames);
+}
+
+// The peer: libavformat's open, which reads the headers and loads idx1 into
+// its own index.
+void BM_KeyTableFromIdx1_Peer_avformat(benchmark::State &state) {
+    for (auto _ : state) {
+        AVFormatContext *context = nullptr;
+        avformat_open_input(&context, reader_file().c_str(), nullptr, nullptr);
+        benchmark::DoNotOptimize(context->nb_streams);
+        avformat_close_input(&context);
+    }
+    state.SetItemsProcessed(state.iterations() * frames);
+}
+
+// The limit: the idx1 entries, the last bytes of the file, through stdio in
+// 64 KiB blocks, with their key flags counted.
+void BM_KeyTableFromIdx1_Limit_fread(benchmark::State &state) {
+    std::vector<uint8_t> block(64 * 1024);
     for (auto _ : state) {
         FILE *f = std::fopen(reader_file().c_str(), "rb");
-        int64_t base = 0, next = first;  // file offsets of buffer[0] and of the next header
-        size_t held = 0, n = 0;
-        int chunks = 0;
-        do {
-            const size_t drop = next - base < static_cast<int64_t>(held) ? static_cast<size_t>(next - base) : held;
-            std::memmove(buffer.data(), buffer.data() + drop, held - drop);
-            base += static_cast<int64_t>(drop);
-            held -= drop;
-            n = std::fread(buffer.data() + held, 1, block, f);
-            held += n;
-            for (; chunks < frames && next + 8 <= base + static_cast<int64_t>(held); ++chunks) {
-                const uint8_t *p = buffer.data() + (next - base);
-                const uint32_t size = p[4] | p[5] << 8 | p[6] << 16 | static_cast<uint32_t>(p[7]) << 24;
-                next += 8 + size + (size & 1);
-            }
-        } while (n > 0);
+        fseeko64(f, -static_cast<int64_t>(frames) * 16, SEEK_END);
+        int keys = 0;
+        for (size_t n; (n = std::fread(block.data(), 1, block.size(), f)) > 0;)
+            for (size_t at = 4; at < n; at += 16) keys += (block[at] & index_flag_key) != 0;
         std::fclose(f);
-        benchmark::DoNotOptimize(chunks);
+        benchmark::DoNotOptimize(keys);
     }
     state.SetItemsProcessed(state.iterations() * frames);
 }
@@ -198,6 +248,9 @@ BENCHMARK(BM_ReaderWalk_Limit_fread)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReaderWalkHeaders)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReaderWalkHeaders_Peer_avformat)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReaderWalkHeaders_Limit_fread)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyTableFromIdx1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyTableFromIdx1_Peer_avformat)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyTableFromIdx1_Limit_fread)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
