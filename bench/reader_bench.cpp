@@ -263,7 +263,8 @@ long walk_movi_list(const char *path) {
     while (riff != nullptr && riff->status == 0 && !end_of_list(riff)) {
         if (fourCC_equal(next_chunk_in_list(riff), make_fourCC("LIST"))) {
             list_node *list = new_list(riff, f);
-            for (; list != nullptr && fourCC_equal(list->type, make_fourCC("movi")) && !end_of_list(list); ++met) {
+            const bool movi = list != nullptr && fourCC_equal(list->type, make_fourCC("movi"));
+            for (; movi && !end_of_list(list); ++met) {
                 next_chunk_in_list(list);
                 file_seek(f, list->next_pos, 0);
             }
