@@ -3,9 +3,13 @@
 // run. Prints figures only; nothing here asserts on time.
 //
 //   riff_bench [benchmark flags]          the benchmarks, then peak memory
+//   riff_bench timings-only [flags]       the benchmarks alone
 //   riff_bench probe-write MODE N         writes N 1 KiB chunks (MODE default
 //                                         or 64k), for counting system calls
 //   riff_bench probe-walk                 walks a list of 16384 chunks once
+//   riff_bench probe-make PATH N          writes an AVI of N 1 KiB key frames
+//   riff_bench probe-read WALK PATH       one reading workload over it (see
+//                                         probe_read in reader_bench.cpp)
 extern "C" {
 #include <libavformat/avio.h>
 }
@@ -187,20 +191,9 @@ void BM_ListWalk(benchmark::State &state) {
     state.SetItemsProcessed(state.iterations() * chunks_per_file);
 }
 
-void BM_ListWalk_Limit_fseek(benchmark::State &state) {
-    FILE *f = std::fopen(movi_file().c_str(), "rb");
-    for (auto _ : state) {
-        int64_t pos = 24;
-        uint8_t header[8];
-        int chunks = 0;
-        while (fseeko64(f, pos, SEEK_SET) == 0 && std::fread(header, 1, 8, f) == 8) {
-            const uint32_t size = header[4] | header[5] << 8 | header[6] << 16 | uint32_t(header[7]) << 24;
-            pos += 8 + size + (size & 1);
-            ++chunks;
-        }
-        benchmark::DoNotOptimize(chunks);
-    }
-    std::fclose(f);
+// The limit: the same headers picked out of plain block reads of the file.
+void BM_ListWalk_Limit_fread(benchmark::State &state) {
+    for (auto _ : state) benchmark::DoNotOptimize(walk_headers_in_blocks(movi_file().c_str(), 24, chunks_per_file));
     state.SetItemsProcessed(state.iterations() * chunks_per_file);
 }
 
@@ -231,7 +224,7 @@ BENCHMARK(BM_DataChunkWrite)->Arg(0)->Arg(1)->ArgName("buffer64k")->Unit(benchma
 BENCHMARK(BM_DataChunkWrite_Limit_fwrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DataChunkWrite_Peer_avio)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListWalk)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ListWalk_Limit_fseek)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ListWalk_Limit_fread)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ListWalk_Peer_avio)->Unit(benchmark::kMillisecond);
 
 int probe_write(const char *mode, int count) {
@@ -295,7 +288,13 @@ private:
 
 int main(int argc, char **argv) {
     if (argc == 2 && std::strcmp(argv[1], "probe-walk") == 0) return probe_walk();
+    if (argc == 4 && std::strcmp(argv[1], "probe-make") == 0) return probe_make_reader_file(argv[2], std::atoi(argv[3]));
+    if (argc == 4 && std::strcmp(argv[1], "probe-read") == 0) return probe_read(argv[2], argv[3]);
     if (argc == 4 && std::strcmp(argv[1], "probe-write") == 0) return probe_write(argv[2], std::atoi(argv[3]));
+    // "timings-only" first: the benchmarks alone, without the memory and
+    // checkpoint tables.
+    const bool timings_only = argc > 1 && std::strcmp(argv[1], "timings-only") == 0;
+    if (timings_only) --argc, ++argv;
     benchmark::Initialize(&argc, argv);
     ratio_reporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

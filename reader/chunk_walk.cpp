@@ -6,6 +6,7 @@
 #include "riff/riff_layout.h"
 #include "riff/forward_read.h"
 #include "riff/le_bytes.h"
+#include "riff/stream_buffer.h"
 
 namespace {
 
@@ -58,7 +59,8 @@ int resync_scan(aviin_handle *h, list_node *list, int64_t p, uint8_t *buffer, in
 // so a chunk that does not fit is passed over for good. The pad byte is not read.
 int read_chunk_body(list_node *list, uint32_t data_size, uint8_t *buffer, int32_t *size) {
     if (static_cast<int64_t>(*size) < static_cast<int64_t>(data_size)) return result_failed;
-    const size_t got = file_read(list->stream, buffer, data_size);
+    const size_t got =
+        kelq::buffered_read(list->stream, buffer, data_size) ? data_size : file_read(list->stream, buffer, data_size);
     *size = static_cast<int32_t>(got);
     return got == data_size ? result_ok : result_failed;
 }
@@ -103,7 +105,8 @@ int step_by_seeking(aviin_handle *h, uint32_t *type, uint32_t *stream, uint8_t *
 // fewer than eight bytes came.
 bool read_header_in_place(FILE *f, int64_t p, uint32_t *id, uint32_t *data_size) {
     uint8_t bytes[chunk_header_size];
-    if (!kelq::reach_by_reading(f, file_tell(f), p) || fread_unlocked(bytes, 1, sizeof bytes, f) != sizeof bytes)
+    if (!kelq::reach_by_reading(f, file_tell(f), p) ||
+        (!kelq::buffered_read(f, bytes, sizeof bytes) && fread_unlocked(bytes, 1, sizeof bytes, f) != sizeof bytes))
         return false;
     *id = kelq::load_le<uint32_t>(bytes);
     *data_size = kelq::load_le<uint32_t>(bytes + chunk_id_size);
@@ -159,7 +162,9 @@ int aviin_get_next_chunk_type(aviin_handle *h, uint32_t *type, uint32_t *stream,
     // One read for the id and the size: the id fails when no byte came, the
     // size when no byte past the id did; missing high bytes stay zero.
     uint8_t bytes[chunk_header_size] = {};
-    const size_t got = fread_unlocked(bytes, 1, sizeof bytes, list->stream);
+    const size_t got = kelq::buffered_read(list->stream, bytes, sizeof bytes)
+                           ? sizeof bytes
+                           : fread_unlocked(bytes, 1, sizeof bytes, list->stream);
     if (got <= static_cast<size_t>(chunk_id_size)) list->status |= 1u;
     if (list->status != 0) return result_failed;
     const uint32_t id = kelq::load_le<uint32_t>(bytes);

@@ -1,6 +1,11 @@
-// Thin wrappers over stdio's 64-bit stream calls.
+// Thin wrappers over stdio's 64-bit stream calls. Tell and seek answer from
+// the stream's buffer when they can, which saves a walk over many small
+// chunks a lock and a system call per chunk.
 #include "kelqavi.h"
+#include "riff/forward_read.h"
+#include "riff/stream_buffer.h"
 
+#include <cstdint>
 #include <cstdio>
 
 namespace {
@@ -37,12 +42,22 @@ size_t file_write(FILE *stream, const void *src, size_t count) {
 int file_seek(FILE *stream, int64_t offset, int origin) {
     static constexpr int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     if (origin < 0 || origin > 2 || stream == nullptr) return 1;
+    // A target among the buffered bytes, or a little way ahead of them, is
+    // reached without asking the kernel; the stream ends as the seek leaves it.
+    const int64_t here = origin != 2 ? kelq::reading_position(stream) : -1;
+    if (here >= 0 && (origin == 0 || offset <= INT64_MAX - here)) {
+        const int64_t target = origin == 0 ? offset : here + offset;
+        if (kelq::buffered_seek(stream, target) || kelq::reach_by_reading(stream, here, target)) return 0;
+        // The reads may have moved the stream part of the way.
+        return fseeko64(stream, target, SEEK_SET) == 0 ? 0 : 1;
+    }
     return fseeko64(stream, offset, whence[origin]) == 0 ? 0 : 1;
 }
 
 int64_t file_tell(FILE *stream) {
     if (stream == nullptr) return -1;
-    return ftello64(stream);
+    const int64_t here = kelq::buffered_tell(stream);
+    return here >= 0 ? here : ftello64(stream);
 }
 
 int file_eof(FILE *stream) {

@@ -1,6 +1,7 @@
 #include "riff/forward_read.h"
 
 #include "kelqavi.h"
+#include "riff/stream_buffer.h"
 
 namespace kelq {
 
@@ -16,6 +17,7 @@ constexpr int64_t bytewise_limit = 8;
 bool reach_by_reading(FILE *stream, int64_t here, int64_t target) {
     if (here < 0 || target < here || target - here > forward_read_limit || feof_unlocked(stream)) return false;
     int64_t left = target - here;
+    if (buffered_read(stream, nullptr, static_cast<size_t>(left))) return true;
     if (left <= bytewise_limit) {
         for (; left > 0; --left)
             if (getc_unlocked(stream) == EOF) return false;

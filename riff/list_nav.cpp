@@ -2,6 +2,7 @@
 #include "kelqavi.h"
 #include "riff/riff_layout.h"
 #include "riff/le_bytes.h"
+#include "riff/stream_buffer.h"
 
 #include <cstdlib>
 
@@ -43,9 +44,17 @@ uint32_t next_chunk_in_list(list_node *node) {
     FILE *stream = node->stream;
     uint32_t id = 0, size = 0;
     int status = file_seek(stream, node->next_pos, 0);
-    status |= read_fourCC(&id, stream);
-    status |= read_val32(&size, stream);
-    status |= file_seek(stream, node->next_pos, 0);
+    uint8_t header[chunk_header_size];
+    // Looked at in the buffer when it holds the whole header: the same as
+    // reading it and seeking back, without moving the stream at all.
+    if (status == 0 && kelq::buffered_peek(stream, header, sizeof header)) {
+        id = kelq::load_le<uint32_t>(header);
+        size = kelq::load_le<uint32_t>(header + kelq::chunk_id_size);
+    } else {
+        status |= read_fourCC(&id, stream);
+        status |= read_val32(&size, stream);
+        status |= file_seek(stream, node->next_pos, 0);
+    }
     const int64_t padded = padEven(static_cast<int64_t>(size));
     node->next_pos = file_tell(stream) + padded + chunk_header_size;
     node->status |= static_cast<uint32_t>(status);
