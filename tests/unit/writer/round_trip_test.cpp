@@ -195,8 +195,10 @@ TEST(WriterRoundTrip, StrdSetOnFirstVideoClearedOnLast) {
     }
 }
 
-// Type-first chunk ids: "dc00", "wb01", the legacy index as "1idx", and with
-// OpenDML the super index's dwChunkId cut at its terminator and swapped.
+// Type-first chunk ids: "dc00", "wb01", and the legacy index as "1idx"; with
+// OpenDML the super index's dwChunkId cut at its terminator and swapped, the
+// ix## ids as without, and the four puts that flushed a standard index (N =
+// 4 in count mode) without their idx1 records.
 TEST(WriterRoundTrip, SwappedIds) {
     for (uint32_t odml = 0; odml < 2; ++odml) {
         SCOPED_TRACE(odml);
@@ -204,22 +206,25 @@ TEST(WriterRoundTrip, SwappedIds) {
         aviout_handle *w = aviout_open(path, odml, 0);
         ASSERT_NE(w, nullptr);
         w->swapped_ids = 1;
-        w->index_chunk_seconds = 2.0;
+        w->index_chunk_seconds = 0.16;
+        w->odml_timing_mode = 1;
         ASSERT_EQ(add_stream(w, 'v') + add_stream(w, 'a'), 0);
+        const uint32_t chunks = odml != 0 ? 20 : 6;
         std::vector<std::vector<uint8_t>> sent;
-        for (uint32_t i = 0; i < 6; ++i) {
+        for (uint32_t i = 0; i < chunks; ++i) {
             sent.push_back(payload(20 + i, i));
             ASSERT_EQ(put(w, static_cast<int32_t>(i % 2), i % 2 == 0 ? 1 : 0, sent.back()), 0);
         }
         aviout_close(w);
         const std::vector<uint8_t> b = file_bytes(path);
-        EXPECT_EQ(std::vector<size_t>({movi_chunks(b, 0, "dc00").size(), movi_chunks(b, 0, "wb01").size()}), std::vector<size_t>(2, 3));
+        EXPECT_EQ(std::vector<size_t>({movi_chunks(b, 0, "dc00").size(), movi_chunks(b, 0, "wb01").size()}), std::vector<size_t>(2, chunks / 2));
         const chunk_at idx = find_child(b, 0, "1idx");
         ASSERT_NE(idx.pos, SIZE_MAX);
-        EXPECT_EQ(idx.size, 6u * 16);
-        EXPECT_EQ(text4(b, idx.data()), "dc00");
+        EXPECT_EQ(idx.size, (odml != 0 ? 16u : 6u) * 16);
+        EXPECT_EQ(text4(b, idx.data()) + text4(b, idx.data() + 16), "dc00wb01");
         if (odml != 0) {
             EXPECT_EQ(text4(b, strl_chunk(b, 0, "indx") + 8), std::string("\0\0" "0\0", 4));
+            EXPECT_EQ(text4(b, static_cast<size_t>(super_entries(b, 0).at(0).offset)), std::string("ix0\0", 4));
         }
         EXPECT_EQ(read_back(path, 1), sent);
     }
