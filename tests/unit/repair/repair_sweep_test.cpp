@@ -190,7 +190,7 @@ namespace {
 // were put; the chunks after a track's last one are taken as key frames.
 TEST(RepairOpenDml, StandardIndexesGiveKeyFrames) {
     scratch_path path;
-    aviout_handle *w = open_video_writer(path, 1, 1.4);
+    aviout_handle *w = open_writer(path, "v", {1, 1.4});
     ASSERT_NE(w, nullptr);
     const audio_stream_format audio = audio_record(8000);
     const double duration = 0.04;

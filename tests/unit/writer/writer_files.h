@@ -1,7 +1,7 @@
-// Helpers for the writer's tests: scratch paths, stream records, reading a
-// written file back as bytes and walking its chunk tree by hand, so that
-// layouts are checked against the bytes on disk rather than the writer's
-// own bookkeeping.
+// Helpers for the writer's and the repair's tests: scratch paths, stream
+// records, writers opened with a few streams, and reading a written file
+// back as bytes and through the reader, so that layouts are checked against
+// the bytes on disk rather than the writer's own bookkeeping.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -54,11 +54,12 @@ inline std::vector<uint8_t> file_bytes(const char *path) {
     return out;
 }
 
-inline void put_file(const char *path, const std::vector<uint8_t> &bytes) {
+inline void put_file(const char *path, const std::vector<uint8_t> &bytes, size_t n = SIZE_MAX) {
     FILE *f = std::fopen(path, "wb");
     ASSERT_NE(f, nullptr);
-    if (!bytes.empty()) {
-        ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
+    n = std::min(n, bytes.size());
+    if (n > 0) {
+        ASSERT_EQ(std::fwrite(bytes.data(), 1, n, f), n);
     }
     std::fclose(f);
 }
@@ -131,14 +132,18 @@ inline std::vector<chunk_at> strl_lists(const std::vector<uint8_t> &b, size_t fo
     return out;
 }
 
-// The avih payload of a form.
+// The avih payload of a form, and its values by index in file order (0
+// micro-seconds per frame, 3 flags, 4 total frames, 6 streams, ...).
 inline size_t avih_data(const std::vector<uint8_t> &b, size_t form_pos = 0) {
-    const chunk_at hdrl = find_child(b, form_pos, "LIST", "hdrl");
-    return find_child(b, hdrl.pos, "avih").data();
+    return find_child(b, find_child(b, form_pos, "LIST", "hdrl").pos, "avih").data();
 }
-// avih values by index in file order (0 micro-seconds per frame, 4 total frames, 6 streams, ...).
 inline uint32_t avih_value(const std::vector<uint8_t> &b, int index, size_t form_pos = 0) {
     return le32(b, avih_data(b, form_pos) + 4 * static_cast<size_t>(index));
+}
+// The total frame count dmlh keeps; SIZE_MAX-sized 0 when there is none.
+inline uint32_t dmlh_frames(const std::vector<uint8_t> &b) {
+    const chunk_at odml = find_child(b, find_child(b, 0, "LIST", "hdrl").pos, "LIST", "odml");
+    return odml.pos == SIZE_MAX ? 0 : le32(b, find_child(b, odml.pos, "dmlh").data());
 }
 
 // strh payload offsets.
@@ -154,16 +159,31 @@ inline size_t strl_chunk(const std::vector<uint8_t> &b, int stream, const char *
     const chunk_at c = find_child(b, lists[static_cast<size_t>(stream)].pos, id);
     return c.pos == SIZE_MAX ? SIZE_MAX : c.data();
 }
+inline uint32_t strh_value(const std::vector<uint8_t> &b, int stream, strh_field field) {
+    return le32(b, strl_chunk(b, stream, "strh") + field);
+}
 
-// The data chunks and ix## chunks of a movi list, in order.
-inline std::vector<chunk_at> movi_chunks(const std::vector<uint8_t> &b, size_t form_pos = 0) {
+// The chunks of a form's movi list, in order; those with the given id only.
+inline std::vector<chunk_at> movi_chunks(const std::vector<uint8_t> &b, size_t form_pos = 0, const char *id = nullptr) {
     const chunk_at movi = find_child(b, form_pos, "LIST", "movi");
     if (movi.pos == SIZE_MAX) return {};
-    return children(b, movi.pos);
+    std::vector<chunk_at> out = children(b, movi.pos);
+    if (id != nullptr)
+        out.erase(std::remove_if(out.begin(), out.end(), [&](const chunk_at &c) { return c.id != id4(id); }), out.end());
+    return out;
 }
 
 // Stream records as an application fills them. Names are not copied: keep
 // the string alive until the setter returns.
+template <typename Record>
+Record named(Record r, const char *name) {
+    if (name != nullptr) {
+        r.name_length = static_cast<int32_t>(std::strlen(name));
+        r.name = const_cast<char *>(name);
+    }
+    return r;
+}
+
 inline video_stream_format video_record(const char *compression = "MJPG", const char *name = nullptr,
                                         int32_t width = 64, int32_t height = 48, uint32_t scale = 1,
                                         uint32_t rate = 25, const char *handler = nullptr) {
@@ -175,11 +195,7 @@ inline video_stream_format video_record(const char *compression = "MJPG", const 
     std::memcpy(r.compression, compression, 4);
     std::memcpy(r.handler, handler != nullptr ? handler : compression, 4);
     r.quality = 7500;
-    if (name != nullptr) {
-        r.name_length = static_cast<int32_t>(std::strlen(name));
-        r.name = const_cast<char *>(name);
-    }
-    return r;
+    return named(r, name);
 }
 
 inline audio_stream_format audio_record(uint32_t rate = 16000, const char *name = nullptr, uint32_t sample_size = 0,
@@ -199,21 +215,13 @@ inline audio_stream_format audio_record(uint32_t rate = 16000, const char *name 
     r.wave_format.cb_size = cb_size;
     for (uint16_t i = 0; i < cb_size && i < sizeof r.wave_format.extra; ++i)
         r.wave_format.extra[i] = static_cast<uint8_t>(0xA0 + i);
-    if (name != nullptr) {
-        r.name_length = static_cast<int32_t>(std::strlen(name));
-        r.name = const_cast<char *>(name);
-    }
-    return r;
+    return named(r, name);
 }
 
 inline caption_stream_format caption_record(const char *name = nullptr, uint16_t base = 0x0101) {
     caption_stream_format r{};
     for (int i = 0; i < 4; ++i) r.format.value[i] = static_cast<uint16_t>(base * (i + 1));
-    if (name != nullptr) {
-        r.name_length = static_cast<int32_t>(std::strlen(name));
-        r.name = const_cast<char *>(name);
-    }
-    return r;
+    return named(r, name);
 }
 
 // Chunk payloads that tell chunks apart: byte i is (seed + i * 7) & 0xFF.
@@ -228,22 +236,45 @@ inline int put(aviout_handle *w, int32_t stream, uint32_t flags, const std::vect
                             static_cast<uint32_t>(data.size()));
 }
 
-// A writer with one video stream of 25 frames per second (0.04 s a frame).
-inline aviout_handle *open_video_writer(const char *path, uint32_t odml = 0, double index_seconds = 0.0,
-                                        uint32_t timing_mode = 0, int32_t *stream = nullptr, uint32_t profile = 0) {
-    aviout_handle *w = aviout_open(path, odml, 0);
-    if (w == nullptr) return nullptr;
-    w->standard_profile = profile;
-    w->index_chunk_seconds = index_seconds;
-    w->odml_timing_mode = timing_mode;
+// Gives one stream of a kind by its letter: v video (0.04 s a frame), a
+// 16-bit PCM audio at 16000 Hz (chunks of audio_seconds), t text caption,
+// b bitmap caption, anything else a chapter stream.
+inline int add_stream(aviout_handle *w, char kind, int32_t *s = nullptr, double audio_seconds = 0.04) {
+    int32_t own = -1;
+    if (s == nullptr) s = &own;
     const video_stream_format v = video_record();
+    const audio_stream_format a = audio_record();
+    const caption_stream_format c = caption_record("Chapter");
     const double frame = 0.04;
-    int32_t s = -1;
-    if (aviout_set_video_format(w, &s, &v, &frame) != 0) {
-        aviout_close(w);
-        return nullptr;
+    switch (kind) {
+    case 'v': return aviout_set_video_format(w, s, &v, &frame);
+    case 'a': return aviout_set_audio_format(w, s, &a, &audio_seconds);
+    case 't': return aviout_set_text_caption_format(w, s, &c);
+    case 'b': return aviout_set_bitmap_caption_format(w, s, &v);
+    default: return aviout_set_chapter_format(w, s, &c);
     }
-    if (stream != nullptr) *stream = s;
+}
+
+// How a test writer is set up before its streams.
+struct setup {
+    uint32_t odml = 0;
+    double index_seconds = 0.0;
+    uint32_t timing = 0, profile = 0;
+};
+
+// A writer with streams of the kinds given by letter (see add_stream).
+inline aviout_handle *open_writer(const char *path, const char *kinds = "v", const setup &s = {},
+                                  double audio_seconds = 0.04) {
+    aviout_handle *w = aviout_open(path, s.odml, 0);
+    if (w == nullptr) return nullptr;
+    w->standard_profile = s.profile;
+    w->index_chunk_seconds = s.index_seconds;
+    w->odml_timing_mode = s.timing;
+    for (const char *k = kinds; *k != '\0'; ++k)
+        if (add_stream(w, *k, nullptr, audio_seconds) != 0) {
+            aviout_close(w);
+            return nullptr;
+        }
     return w;
 }
 
@@ -252,7 +283,6 @@ struct walked {
     int status;
     uint32_t type, stream;
     std::vector<uint8_t> data;
-    std::string name;
 };
 
 inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
@@ -262,7 +292,6 @@ inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
     char name[5] = {};
     r.status = aviin_get_next_chunk2(h, &r.type, &r.stream, r.data.data(), &size, name);
     r.data.resize(r.status == 0 && size >= 0 ? static_cast<size_t>(size) : 0);
-    r.name = name;
     return r;
 }
 
@@ -284,6 +313,53 @@ inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr
     }
     if (last_status != nullptr) *last_status = -1;
     return out;
+}
+
+// The payloads the reader walks in the file's first movi, the walk's last result in *last.
+inline std::vector<std::vector<uint8_t>> read_back(const char *path, uint32_t swapped = 0, int *last = nullptr) {
+    std::vector<std::vector<uint8_t>> out;
+    aviin_handle *h = aviin_open(path, swapped);
+    EXPECT_NE(h, nullptr) << path;
+    if (h == nullptr) return out;
+    for (walked &c : walk_data(h, last)) out.push_back(std::move(c.data));
+    aviin_close(h);
+    return out;
+}
+
+// A super index entry: where its ix## chunk is, its size and duration.
+struct super_entry {
+    uint64_t offset;
+    uint32_t size, duration;
+};
+
+inline std::vector<super_entry> super_entries(const std::vector<uint8_t> &b, int stream, size_t form_pos = 0) {
+    std::vector<super_entry> out;
+    const size_t indx = strl_chunk(b, stream, "indx", form_pos);
+    if (indx == SIZE_MAX) return out;
+    for (uint32_t i = 0; i < le32(b, indx + 4) && i < 100; ++i) {
+        const size_t e = indx + 24 + 16 * static_cast<size_t>(i);
+        out.push_back({le64(b, e), le32(b, e + 8), le32(b, e + 12)});
+    }
+    return out;
+}
+
+// Every standard index a stream's super index lists names that stream's
+// chunks (data position and size, a clear top bit for a key frame) in
+// order, each once, and nothing else; its dwSize is the ix## chunk's.
+inline void expect_indexes_list(const std::vector<uint8_t> &b, int stream, const std::vector<chunk_at> &chunks,
+                                const std::vector<bool> &keys) {
+    std::vector<std::pair<uint64_t, uint32_t>> named, want;
+    for (const super_entry &s : super_entries(b, stream)) {
+        const size_t ix = static_cast<size_t>(s.offset);
+        ASSERT_LT(ix + 32, b.size()) << "stream " << stream;
+        ASSERT_EQ(text4(b, ix).substr(0, 2), "ix");
+        EXPECT_EQ(s.size, le32(b, ix + 4) + 8) << "dwSize";
+        for (uint32_t k = 0; k < le32(b, ix + 12); ++k)
+            named.push_back({le64(b, ix + 20) + le32(b, ix + 32 + 8 * k), le32(b, ix + 36 + 8 * k)});
+    }
+    for (size_t i = 0; i < chunks.size(); ++i)
+        want.push_back({chunks[i].data(), chunks[i].size | (i < keys.size() && !keys[i] ? 0x80000000u : 0u)});
+    EXPECT_EQ(named, want) << "stream " << stream << ": the standard indexes name exactly its chunks";
 }
 
 }  // namespace kelqtest
