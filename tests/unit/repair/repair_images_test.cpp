@@ -8,7 +8,7 @@
 
 #include "repair/repair_state.h"
 #include "support/avi_image.h"
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 #include "unit/repair/repair_check.h"
 
 using namespace kelqtest;
@@ -44,7 +44,7 @@ std::vector<kept_chunk> first(const std::vector<planned> &p, size_t n, bool inde
 
 // The sizes a cut recording leaves: RIFF and movi at the placeholder.
 std::vector<uint8_t> unpatched(indexed_file f) {
-    f.bytes.set_u32(4, 0xFFFFFFFFu).set_u32(static_cast<size_t>(f.movi_list) + 4, 0xFFFFFFFFu);
+    f.bytes.set_u32(4, 0xFFFFFFFFu).set_u32(static_cast<size_t>((f.movi_data - 12)) + 4, 0xFFFFFFFFu);
     return f.bytes.bytes();
 }
 
@@ -147,7 +147,7 @@ const row rows[] = {
     {"cut inside the header lists",
      [] {
          const indexed_file f = make_indexed(mjpeg_pcm, six_chunks());
-         return case_file{f.bytes.prefix(static_cast<size_t>(f.movi_list) - 20), {}, 1, 0, AVIOUT_REPAIR_BAD_HEADER};
+         return case_file{f.bytes.prefix(static_cast<size_t>((f.movi_data - 12)) - 20), {}, 1, 0, AVIOUT_REPAIR_BAD_HEADER};
      }},
     {"no movi", [] { return case_file{avi_form(mjpeg_pcm).bytes(), {}, 1, 0, AVIOUT_REPAIR_NO_MOVI}; }},
     {"not RIFF AVI", [] { return case_file{avi_form(mjpeg_pcm, "WAVE").bytes(), {}, 1, 0, AVIOUT_REPAIR_NOT_AVI}; }},

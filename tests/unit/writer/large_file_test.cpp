@@ -68,7 +68,7 @@ TEST(WriterLargeFile, SizeGuardAtTwoGigabytes) {
     EXPECT_EQ(static_cast<int64_t>(guard - 218 + 254 + 8 + 80), length);
     aviin_handle *h = aviin_open(path, 0);
     ASSERT_NE(h, nullptr);
-    EXPECT_EQ(next_chunk(h).data, payload(10, 0));
+    EXPECT_EQ(next_walked(h).data, payload(10, 0));
     aviin_close(h);
 }
 

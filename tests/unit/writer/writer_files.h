@@ -285,7 +285,7 @@ struct walked {
     std::vector<uint8_t> data;
 };
 
-inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
+inline walked next_walked(aviin_handle *h, int32_t capacity = 1 << 16) {
     walked r{};
     r.data.resize(static_cast<size_t>(capacity));
     int32_t size = capacity;
@@ -303,7 +303,7 @@ inline walked next_chunk(aviin_handle *h, int32_t capacity = 1 << 16) {
 inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
     std::vector<walked> out;
     for (size_t i = 0; i < limit; ++i) {
-        walked c = next_chunk(h);
+        walked c = next_walked(h);
         if (c.status != 0) {
             if (last_status != nullptr) *last_status = c.status;
             return out;
