@@ -1,7 +1,7 @@
 // OpenDML indexes as read: the super index ("indx") of a stream's "strl" list,
 // the entries found through it, and the standard index chunks ("ix##") it
 // points to.
-#include "reader/reader_handle.h"
+#include "odml/index_read.h"
 #include "riff/riff_layout.h"
 
 #include <cstdint>
@@ -10,15 +10,16 @@
 namespace {
 
 using kelq::chunk_header_size;
+using kelq::decode_std_header;
+using kelq::key_frame_flags;
+using kelq::not_key_frame;
+using kelq::super_index_capacity;
 
 constexpr int64_t entries_offset = chunk_header_size + kelq::indx_header_size;
-constexpr uint32_t super_entry_size = 16;                  // qwOffset, dwSize, dwDuration
 constexpr int64_t std_entry_size = 8;                      // dwOffset, dwSize
 constexpr int64_t bytes_per_long = 4;                      // wLongsPerEntry counts 32-bit words
 constexpr uint8_t index_of_indexes = 0;
 constexpr uint8_t index_of_chunks = 1;
-constexpr uint32_t not_key_frame = 0x80000000u;            // bit 31 of an entry's dwSize
-constexpr uint32_t key_frame_flags = 16;
 constexpr uint32_t offset_flag_bit = 1u << 24;             // tested by avi2_get_index_entry
 
 // Where each field lies in the 24 bytes after a standard index chunk's size.
@@ -61,16 +62,6 @@ kelq::indx_header_copy decode_indx_header(const uint8_t *b) {
     return r;
 }
 
-void decode_std_header(const uint8_t *b, std_index_header &r) {
-    r.longs_per_entry = str2short(b + std_header_at::longs_per_entry);
-    r.index_sub_type = b[std_header_at::index_sub_type];
-    r.index_type = b[std_header_at::index_type];
-    r.entries_in_use = str2long(b + std_header_at::entries_in_use);
-    r.chunk_id = str2long(b + std_header_at::chunk_id);
-    r.base_offset = str2longlong(b + std_header_at::base_offset);
-    r.reserved = str2long(b + std_header_at::reserved);
-}
-
 // Stream number carried by a dwChunkId: two leading digits ("01wb"), or, with
 // swapped ids, two trailing ones ("wb01"); -1 when there are none.
 int32_t indx_stream_number(uint32_t chunk_id, uint32_t swapped_ids) {
@@ -105,12 +96,6 @@ int entry_in_standard_index(FILE *stream, uint64_t ix_pos, uint32_t n, index_ent
     decode_std_header(bytes, ix);
     if (file_seek(stream, static_cast<int64_t>(n) * ix.longs_per_entry * bytes_per_long, 1) != 0) return 1;
     return read_entry(stream, e);
-}
-
-// Entries a super index chunk of this size has room for.
-uint32_t super_index_capacity(uint32_t chunk_size) {
-    if (chunk_size < kelq::indx_header_size) return 0;
-    return (chunk_size - kelq::indx_header_size) / super_entry_size;
 }
 
 // Entry n through a super index; the stream at its id. Each super entry's
@@ -150,6 +135,21 @@ int find_indx_entry(const aviin_handle *h, FILE *stream, uint32_t n, uint32_t s,
 }  // namespace
 
 namespace kelq {
+
+void decode_std_header(const uint8_t *b, std_index_header &r) {
+    r.longs_per_entry = str2short(b + std_header_at::longs_per_entry);
+    r.index_sub_type = b[std_header_at::index_sub_type];
+    r.index_type = b[std_header_at::index_type];
+    r.entries_in_use = str2long(b + std_header_at::entries_in_use);
+    r.chunk_id = str2long(b + std_header_at::chunk_id);
+    r.base_offset = str2longlong(b + std_header_at::base_offset);
+    r.reserved = str2long(b + std_header_at::reserved);
+}
+
+uint32_t super_index_capacity(uint32_t chunk_size) {
+    if (chunk_size < indx_header_size) return 0;
+    return (chunk_size - indx_header_size) / super_entry_size;
+}
 
 int read_indx(aviin_handle *h, uint32_t swapped_ids) {
     if (h == nullptr) return 1;
