@@ -32,9 +32,10 @@ std::vector<planned> four_frames() {
     return {{"00dc", filler(40, 1), true}, {"00dc", filler(21, 2)}, {"00dc", filler(30, 3)}, {"00dc", filler(50, 4), true}};
 }
 
-std::vector<uint8_t> cut(const byte_image &image, size_t drop) {
+// The image cut short by -tail bytes, or with tail zero bytes after it.
+std::vector<uint8_t> resized(const byte_image &image, int tail) {
     std::vector<uint8_t> b = image.bytes();
-    b.resize(b.size() - drop);
+    b.resize(static_cast<size_t>(static_cast<int>(b.size()) + tail));
     return b;
 }
 
@@ -53,24 +54,24 @@ TEST(index_position, idx1_entries_name_the_chunks_the_walk_meets) {
         const char *name;
         index_offsets offsets;
         uint32_t tolerances;
-        size_t drop;       // bytes cut off the end of the file
+        int tail;          // bytes cut off the end of the file (< 0) or added after it
         uint32_t first;    // entry asked for first
         size_t entries;    // entries handed out
         bool at_walk;      // their positions are where the walk meets the chunks
         uint32_t needed;
     } rows[] = {
-        {"movi-relative", index_offsets::movi_relative, 0, 0, 0, 4, true, 0},
+        {"movi-relative", index_offsets::movi_relative, 0, 32, 0, 4, true, 0},
         {"movi-relative, tolerant", index_offsets::movi_relative, AVIIN_TOLERATE_ALL, 0, 0, 4, true, 0},
         {"file-relative, moved", index_offsets::absolute, AVIIN_TOLERATE_FILE_IDX1, 0, 0, 4, true, AVIIN_TOLERATE_FILE_IDX1},
         {"file-relative, taken as it stands", index_offsets::absolute, 0, 0, 0, 4, false, 0},
         {"from the third entry", index_offsets::movi_relative, 0, 0, 2, 2, true, 0},
-        {"past the index", index_offsets::movi_relative, 0, 0, 4, 0, true, 0},
-        {"cut inside the second entry", index_offsets::movi_relative, 0, 40, 0, 1, true, 0},
+        {"past the index", index_offsets::movi_relative, 0, 32, 4, 0, true, 0},
+        {"cut inside the second entry", index_offsets::movi_relative, 0, -40, 0, 1, true, 0},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         const indexed_file file = make_indexed(hdrl({video_list(1, 25)}), four_frames(), row.offsets);
-        const temp_file disk(cut(file.bytes, row.drop));
+        const temp_file disk(resized(file.bytes, row.tail));
         aviin_handle *h = aviin_open_tolerant(disk.path(), 0, row.tolerances);
         ASSERT_NE(h, nullptr);
         std::vector<index_position> got;
@@ -138,19 +139,19 @@ TEST(index_position, standard_index_entries_name_the_chunks_the_walk_meets) {
     const struct {
         const char *name;
         uint32_t in_use_extra;    // nEntriesInUse beyond the entries each chunk holds
-        size_t drop;              // bytes cut off the end of the file
+        int tail;                 // bytes cut off the end of the file (< 0)
         std::vector<size_t> got;  // entries handed out by each standard index
         int second;               // result for the second standard index
     } rows[] = {
         {"two whole standard indexes", 0, 0, {3, 2}, 3},
         {"counts beyond their chunks", 1000, 0, {3, 2}, 3},
-        {"the second cut inside its last entry", 0, 4, {3, 1}, 3},
-        {"the second's header cut", 0, 24, {3}, 1},
+        {"the second cut inside its last entry", 0, -4, {3, 1}, 3},
+        {"the second's header cut", 0, -24, {3}, 1},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         const odml_file file = make_odml(frames, key, 3, row.in_use_extra);
-        const temp_file disk(cut(file.bytes, row.drop));
+        const temp_file disk(resized(file.bytes, row.tail));
         aviin_handle *h = aviin_open(disk.path(), 0);
         ASSERT_NE(h, nullptr);
         const std::vector<walked> chunks = walk(h);
