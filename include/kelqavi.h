@@ -755,15 +755,15 @@ typedef struct index_position {
 /* Entries first, first + 1, ... of the legacy index, up to capacity of them,
  * into entries; *count = entries stored. Each gives what aviin_get_idx1_entry
  * gives and the file position of the chunk's header where
- * aviin_goto_idx1_sample would move the walk: (movi list type position) +
- * offset, the offset of a file-relative index moved first under
+ * aviin_goto_idx1_sample would move the walk: the position of the "movi"
+ * list type + offset, the offset of a file-relative index moved first under
  * AVIIN_TOLERATE_FILE_IDX1; all ones for an entry such an index places before
  * the "movi" list. The entries end where 16 x entry reaches the index's size
  * field or the file ends; they are read in blocks, with a seek per block, not
  * per entry. The walk and the file position are kept. 0 with *count >= 1;
- * 3 with *count 0 when no entry lies at first; 1 when the file has no index,
- * the position cannot be told, h or count is null, or entries is null with a
- * positive capacity. */
+ * 3 with *count 0 when no entry lies at first or capacity is 0; 1 when the
+ * file has no index, the position cannot be told, h or count is null, or
+ * entries is null with a positive capacity. */
 KELQAVI_API int aviin_get_idx1_positions(aviin_handle *h, uint32_t first, index_position *entries,
                                          uint32_t capacity, uint32_t *count);
 
@@ -827,7 +827,8 @@ KELQAVI_API int aviin_get_super_index_entry(aviin_handle *h, uint32_t stream_num
  * nEntriesInUse, at the entries the chunk's size has room for and at the end
  * of the file, and are read in blocks, with a seek per block. The file
  * position is restored. 0 with *count >= 1; 3 with *count 0 when no entry
- * lies at first; 1 when there is no such super index entry (see
+ * lies at first or capacity is 0 (so a call with capacity 0 tells whether
+ * the chunk can be read); 1 when there is no such super index entry (see
  * aviin_get_super_index_entry), when the chunk it points to is no index of
  * chunks whose header lies inside the file (an id that does not begin with
  * "ix", or end with it under swapped ids; bIndexType other than 1;

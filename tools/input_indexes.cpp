@@ -55,14 +55,15 @@ void read_standard_indexes(aviin_handle *h, uint32_t stream, input_indexes &out)
     uint32_t duration = 0;
     for (uint32_t n = 0; aviin_get_super_index_entry(h, stream, n, &ix, &duration) == 0; ++n) {
         out.has_odml[stream] = true;
-        auto read = [h, stream, n](uint32_t first, index_position *e, uint32_t count, uint32_t *got) {
-            return aviin_get_std_index_positions(h, stream, n, first, e, count, got);
-        };
-        uint32_t probe = 0;
-        if (aviin_get_std_index_positions(h, stream, n, 0, nullptr, 0, &probe) == 1) {
+        // A call with room for no entry tells whether the chunk can be read.
+        uint32_t none = 0;
+        if (aviin_get_std_index_positions(h, stream, n, 0, nullptr, 0, &none) == 1) {
             if (video) out.odml_listed[stream] += duration;
             continue;
         }
+        auto read = [h, stream, n](uint32_t first, index_position *e, uint32_t count, uint32_t *got) {
+            return aviin_get_std_index_positions(h, stream, n, first, e, count, got);
+        };
         for_each_position(read, ~0ull, [&](const index_position &e) {
             ++out.odml_listed[stream];
             out.key_by_data[static_cast<int64_t>(e.position)] = e.key != 0;
