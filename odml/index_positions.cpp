@@ -21,8 +21,6 @@ constexpr uint32_t std_entry_size = 8;       // the two of them
 constexpr uint32_t block_entries = 64;
 constexpr int64_t index_head_size = chunk_header_size + kelq::indx_header_size;
 
-FILE *stream_of(const aviin_handle *h) { return h->file != nullptr ? h->file : kelq::reader_stream(h); }
-
 // Entries of `size` bytes that fit between offset and end.
 uint64_t entries_between(int64_t offset, int64_t end, uint64_t size) {
     return offset >= 0 && end > offset ? static_cast<uint64_t>(end - offset) / size : 0;
@@ -112,7 +110,7 @@ extern "C" {
 int aviin_get_super_index_entry(aviin_handle *h, uint32_t stream_number, uint32_t index_number, uint64_t *ix_position,
                                 uint32_t *duration) {
     if (h == nullptr || ix_position == nullptr || duration == nullptr) return result_failed;
-    FILE *f = stream_of(h);
+    FILE *f = kelq::index_stream(h);
     const int64_t here = file_tell(f);
     const int64_t end = kelq::file_length(f);
     if (here < 0 || end < 0) return result_failed;
@@ -125,7 +123,7 @@ int aviin_get_std_index_positions(aviin_handle *h, uint32_t stream_number, uint3
                                   index_position *entries, uint32_t capacity, uint32_t *count) {
     if (h == nullptr || count == nullptr || (entries == nullptr && capacity > 0)) return result_failed;
     *count = 0;
-    FILE *f = stream_of(h);
+    FILE *f = kelq::index_stream(h);
     const int64_t here = file_tell(f);
     const int64_t end = kelq::file_length(f);
     if (here < 0 || end < 0) return result_failed;

@@ -39,8 +39,6 @@ struct index_entry {
     uint32_t size = 0;
 };
 
-FILE *stream_of(const aviin_handle *h) { return h->file != nullptr ? h->file : kelq::reader_stream(h); }
-
 bool is_digit(uint8_t c) { return c >= '0' && c <= '9'; }
 
 // The 24 header bytes that follow a chunk's size. Missing bytes at the end of
@@ -153,7 +151,7 @@ uint32_t super_index_capacity(uint32_t chunk_size) {
 
 int read_indx(aviin_handle *h, uint32_t swapped_ids) {
     if (h == nullptr) return 1;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int64_t at = file_tell(stream);
     if (at < 0) return 1;
     uint32_t size = 0;
@@ -186,7 +184,7 @@ std_index_header *avi2_parse_standard_index_chunk(const uint8_t *bytes) {
 int aviin_get_indx_entry(aviin_handle *h, uint32_t entry_number, uint32_t stream_number, uint32_t *type,
                          uint32_t *size, uint32_t *key_flags) {
     if (h == nullptr || stream_number >= kelq::max_stream_slots) return 1;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int64_t saved = file_tell(stream);
     if (saved < 0) return 1;
     index_entry e;
@@ -209,7 +207,7 @@ int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint32_t entry_nu
     // Summed unsigned so that a hostile position wraps (and the seek fails)
     // instead of overflowing.
     const uint64_t at = static_cast<uint64_t>(ix_position) + entries_offset + static_cast<uint64_t>(std_entry_size) * entry_number;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int status = file_seek(stream, static_cast<int64_t>(at), 0);
     if (status != 0) return status;
     index_entry e;
