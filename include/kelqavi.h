@@ -792,6 +792,31 @@ KELQAVI_API int aviin_get_subtitle_offset(aviin_handle *h, const keyindex_table 
                                           uint32_t subtitle_stream, int32_t frame, uint64_t *offset,
                                           uint32_t *duration);
 
+/* Where an index entry's chunk lies, with what the entry says of it; filled
+ * by aviin_get_idx1_positions and aviin_get_std_index_positions. */
+typedef struct index_position {
+    uint64_t position; /* idx1: the chunk's header; OpenDML: its data (see each call) */
+    uint32_t stream;   /* stream number of the entry's chunk id (idx1) or of dwChunkId */
+    uint32_t type;     /* type code of that id */
+    uint32_t size;     /* data size; OpenDML: bit 31 removed */
+    uint32_t key;      /* 16 for a key frame, else 0 */
+} index_position;
+
+/* Entries first, first + 1, ... of the legacy index, up to capacity of them,
+ * into entries; *count = entries stored. Each gives what aviin_get_idx1_entry
+ * gives and the file position of the chunk's header where
+ * aviin_goto_idx1_sample would move the walk: the position of the "movi"
+ * list type + offset, the offset of a file-relative index moved first under
+ * AVIIN_TOLERATE_FILE_IDX1; all ones for an entry such an index places before
+ * the "movi" list. The entries end where 16 x entry reaches the index's size
+ * field or the file ends; they are read in blocks, with a seek per block, not
+ * per entry. The walk and the file position are kept. 0 with *count >= 1;
+ * 3 with *count 0 when no entry lies at first or capacity is 0; 1 when the
+ * file has no index, the position cannot be told, h or count is null, or
+ * entries is null with a positive capacity. */
+KELQAVI_API int aviin_get_idx1_positions(aviin_handle *h, uint32_t first, index_position *entries,
+                                         uint32_t capacity, uint32_t *count);
+
 /* ------------------------------------------------------------------------
  * OpenDML indexes.
  * ------------------------------------------------------------------------ */
@@ -833,6 +858,35 @@ KELQAVI_API int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint3
  * stream (null clears it). The handle keeps the pointer, never frees it: the
  * application owns the header. 1 for a stream number above 19. */
 KELQAVI_API int aviin_set_odml_cursor(aviin_handle *h, uint32_t stream_number, std_index_header *cursor);
+/* Entry index_number of a stream's super index (the indx read for the stream
+ * aviin_get_indx_entry reads): the position of the standard index chunk's id
+ * (qwOffset) and dwDuration (chunks indexed; data bytes for audio). The
+ * entries end at nEntriesInUse, at the entries the chunk's size has room for
+ * and at the end of the file. 0; 3 past the last entry; 1 when the stream has
+ * no super index (none, or an indx holding chunk entries itself), for a
+ * stream number above 19, a failed read or a null output. The file position
+ * is restored. */
+KELQAVI_API int aviin_get_super_index_entry(aviin_handle *h, uint32_t stream_number, uint32_t index_number,
+                                            uint64_t *ix_position, uint32_t *duration);
+/* Entries first, first + 1, ... of the standard index chunk that entry
+ * index_number of the stream's super index points to, up to capacity of
+ * them; *count = entries stored. Each gives the position of the chunk's data
+ * (qwBaseOffset + dwOffset), the data size with bit 31 removed and key 16
+ * when bit 31 was clear, else 0, with the stream number and type code of the
+ * chunk's dwChunkId. Entries step by the chunk's wLongsPerEntry; they end at
+ * nEntriesInUse, at the entries the chunk's size has room for and at the end
+ * of the file, and are read in blocks, with a seek per block. The file
+ * position is restored. 0 with *count >= 1; 3 with *count 0 when no entry
+ * lies at first or capacity is 0 (so a call with capacity 0 tells whether
+ * the chunk can be read); 1 when there is no such super index entry (see
+ * aviin_get_super_index_entry), when the chunk it points to is no index of
+ * chunks whose header lies inside the file (an id that does not begin with
+ * "ix", or end with it under swapped ids; bIndexType other than 1;
+ * wLongsPerEntry below 2; a size below 24), for a null h or count, or a null
+ * entries with a positive capacity. */
+KELQAVI_API int aviin_get_std_index_positions(aviin_handle *h, uint32_t stream_number, uint32_t index_number,
+                                              uint32_t first, index_position *entries, uint32_t capacity,
+                                              uint32_t *count);
 
 /* ------------------------------------------------------------------------
  * Menu forms.

@@ -1,7 +1,7 @@
 // OpenDML indexes as read: the super index ("indx") of a stream's "strl" list,
 // the entries found through it, and the standard index chunks ("ix##") it
 // points to.
-#include "reader/reader_handle.h"
+#include "odml/index_read.h"
 #include "riff/riff_layout.h"
 
 #include <cstdint>
@@ -10,15 +10,16 @@
 namespace {
 
 using kelq::chunk_header_size;
+using kelq::decode_std_header;
+using kelq::key_frame_flags;
+using kelq::not_key_frame;
+using kelq::super_index_capacity;
 
 constexpr int64_t entries_offset = chunk_header_size + kelq::indx_header_size;
-constexpr uint32_t super_entry_size = 16;                  // qwOffset, dwSize, dwDuration
 constexpr int64_t std_entry_size = 8;                      // dwOffset, dwSize
 constexpr int64_t bytes_per_long = 4;                      // wLongsPerEntry counts 32-bit words
 constexpr uint8_t index_of_indexes = 0;
 constexpr uint8_t index_of_chunks = 1;
-constexpr uint32_t not_key_frame = 0x80000000u;            // bit 31 of an entry's dwSize
-constexpr uint32_t key_frame_flags = 16;
 constexpr uint32_t offset_flag_bit = 1u << 24;             // tested by avi2_get_index_entry
 
 // Where each field lies in the 24 bytes after a standard index chunk's size.
@@ -37,8 +38,6 @@ struct index_entry {
     uint32_t offset = 0;
     uint32_t size = 0;
 };
-
-FILE *stream_of(const aviin_handle *h) { return h->file != nullptr ? h->file : kelq::reader_stream(h); }
 
 bool is_digit(uint8_t c) { return c >= '0' && c <= '9'; }
 
@@ -59,16 +58,6 @@ kelq::indx_header_copy decode_indx_header(const uint8_t *b) {
     r.chunk_id = str2long(b + indx_header_at::chunk_id);
     for (int i = 0; i < 3; ++i) r.reserved[i] = str2long(b + indx_header_at::reserved + 4 * i);
     return r;
-}
-
-void decode_std_header(const uint8_t *b, std_index_header &r) {
-    r.longs_per_entry = str2short(b + std_header_at::longs_per_entry);
-    r.index_sub_type = b[std_header_at::index_sub_type];
-    r.index_type = b[std_header_at::index_type];
-    r.entries_in_use = str2long(b + std_header_at::entries_in_use);
-    r.chunk_id = str2long(b + std_header_at::chunk_id);
-    r.base_offset = str2longlong(b + std_header_at::base_offset);
-    r.reserved = str2long(b + std_header_at::reserved);
 }
 
 // Stream number carried by a dwChunkId: two leading digits ("01wb"), or, with
@@ -105,12 +94,6 @@ int entry_in_standard_index(FILE *stream, uint64_t ix_pos, uint32_t n, index_ent
     decode_std_header(bytes, ix);
     if (file_seek(stream, static_cast<int64_t>(n) * ix.longs_per_entry * bytes_per_long, 1) != 0) return 1;
     return read_entry(stream, e);
-}
-
-// Entries a super index chunk of this size has room for.
-uint32_t super_index_capacity(uint32_t chunk_size) {
-    if (chunk_size < kelq::indx_header_size) return 0;
-    return (chunk_size - kelq::indx_header_size) / super_entry_size;
 }
 
 // Entry n through a super index; the stream at its id. Each super entry's
@@ -151,9 +134,24 @@ int find_indx_entry(const aviin_handle *h, FILE *stream, uint32_t n, uint32_t s,
 
 namespace kelq {
 
+void decode_std_header(const uint8_t *b, std_index_header &r) {
+    r.longs_per_entry = str2short(b + std_header_at::longs_per_entry);
+    r.index_sub_type = b[std_header_at::index_sub_type];
+    r.index_type = b[std_header_at::index_type];
+    r.entries_in_use = str2long(b + std_header_at::entries_in_use);
+    r.chunk_id = str2long(b + std_header_at::chunk_id);
+    r.base_offset = str2longlong(b + std_header_at::base_offset);
+    r.reserved = str2long(b + std_header_at::reserved);
+}
+
+uint32_t super_index_capacity(uint32_t chunk_size) {
+    if (chunk_size < indx_header_size) return 0;
+    return (chunk_size - indx_header_size) / super_entry_size;
+}
+
 int read_indx(aviin_handle *h, uint32_t swapped_ids) {
     if (h == nullptr) return 1;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int64_t at = file_tell(stream);
     if (at < 0) return 1;
     uint32_t size = 0;
@@ -186,7 +184,7 @@ std_index_header *avi2_parse_standard_index_chunk(const uint8_t *bytes) {
 int aviin_get_indx_entry(aviin_handle *h, uint32_t entry_number, uint32_t stream_number, uint32_t *type,
                          uint32_t *size, uint32_t *key_flags) {
     if (h == nullptr || stream_number >= kelq::max_stream_slots) return 1;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int64_t saved = file_tell(stream);
     if (saved < 0) return 1;
     index_entry e;
@@ -209,7 +207,7 @@ int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint32_t entry_nu
     // Summed unsigned so that a hostile position wraps (and the seek fails)
     // instead of overflowing.
     const uint64_t at = static_cast<uint64_t>(ix_position) + entries_offset + static_cast<uint64_t>(std_entry_size) * entry_number;
-    FILE *stream = stream_of(h);
+    FILE *stream = kelq::index_stream(h);
     const int status = file_seek(stream, static_cast<int64_t>(at), 0);
     if (status != 0) return status;
     index_entry e;

@@ -1,8 +1,7 @@
 // What the indexes of an AVI file say about its chunks, read with the
-// RIFF-layer calls beside the reader: the key-frame flag of each chunk, and
-// how many chunks of each stream the first segment's idx1 and the OpenDML
-// standard indexes list. Counts read from the file are bounded by the bytes
-// the file holds, and the entries are read a block at a time.
+// reader's index calls: the key-frame flag of each chunk, and how many chunks
+// of each stream the first segment's idx1 and the OpenDML standard indexes
+// list. The entries are read a block at a time.
 #pragma once
 
 #include "avi_layout.h"
@@ -22,8 +21,9 @@ struct input_indexes {
     std::vector<uint64_t> odml_listed;   // by stream: chunks they list
 };
 
-// Reads the indexes of the file at path for streams 0 .. stream_count - 1.
-// An index that cannot be read counts as absent.
-void read_input_indexes(const char *path, const avi_layout &layout, size_t stream_count, input_indexes &out);
+// Reads the indexes of the file open in h for streams 0 .. stream_count - 1;
+// layout is the file's, for where its first 'movi' list and idx1 lie. An
+// index that cannot be read counts as absent. The reader's walk is kept.
+void read_input_indexes(aviin_handle *h, const avi_layout &layout, size_t stream_count, input_indexes &out);
 
 }  // namespace kelqtool
