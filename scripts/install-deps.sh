@@ -3,7 +3,7 @@
 # Usage: install-deps.sh build|test|bench|fuzz  (run as root on Debian 12)
 set -eu
 build_packages="cmake ninja-build g++ gcc pkgconf ffmpeg"
-test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user mplayer mencoder gstreamer1.0-tools gstreamer1.0-plugins-good mediainfo mjpegtools"
+test_packages="$build_packages googletest g++-s390x-linux-gnu g++-arm-linux-gnueabihf qemu-user mplayer mencoder gstreamer1.0-tools gstreamer1.0-plugins-good mediainfo mjpegtools python3 bsdutils"
 bench_packages="$build_packages libbenchmark-dev libavformat-dev strace valgrind"
 # clang, its libFuzzer and sanitizer runtimes, and llvm-profdata / llvm-cov for coverage
 fuzz_packages="$build_packages googletest clang libclang-rt-dev llvm"

@@ -217,27 +217,6 @@ check "odd: JSON parses" json_ok
 json_line '"offset": 22, "kind": "chunk", "id": "\\u0000\\u0001\\u00ff\\u007f", "size": 0,'
 json_line '"offset": 12, "kind": "chunk", "id": "LIST", "size": 2,'
 
-# --- Files that cannot be used: exit 1, one line, nothing on stdout ----------
-bad_input() {  # bad_input EXPECTED_STDERR_OR_EMPTY FILE
-    kq riff "$2"
-    expect_status 1 "riff $2"
-    check "riff $2: nothing on stdout" out_empty
-    check "riff $2: one 'kelqavi: ' line on stderr" err_one_line
-    if [ -n "$1" ]; then check "riff $2: message" err_is "$1"; fi
-}
-printf 'hello, world\n' > "$work/text.txt"
-bad_input "kelqavi: '$work/text.txt' is not a RIFF file" "$work/text.txt"
-printf 'RIF' > "$work/short.avi"
-bad_input "kelqavi: '$work/short.avi' is not a RIFF file" "$work/short.avi"
-: > "$work/empty.avi"
-bad_input "kelqavi: '$work/empty.avi' is empty, not a RIFF file" "$work/empty.avi"
-bad_input "kelqavi: cannot open '$work/missing.avi': No such file or directory" "$work/missing.avi"
-mkdir "$work/folder.avi"
-bad_input "" "$work/folder.avi"
-kq riff --json "$work/text.txt"
-expect_status 1 "--json on a text file"
-check "--json on a text file: no JSON" out_empty
-
 # Just the four letters: a RIFF file with no room for a chunk header.
 printf 'RIFF' > "$work/four.avi"
 kq riff "$work/four.avi"

@@ -109,7 +109,7 @@ if command -v mplayer > /dev/null 2>&1; then
         check "mplayer has no error for $f.avi" sh -c "! grep -i -q -e error -e 'cannot' -e 'broken' '$work/mplayer.txt'"
     done
 else
-    echo "mplayer not installed: its checks skipped"
+    skip "mplayer (not installed)"
 fi
 if command -v gst-launch-1.0 > /dev/null 2>&1 && gst-inspect-1.0 avidemux > /dev/null 2>&1; then
     for f in mux_plain mux_odml sample remux_ff_mpeg4; do
@@ -120,7 +120,7 @@ if command -v gst-launch-1.0 > /dev/null 2>&1 && gst-inspect-1.0 avidemux > /dev
         check "GStreamer demuxes $f.avi ($(head -c 300 "$work/gst.txt"))" [ "$gstatus" -eq 0 ]
     done
 else
-    echo "GStreamer's avidemux not installed: its checks skipped"
+    skip "GStreamer's avidemux (not installed)"
 fi
 
 finish

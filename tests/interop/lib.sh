@@ -1,11 +1,11 @@
 # Helpers shared by the interop test scripts (bash). A script sources this
-# file and is run as: script.sh CHECKER TOOL MAKER, where CHECKER is the
-# interop_check program, TOOL the kelqavi program and MAKER the
-# damaged_files program of the tool's tests (it writes opendml_small.avi).
+# file and is run as: script.sh CHECKER TOOL MAKER, where CHECKER is
+# interop_check.py, TOOL the kelqavi program and MAKER opendml_maker.py (it
+# writes opendml_small.avi).
 
 checker=$1
 tool=$2
-maker=("$3")
+maker=(python3 "$3")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 source "$(dirname "${BASH_SOURCE[0]}")/../support/checks.sh"
@@ -22,7 +22,7 @@ need() {
     done
 }
 
-need_ffmpeg() { need ffmpeg ffprobe; }
+need_ffmpeg() { need ffmpeg ffprobe python3; }
 
 # Runs the tool: stdout to $work/out, stderr to $work/err, exit status to
 # $status (124 when it ran out of time).
@@ -37,7 +37,7 @@ compare() {  # compare DESCRIPTION ARGS...
     shift
     checks=$((checks + 1))
     local rc=0
-    "$checker" "$@" > "$work/check" 2>&1 || rc=$?
+    python3 "$checker" "$@" > "$work/check" 2>&1 || rc=$?
     sed 's/^/    /' "$work/check"
     [ "$rc" -eq 0 ] || fail "$what"
 }

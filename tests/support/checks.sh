@@ -2,6 +2,7 @@
 # $work (holding out and err from the last run of the tool) and $status.
 failures=0
 checks=0
+skipped=""
 
 fail() {
     failures=$((failures + 1))
@@ -27,7 +28,11 @@ expect_status() {  # expect_status "N [M...]" DESCRIPTION: any of the listed sta
     esac
 }
 
+skip() {  # skip WHAT: checks that cannot run here, named in the summary line
+    skipped+="${skipped:+; }$*"
+}
+
 finish() {
-    echo "$checks checks, $failures failed"
+    echo "$checks checks, $failures failed${skipped:+; skipped: $skipped}"
     [ "$failures" -eq 0 ]
 }

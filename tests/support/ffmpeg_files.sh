@@ -1,7 +1,6 @@
-# The AVI files made with ffmpeg that the interop tests and the tool's
-# damaged-file sweep share (bash). The sourcing script sets $work, defines
-# fail (tests/support/checks.sh) and sets the maker array to the command that
-# runs the damaged_files program.
+# The AVI files made with ffmpeg that the interop tests share (bash). The
+# sourcing script sets $work, defines fail (tests/support/checks.sh) and sets
+# the maker array to the command that runs opendml_maker.py.
 
 # make_avi NAME FFMPEG-ARGUMENTS...: writes $work/NAME.avi.
 make_avi() {
@@ -13,7 +12,7 @@ make_avi() {
     fi
 }
 
-# The small files of the interop tests and of the tool's damaged-file sweep,
+# The small files of the interop tests,
 # each one about a rule of the format:
 #   mpeg4_mp3   MPEG-4 video with MP3 audio (cb_size 12, variable-size audio chunks)
 #   mjpeg_pcm   MJPEG with 16-bit stereo PCM in chunks of 16000 bytes, which
@@ -24,7 +23,7 @@ make_avi() {
 #   video_only, audio_only (MPEG audio layer 2)
 #   piped       written to a pipe: no idx1, no super index, and the RIFF and
 #               'movi' sizes left at the placeholder 0xFFFFFFFF
-#   opendml_small  made by "${maker[@]}" opendml, as ffmpeg lays out files
+#   opendml_small  made by "${maker[@]}" (opendml_maker.py), as ffmpeg lays out files
 #               above 1 GiB: 'AVI ' and 'AVIX' segments, super indexes,
 #               ix00/ix01 at the end of each 'movi' (ffmpeg writes these only
 #               past 1 GiB, and the tests need a small file that has them)
@@ -45,6 +44,6 @@ make_interop_files() {
             -t 1 -c:v mpeg4 -c:a pcm_s16le -f avi pipe:1 > "$work/piped.avi"; then
         fail "ffmpeg could not write piped.avi"
     fi
-    "${maker[@]}" opendml "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
+    "${maker[@]}" "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
 }
 interop_files="mpeg4_mp3 mjpeg_pcm two_audio pcm_odd video_only audio_only piped opendml_small"

@@ -10,7 +10,7 @@
 #          the bitmap header), H.264 without and with codec set-up data in
 #          strf (its header size counts it: the plain reader takes it, but
 #          without the extra bytes), 24-bit uncompressed + PCM
-#   opendml_small  "${maker[@]}" opendml: ix00/ix01 inside 'movi', as ffmpeg
+#   opendml_small  "${maker[@]}" (opendml_maker.py): ix00/ix01 inside 'movi', as ffmpeg
 #          writes them past 1 GiB, and '00db' frames
 #   gst_*  GStreamer's avimux: MJPEG, MJPEG + PCM and I420 raw, every frame
 #          an '00db' chunk, idx1 counted from the file start
@@ -76,7 +76,7 @@ make_real_world_files() {
     make_avi ff_h264 "${video[@]}" -t 1 -c:v libx264 -preset ultrafast
     make_avi ff_h264_avcc "${video[@]}" -t 1 -c:v libx264 -preset ultrafast -flags +global_header
     make_avi ff_raw_pcm "${video[@]}" "${audio[@]}" -t 1 -c:v rawvideo -pix_fmt bgr24 -c:a pcm_s16le
-    "${maker[@]}" opendml "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
+    "${maker[@]}" "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
 
     local frames=(videotestsrc num-buffers=10 ! video/x-raw,format=I420,width=64,height=48,framerate=10/1)
     gst_avi gst_mjpeg "${frames[@]}" ! jpegenc ! avimux
