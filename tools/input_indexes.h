@@ -1,7 +1,9 @@
-// What the indexes of an AVI file say about its chunks, read with the
-// reader's index calls: the key-frame flag of each chunk, and how many chunks
-// of each stream the first segment's idx1 and the OpenDML standard indexes
-// list. The entries are read a block at a time.
+// What the indexes of an AVI file say about its chunks: the key-frame flag
+// of each chunk, and how many chunks of each stream the first segment's idx1
+// and the OpenDML standard indexes list. idx1 is read through the reader's
+// index calls; the standard indexes are read here, since the reader knows the
+// super index of audio and video streams only and a copy must count the
+// caption and chapter streams' too. The entries are read a block at a time.
 #pragma once
 
 #include "avi_layout.h"
@@ -24,6 +26,9 @@ struct input_indexes {
 // Reads the indexes of the file open in h for streams 0 .. stream_count - 1;
 // layout is the file's, for where its first 'movi' list and idx1 lie. An
 // index that cannot be read counts as absent. The reader's walk is kept.
-void read_input_indexes(aviin_handle *h, const avi_layout &layout, size_t stream_count, input_indexes &out);
+// path is the file open in h (its standard indexes are read through a stream
+// of its own).
+void read_input_indexes(const char *path, aviin_handle *h, const avi_layout &layout, size_t stream_count,
+                        input_indexes &out);
 
 }  // namespace kelqtool

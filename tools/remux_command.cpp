@@ -277,7 +277,7 @@ int run_remux_command(int argc, char **argv) {
     }
 
     input_indexes indexes;
-    read_input_indexes(job.h, layout, job.routes.size(), indexes);
+    read_input_indexes(o.input, job.h, layout, job.routes.size(), indexes);
     job.input = o.input;
     job.layout = &layout;
     job.indexes = &indexes;

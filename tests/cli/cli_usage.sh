@@ -107,16 +107,16 @@ table <<'EOF'
 1|info --json text.txt|kelqavi: cannot open 'text.txt': it is not a RIFF file (it begins with 'hell')
 1|info empty.avi|kelqavi: cannot open 'empty.avi': the file is empty
 1|info folder|kelqavi: error reading 'folder': Is a directory
-1|info hdr.avi|kelqavi: cannot open 'hdr.avi': in stream 0's list, 'indx' at 254 claims 1624 bytes, which carries the reader's walk of that list past the end of the file
+1|info hdr.avi|kelqavi: cannot open 'hdr.avi': its 'hdrl' at 12 is cut short by the end of the file
 0|info movi.avi|
-1|chunks hdr.avi|kelqavi: cannot open 'hdr.avi': in stream 0's list, 'indx' at 254 claims 1624 bytes, which carries the reader's walk of that list past the end of the file
+1|chunks hdr.avi|kelqavi: cannot open 'hdr.avi': its 'hdrl' at 12 is cut short by the end of the file
 3|chunks movi.avi|
 1|keys missing.avi|kelqavi: cannot open 'missing.avi': No such file or directory
 1|keys movi.avi|kelqavi: 'movi.avi' has no legacy index (idx1) to find key frames in
 1|frame empty.avi 2|kelqavi: cannot open 'empty.avi': the file is empty
 1|frame movi.avi 2|kelqavi: 'movi.avi' has no legacy index (idx1) to find key frames in
 1|frame s.avi 1000|kelqavi: 's.avi' has 30 frames: frame 1000 is beyond the last
-1|subs hdr.avi|kelqavi: cannot open 'hdr.avi': in stream 0's list, 'indx' at 254 claims 1624 bytes, which carries the reader's walk of that list past the end of the file
+1|subs hdr.avi|kelqavi: cannot open 'hdr.avi': its 'hdrl' at 12 is cut short by the end of the file
 0|subs movi.avi|
 1|mux -o m.avi --fps 4 --video bad.jpg|kelqavi: 'bad.jpg': not a JPEG file (it does not begin with FF D8)
 1|mux -o m.avi --fps 4 --audio bad.wav|kelqavi: 'bad.wav' is not a WAV file (no RIFF 'WAVE' header)

@@ -16,6 +16,13 @@ for f in "$prefix/include/kelqavi.h" "$libdir/libkelqavi.so" "$libdir/libkelqavi
          "$libdir/pkgconfig/kelqavi.pc" "$libdir/cmake/kelqavi/kelqaviConfig.cmake"; do
     [ -e "$f" ] || { echo "not installed: $f"; exit 1; }
 done
+# The licence, and the manual page with a section for every command.
+[ -s "$prefix/share/doc/kelqavi/LICENSE" ] || { echo "not installed: the licence"; exit 1; }
+man=$prefix/share/man/man1/kelqavi.1
+head -n 1 "$man" | grep -q '^\.TH KELQAVI 1 ' || { echo "no manual page at $man"; exit 1; }
+for command in riff info chunks mux remux sample keys frame subs repair; do
+    grep -qx "\.SS $command" "$man" || { echo "the manual page has no section for '$command'"; exit 1; }
+done
 
 # Nothing of the source or build tree may be reachable from here on.
 echo "pkg-config consumer"
