@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "extensions/subtitle_timing.h"
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
@@ -107,7 +107,7 @@ subtitle_file make_subtitle_file(const char *frame_id = "00dc") {
         out.frames.push_back(chunks.size());
         chunks.push_back({frame_id, filler(f % 8 == 0 ? 200 : 20, f), f % 8 == 0});
     }
-    out.file = make_indexed(hdrl({video_list(1, 8), bitmap_subtitle_list(), bitmap_subtitle_list()}), chunks);
+    out.file = make_indexed(hdrl({video_list(1, 8), video_list(1, 25, "KQSB"), video_list(1, 25, "KQSB")}), chunks);
     return out;
 }
 
@@ -157,7 +157,7 @@ protected:
     }
 
     subtitle_file s;
-    open_file h;
+    reader h;
     std::vector<keyindex_entry> storage;
     keyindex_table table;
 };
@@ -208,10 +208,10 @@ TEST_F(shown_subtitle, db_frames_give_the_same_answers_under_their_tolerance) {
 TEST(shown_subtitle_no_rate, a_video_stream_without_a_frame_rate_walks_from_the_first_chunk) {
     // Scale and rate 0: no time for any frame, so no subtitle is ever taken,
     // and the walk starts at the first chunk whatever the frame.
-    const indexed_file f = make_indexed(hdrl({video_list(0, 0), bitmap_subtitle_list()}),
+    const indexed_file f = make_indexed(hdrl({video_list(0, 0), video_list(1, 25, "KQSB")}),
                                         {{"01sb", byte_image().text("00:00:00.000-00:00:09.000")},
                                          {"00dc", filler(20, 1), true}, {"00dc", filler(20, 2)}, {"00dc", filler(20, 3)}});
-    open_file h(f.bytes);
+    reader h(f.bytes);
     ASSERT_NE(h.get(), nullptr);
     EXPECT_EQ(at(h, nullptr, 2), (shown{0, static_cast<uint64_t>(f.chunks[3].header), no_duration}));
 }
