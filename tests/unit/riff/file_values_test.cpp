@@ -167,10 +167,7 @@ TEST(FileAccess, SeekAndTellAgreeWithStdio) {
     bytes content(20000);
     for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<uint8_t>(i * 7 % 251);
     temp_file p(content);
-    const struct {
-        const char *what;
-        void (*prepare)(FILE *);
-    } states[] = {
+    const struct { const char *what; void (*prepare)(FILE *); } states[] = {
         {"fresh", [](FILE *) {}},
         {"a few bytes read", [](FILE *f) { std::fgetc(f), std::fgetc(f), std::fgetc(f); }},
         // After a seek, so that stdio knows the file offset.
@@ -178,29 +175,28 @@ TEST(FileAccess, SeekAndTellAgreeWithStdio) {
         {"a byte pushed back", [](FILE *f) { std::fseek(f, 5, SEEK_SET), std::fgetc(f), std::ungetc('x', f); }},
         {"unbuffered", [](FILE *f) { std::setvbuf(f, nullptr, _IONBF, 0), std::fgetc(f); }},
     };
-    const struct {
-        int64_t offset;
-        int origin;
-    } moves[] = {{100, 0},   {10, 1},    {-50, 1},  {4093, 0},  {1, 1},  {4096, 0},  {0, 1},      {3000, 1},
-                 {-1, 1},    {19998, 0}, {19990, 0}, {3000, 1}, {20000, 0}, {-5, 2}, {25000, 0}, {-30000, 1}, {7, 0}};
+    const std::pair<int64_t, int> moves[] = {{100, 0}, {10, 1}, {-50, 1}, {4093, 0}, {1, 1}, {4096, 0}, {0, 1}, {3000, 1}, {-1, 1},
+        {19998, 0}, {19990, 0}, {3000, 1}, {20000, 0}, {-5, 2}, {25000, 0}, {-30000, 1}, {7, 0}};
+    const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     for (const auto &state : states) {
         SCOPED_TRACE(state.what);
         FILE *ours = file_open(p.path(), 0), *plain = std::fopen(p.path(), "rb");
         ASSERT_TRUE(ours != nullptr && plain != nullptr);
         state.prepare(ours);
         state.prepare(plain);
-        EXPECT_EQ(file_tell(ours), ftello64(plain));
-        for (const auto &m : moves) {
-            SCOPED_TRACE(std::to_string(m.offset) + " from " + std::to_string(m.origin));
-            const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-            EXPECT_EQ(file_seek(ours, m.offset, m.origin), fseeko64(plain, m.offset, whence[m.origin]) != 0 ? 1 : 0);
+        const auto agree = [&] {
             EXPECT_EQ(file_tell(ours), ftello64(plain));
             EXPECT_EQ(file_eof(ours), std::feof(plain) ? 1 : 0);
+        };
+        agree();
+        for (const auto &m : moves) {
+            SCOPED_TRACE(std::to_string(m.first) + " from " + std::to_string(m.second));
+            EXPECT_EQ(file_seek(ours, m.first, m.second), fseeko64(plain, m.first, whence[m.second]) != 0 ? 1 : 0);
+            agree();
             uint8_t a[3] = {}, b[3] = {};
             EXPECT_EQ(file_read(ours, a, 3), std::fread(b, 1, 3, plain));
             EXPECT_EQ(bytes(a, a + 3), bytes(b, b + 3));
-            EXPECT_EQ(file_tell(ours), ftello64(plain));
-            EXPECT_EQ(file_eof(ours), std::feof(plain) ? 1 : 0);
+            agree();
         }
         file_close(ours);
         std::fclose(plain);
