@@ -59,14 +59,6 @@ TEST(ExtensionLists, ReadersTakeTheirBlocks) {
         EXPECT_EQ(block(aviin_get_menu_info, h), r.menu);
         EXPECT_EQ(riff_count(h), 3 + r.segments);
     }
-    // Reading a list without metadata clears what an earlier read left.
-    hand_handle empty(list_file("KQDT", byte_image().chunk("JUNK", byte_image())), list_at);
-    empty->metadata_data = static_cast<uint8_t *>(std::malloc(4));
-    empty->metadata_found = 1;
-    empty->metadata_size = 4;
-    EXPECT_EQ(kelq::read_kqdt(empty), 1);
-    EXPECT_EQ(empty->metadata_found, 0u);
-    EXPECT_EQ(block(aviin_get_metadata_info, empty, true), none);
 }
 
 TEST(ExtensionLists, BlocksLargerThanTheFileAreRefused) {
@@ -91,7 +83,9 @@ TEST(ExtensionLists, BlocksLargerThanTheFileAreRefused) {
 }
 
 TEST(ExtensionLists, NoListToWalk) {
+    // What an earlier read left is freed (the sanitizer build sees a leak) and cleared.
     hand_handle h(byte_image().chunk("JUNK", byte_image()));
+    h->metadata_data = static_cast<uint8_t *>(std::malloc(4));
     h->metadata_found = 1;
     EXPECT_EQ(kelq::read_kqdt(h), 1);
     EXPECT_EQ(h->metadata_found, 0u);

@@ -2,7 +2,6 @@
 // menu forms get no pad byte: the menu walks use sizes as stored.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -25,12 +24,6 @@ inline byte_image menu_form(const byte_image &chunks, const char *form_type = "K
 inline byte_image menu_form_after_head(const byte_image &chunks, uint64_t position = 0) {
     const byte_image head = byte_image().chunk("MHDR", byte_image().u64(position).u64(0));
     return byte_image().list("RIFF", "KQMF", byte_image().append(head).list("LIST", "KMNU", chunks));
-}
-
-// Whether the bytes occur somewhere in the image.
-inline bool occurs_in(const byte_image &image, const uint8_t *bytes, size_t count) {
-    const auto &b = image.bytes();
-    return std::search(b.begin(), b.end(), bytes, bytes + count) != b.end();
 }
 
 // A block as its getter (aviin_get_metadata_info, aviin_get_menu_info or

@@ -70,6 +70,7 @@ TEST(StreamName, ReaderOddCases) {
         {byte_image().id("strn").u32(12).text("abcd"), 1, 12, std::string("abcd\0\0\0\0\0\0\0\0", 12), 12},
         {byte_image().id("strn").u32(13).text("abcd"), 1, 13, "(null)", 12},
         {byte_image().id("strn").u32(0x7FFF).text("abcd"), 1, 0x7FFF, "(null)", 12},
+        {byte_image().id("strn"), 1, 0, "", 4},  // no size
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &r - rows);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "reader/reader_handle.h"
-#include "support/avi_image.h"
+#include "unit/reader/reader_images.h"
 #include "unit/odml/odml_image.h"
 
 using namespace kelqtest;
@@ -48,12 +48,6 @@ byte_image odml_file(bool swapped, int64_t ix0 = 0, int64_t ix1 = 0, int64_t bas
     return ix0 != 0 ? image : odml_file(swapped, image.find("ix00"), image.find("ix01"), image.find(vid));
 }
 
-struct opened {
-    explicit opened(const byte_image &image, uint32_t swapped) : file(image), h(aviin_open(file.path(), swapped)) {}
-    ~opened() { aviin_close(h); }
-    temp_file file;
-    aviin_handle *h;
-};
 
 }  // namespace
 
@@ -63,13 +57,13 @@ TEST(OdmlOpen, EntriesOfBothStreamsThroughTheirSuperIndexes) {
         SCOPED_TRACE(testing::Message() << "swapped ids " << row.first << ", opened with " << row.second);
         const bool found = row.first == (row.second != 0);
         const byte_image image = odml_file(row.first);
-        opened o(image, row.second);
-        ASSERT_NE(o.h, nullptr);
+        reader o(image, row.second);
+        ASSERT_NE(o.get(), nullptr);
         for (uint32_t stream : {0u, 1u}) {
             const auto &chunks = stream == 0 ? video_chunks : audio_chunks;
             for (uint32_t n = 0; n <= chunks.size(); ++n) {
                 uint32_t type = 0, size = 0, key = 0;
-                const int status = aviin_get_indx_entry(o.h, n, stream, &type, &size, &key);
+                const int status = aviin_get_indx_entry(o.get(), n, stream, &type, &size, &key);
                 EXPECT_EQ(status, found && n < chunks.size() ? 0 : 1) << n;
                 if (status != 0) continue;
                 EXPECT_EQ(type, static_cast<uint32_t>(stream == 0 ? KELQAVI_CHUNK_VIDEO : KELQAVI_CHUNK_AUDIO));
@@ -77,7 +71,7 @@ TEST(OdmlOpen, EntriesOfBothStreamsThroughTheirSuperIndexes) {
                 EXPECT_EQ(key, chunks[n].key ? 16u : 0u) << n;
             }
         }
-        EXPECT_EQ(aviin_get_indx_entry(o.h, 0, 2, nullptr, nullptr, nullptr), 1);
+        EXPECT_EQ(aviin_get_indx_entry(o.get(), 0, 2, nullptr, nullptr, nullptr), 1);
         if (!found) continue;
 
         // The standard index read directly, with its own header as the cursor.
@@ -85,16 +79,16 @@ TEST(OdmlOpen, EntriesOfBothStreamsThroughTheirSuperIndexes) {
         std_index_header *cursor = avi2_parse_standard_index_chunk(image.bytes().data() + ix_pos + 8);
         ASSERT_NE(cursor, nullptr);
         EXPECT_EQ(cursor->entries_in_use, video_chunks.size());
-        EXPECT_EQ(aviin_set_odml_cursor(o.h, 0, cursor), 0);
+        EXPECT_EQ(aviin_set_odml_cursor(o.get(), 0, cursor), 0);
         for (uint32_t n = 0; n < video_chunks.size(); ++n) {
             uint32_t type = 0, size = 0, key = 0;
-            EXPECT_EQ(avi2_get_index_entry(ix_pos, o.h, n, 0, &type, &size, &key), 0);
+            EXPECT_EQ(avi2_get_index_entry(ix_pos, o.get(), n, 0, &type, &size, &key), 0);
             EXPECT_EQ(type, static_cast<uint32_t>(KELQAVI_CHUNK_VIDEO));
             EXPECT_EQ(size, video_chunks[n].size | (video_chunks[n].key ? 0 : 0x80000000u));
             EXPECT_EQ(key, 1u) << "no offset has bit 24 set";
         }
-        aviin_close(o.h);
-        o.h = nullptr;
+        aviin_close(o.get());
+        o.released();
         std::free(cursor);
     }
 }
@@ -108,7 +102,7 @@ TEST(OdmlOpen, IndxOfAStreamWithoutSlotIsPassedOver) {
                                  .append(strf_video_chunk(64, 48, "MJPG"))
                                  .append(indx_chunk(id, 1, {{12, 0, 1}}))));
     }
-    opened o(avi_form(byte_image().append(hdrl(lists)).append(one_frame_movi())), 0);
-    ASSERT_NE(o.h, nullptr);
-    for (uint32_t s = 0; s < 50; ++s) EXPECT_EQ(aviin_get_indx_entry(o.h, 0, s, nullptr, nullptr, nullptr), s == 7 ? 0 : 1) << s;
+    reader o(avi_form(byte_image().append(hdrl(lists)).append(one_frame_movi())), 0);
+    ASSERT_NE(o.get(), nullptr);
+    for (uint32_t s = 0; s < 50; ++s) EXPECT_EQ(aviin_get_indx_entry(o.get(), 0, s, nullptr, nullptr, nullptr), s == 7 ? 0 : 1) << s;
 }

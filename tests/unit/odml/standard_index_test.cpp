@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <tuple>
 #include <vector>
 
 #include "support/hand_handle.h"
@@ -15,13 +16,9 @@ TEST(StandardIndexHeader, FieldsDecodeLittleEndian) {
                                0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81, 0xEF, 0xBE, 0xAD, 0xDE};
     std_index_header *r = avi2_parse_standard_index_chunk(bytes);
     ASSERT_NE(r, nullptr);
-    EXPECT_EQ(r->longs_per_entry, 0x0102);
-    EXPECT_EQ(r->index_sub_type, 5);
-    EXPECT_EQ(r->index_type, 1);
-    EXPECT_EQ(r->entries_in_use, 0x8000000Au);
-    EXPECT_EQ(r->chunk_id, make_fourCC("03dc"));
-    EXPECT_EQ(r->base_offset, 0x8102030405060708ull);
-    EXPECT_EQ(r->reserved, 0xDEADBEEFu);
+    EXPECT_EQ(std::make_tuple(r->longs_per_entry, r->index_sub_type, r->index_type, r->entries_in_use, r->chunk_id),
+              std::make_tuple(uint16_t{0x0102}, uint8_t{5}, uint8_t{1}, 0x8000000Au, make_fourCC("03dc")));
+    EXPECT_EQ(std::make_pair(r->base_offset, r->reserved), std::make_pair(uint64_t{0x8102030405060708ull}, 0xDEADBEEFu));
     std::free(r);
     EXPECT_EQ(avi2_parse_standard_index_chunk(nullptr), nullptr);
 }

@@ -60,15 +60,12 @@ TEST(FileValues, ShortReadsAtEndOfFileSucceedWithZeroHighBytes) {
 
 TEST(FileValues, NullStreamFailsEverywhere) {
     uint32_t v = 5;
-    EXPECT_EQ(read_val32(&v, nullptr), 1);
+    EXPECT_EQ(read_val32(&v, nullptr) + write_val32(1, nullptr) + file_seek(nullptr, 0, 0) + file_eof(nullptr) +
+                  file_close(nullptr),
+              5);
     EXPECT_EQ(v, 5u);
-    EXPECT_EQ(write_val32(1, nullptr), 1);
-    EXPECT_EQ(file_seek(nullptr, 0, 0), 1);
     EXPECT_LT(file_tell(nullptr), 0);
-    EXPECT_EQ(file_eof(nullptr), 1);
-    EXPECT_EQ(file_close(nullptr), 1);
-    EXPECT_EQ(file_read(nullptr, &v, 4), 0u);
-    EXPECT_EQ(file_write(nullptr, &v, 4), 0u);
+    EXPECT_EQ(file_read(nullptr, &v, 4) + file_write(nullptr, &v, 4), 0u);
 }
 
 // Each value goes to a stream and to a buffer as the same little-endian bytes
@@ -104,37 +101,28 @@ TEST(FileValues, ValuesAreLittleEndianWhateverTheHost) {
     std::fclose(ro);
 }
 
-TEST(FileAccess, SeekReadWriteEofAndError) {
+// What the comparison with stdio below cannot show: origins stdio has no
+// name for, offsets past 4 GiB, writing over read bytes, and the one-line
+// report of a stream in error.
+TEST(FileAccess, OriginsLargeOffsetsWritesAndErrors) {
     temp_stream s(byte_image().raw({1, 2, 3}).fill(97));
-    EXPECT_EQ(file_seek(s, 10, 0), 0);
-    EXPECT_EQ(file_seek(s, 5, 1), 0);
-    EXPECT_EQ(file_tell(s), 15);
-    EXPECT_EQ(file_seek(s, -2, 2), 0);
-    EXPECT_EQ(file_tell(s), 98);
+    ASSERT_EQ(file_seek(s, 98, 0), 0);
     for (int origin : {3, -1, 42}) EXPECT_EQ(file_seek(s, 0, origin), 1) << origin;
-    EXPECT_EQ(file_seek(s, -1, 0), 1);
     EXPECT_EQ(file_tell(s), 98) << "failed seeks do not move the stream";
-    // 64-bit offsets go through unharmed.
     EXPECT_EQ(file_seek(s, 0x100000010ll, 0), 0);
     EXPECT_EQ(file_tell(s), 0x100000010ll);
-
-    uint8_t buf[8] = {};
-    ASSERT_EQ(file_seek(s, 97, 0), 0);
-    EXPECT_EQ(file_eof(s), 0);
-    EXPECT_EQ(file_read(s, buf, 8), 3u);
-    EXPECT_EQ(file_eof(s), 1);
-    EXPECT_EQ(file_error(s), 0);
-    ASSERT_EQ(file_seek(s, 0, 0), 0);
+    uint8_t buf[2] = {9, 8};
+    ASSERT_EQ(file_seek(s, 1, 0), 0);
     EXPECT_EQ(file_write(s, buf, 2), 2u);
+    EXPECT_EQ(file_error(s), 0);
     const bytes all = s.contents();
-    EXPECT_EQ(bytes(all.begin(), all.begin() + 4), (bytes{0, 0, 3, 0}));
+    EXPECT_EQ(bytes(all.begin(), all.begin() + 4), (bytes{1, 9, 8, 0}));
 
     FILE *ro = failing_write_stream();
     ASSERT_NE(ro, nullptr);
     EXPECT_EQ(file_write(ro, buf, 2), 0u);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(file_error(ro), 1);
-    EXPECT_EQ(file_error(nullptr), 1);
+    EXPECT_EQ(file_error(ro) + file_error(nullptr), 2);
     const std::string printed = testing::internal::GetCapturedStderr();
     EXPECT_EQ(printed.rfind("file error", 0), 0u) << printed;
     EXPECT_EQ(printed.find("file error", 1), std::string::npos) << "one message only: " << printed;
@@ -143,7 +131,7 @@ TEST(FileAccess, SeekReadWriteEofAndError) {
 
 // Each mode on an existing "abcde": where it opens, a two-byte write there,
 // reading from the start, then rewriting the first byte; and what the file
-// holds afterwards.
+// holds afterwards. Update needs an existing file; other modes open nothing.
 TEST(FileAccess, OpenModes) {
     const struct { int mode; int64_t opens_at; int write; size_t readable; const char *after; } cases[] = {
         {0, 0, 1, 5, "abcde"}, {2, 0, 1, 5, "abcde"},  // read only
@@ -157,23 +145,16 @@ TEST(FileAccess, OpenModes) {
         ASSERT_NE(f, nullptr);
         EXPECT_EQ(file_tell(f), c.opens_at);
         EXPECT_EQ(write_val16(0x5958, f), c.write);
-        uint8_t buf[16] = {};
-        ASSERT_EQ(file_seek(f, 0, 0), 0);
-        EXPECT_EQ(file_read(f, buf, sizeof buf), c.readable);
-        ASSERT_EQ(file_seek(f, 0, 0), 0);
-        write_val8('A', f);
-        EXPECT_EQ(file_close(f), 0);
-        f = file_open(p.path(), 0);
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), file_read(f, buf, sizeof buf)), c.after);
-        EXPECT_EQ(file_close(f), 0);
+        char buf[16] = {};
+        EXPECT_EQ(file_seek(f, 0, 0) + file_read(f, buf, sizeof buf), c.readable);
+        EXPECT_EQ(file_seek(f, 0, 0) + write_val8('A', f) + file_close(f), c.write);
+        FILE *back = std::fopen(p.path(), "rb");
+        EXPECT_EQ(std::string(buf, std::fread(buf, 1, sizeof buf, back)), c.after);
+        std::fclose(back);
     }
     const std::string gone = std::string(temp_file(bytes{}).path());  // removed at once
-    EXPECT_EQ(file_open(gone.c_str(), 4), nullptr) << "update needs an existing file";
-    for (int mode : {0, -1, 5, 6, 100}) {
-        EXPECT_EQ(file_open(gone.c_str(), mode), nullptr) << "mode " << mode;
-        EXPECT_NE(access(gone.c_str(), F_OK), 0) << "mode " << mode << " created the file";
-    }
+    for (int mode : {4, 0, -1, 5, 100}) EXPECT_EQ(file_open(gone.c_str(), mode), nullptr) << "mode " << mode;
+    EXPECT_NE(access(gone.c_str(), F_OK), 0);
     EXPECT_EQ(file_open(nullptr, 0), nullptr);
 }
 
@@ -186,10 +167,7 @@ TEST(FileAccess, SeekAndTellAgreeWithStdio) {
     bytes content(20000);
     for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<uint8_t>(i * 7 % 251);
     temp_file p(content);
-    const struct {
-        const char *what;
-        void (*prepare)(FILE *);
-    } states[] = {
+    const struct { const char *what; void (*prepare)(FILE *); } states[] = {
         {"fresh", [](FILE *) {}},
         {"a few bytes read", [](FILE *f) { std::fgetc(f), std::fgetc(f), std::fgetc(f); }},
         // After a seek, so that stdio knows the file offset.
@@ -197,29 +175,28 @@ TEST(FileAccess, SeekAndTellAgreeWithStdio) {
         {"a byte pushed back", [](FILE *f) { std::fseek(f, 5, SEEK_SET), std::fgetc(f), std::ungetc('x', f); }},
         {"unbuffered", [](FILE *f) { std::setvbuf(f, nullptr, _IONBF, 0), std::fgetc(f); }},
     };
-    const struct {
-        int64_t offset;
-        int origin;
-    } moves[] = {{100, 0},   {10, 1},    {-50, 1},  {4093, 0},  {1, 1},  {4096, 0},  {0, 1},      {3000, 1},
-                 {-1, 1},    {19998, 0}, {19990, 0}, {3000, 1}, {20000, 0}, {-5, 2}, {25000, 0}, {-30000, 1}, {7, 0}};
+    const std::pair<int64_t, int> moves[] = {{100, 0}, {10, 1}, {-50, 1}, {4093, 0}, {1, 1}, {4096, 0}, {0, 1}, {3000, 1}, {-1, 1},
+        {19998, 0}, {19990, 0}, {3000, 1}, {20000, 0}, {-5, 2}, {25000, 0}, {-30000, 1}, {7, 0}};
+    const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     for (const auto &state : states) {
         SCOPED_TRACE(state.what);
         FILE *ours = file_open(p.path(), 0), *plain = std::fopen(p.path(), "rb");
         ASSERT_TRUE(ours != nullptr && plain != nullptr);
         state.prepare(ours);
         state.prepare(plain);
-        EXPECT_EQ(file_tell(ours), ftello64(plain));
-        for (const auto &m : moves) {
-            SCOPED_TRACE(std::to_string(m.offset) + " from " + std::to_string(m.origin));
-            const int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-            EXPECT_EQ(file_seek(ours, m.offset, m.origin), fseeko64(plain, m.offset, whence[m.origin]) != 0 ? 1 : 0);
+        const auto agree = [&] {
             EXPECT_EQ(file_tell(ours), ftello64(plain));
             EXPECT_EQ(file_eof(ours), std::feof(plain) ? 1 : 0);
+        };
+        agree();
+        for (const auto &m : moves) {
+            SCOPED_TRACE(std::to_string(m.first) + " from " + std::to_string(m.second));
+            EXPECT_EQ(file_seek(ours, m.first, m.second), fseeko64(plain, m.first, whence[m.second]) != 0 ? 1 : 0);
+            agree();
             uint8_t a[3] = {}, b[3] = {};
             EXPECT_EQ(file_read(ours, a, 3), std::fread(b, 1, 3, plain));
             EXPECT_EQ(bytes(a, a + 3), bytes(b, b + 3));
-            EXPECT_EQ(file_tell(ours), ftello64(plain));
-            EXPECT_EQ(file_eof(ours), std::feof(plain) ? 1 : 0);
+            agree();
         }
         file_close(ours);
         std::fclose(plain);
