@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "unit/reader/index_images.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
