@@ -34,10 +34,7 @@ struct movi_chunk {
 };
 
 // The chunks laid out in a movi list, with the data position of each.
-struct laid_out {
-    form_image form;
-    std::vector<int64_t> data_pos;
-};
+struct laid_out { form_image form; std::vector<int64_t> data_pos; };
 
 laid_out lay_out(const std::vector<movi_chunk> &chunks, const byte_image &after_movi) {
     byte_image body;
@@ -69,11 +66,7 @@ const std::vector<movi_chunk> plain_chunks = {
 // file ends the whole-chunk walk with a failure that sticks, as the header is
 // read before the end test.
 TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
-    const struct {
-        const char *last;
-        bool index_after;
-        int whole_end;
-    } rows[] = {{"pq", true, 3}, {"pqr", true, 3}, {"", true, 3}, {"pq", false, 1}};
+    const struct { const char *last; bool index_after; int whole_end; } rows[] = {{"pq", true, 3}, {"pqr", true, 3}, {"", true, 3}, {"pq", false, 1}};
     for (const auto &row : rows) {
         SCOPED_TRACE(testing::Message() << "last '" << row.last << "' idx1 " << row.index_after);
         std::vector<movi_chunk> chunks = plain_chunks;
@@ -181,12 +174,7 @@ TEST(ChunkWalk, EachCallLeavesTheStreamWhereItsStepEndsWhateverMovedItBefore) {
     // The file cut short, walked by headers: the steps that still find a
     // header, then the next step's result and where it leaves the stream (a
     // step beyond the file's end stands there, as a seek would).
-    const struct {
-        int64_t kept;
-        size_t found;
-        int last;
-        int64_t stands;
-    } cuts[] = {
+    const struct { int64_t kept; size_t found; int last; int64_t stands; } cuts[] = {
         {l.data_pos[2] + 3, 3, 1, l.data_pos[2] + 8},       // in a chunk passed over byte by byte
         {l.data_pos[5] + 100, 6, 1, l.data_pos[5] + 4096},  // in one passed over block by block
         {l.data_pos[3] - 4, 3, 1, l.data_pos[3] - 4},       // an id without its size
@@ -233,10 +221,7 @@ TEST(ChunkWalk, RecGroupIsEnteredByTheResyncScanAndByFourByteSteps) {
     EXPECT_EQ(list_id.stream, 0xFFFFFFFFu);
     EXPECT_EQ(list_id.size, group.size() + 4) << "the size read after the unrecognised id";
     EXPECT_EQ(list_id.offset, static_cast<uint64_t>(p + 4));
-    const struct {
-        uint32_t type;
-        int64_t offset;
-    } steps[] = {{0, p + 8}, {0, p + 12}, {3, p + 20}, {1, p + 32}, {3, p + 42}};
+    const struct { uint32_t type; int64_t offset; } steps[] = {{0, p + 8}, {0, p + 12}, {3, p + 20}, {1, p + 32}, {3, p + 42}};
     for (const auto &s : steps) {
         const header_call c = next_header(headers);
         EXPECT_EQ(c.result, 0);
@@ -256,12 +241,7 @@ TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {
     const int64_t p = f.movi_data;
     const int64_t match = p + 8 + 20;  // the 01wb header
 
-    const struct {
-        int32_t capacity;
-        int calls;
-        int32_t stored;
-        int64_t next_pos;
-    } cases[] = {
+    const struct { int32_t capacity; int calls; int32_t stored; int64_t next_pos; } cases[] = {
         {256, 1, 25, match},     // every skipped byte and the first byte of the match
         {25, 1, 25, match},      // the match takes the last slot
         {24, 1, 24, match - 1},  // full first: the walk goes on at the last position examined

@@ -44,9 +44,7 @@ TEST(StreamTable, ClassifiesEachKind) {
     for (uint32_t s = 0; s < 21; ++s) {
         uint32_t kind = 99;
         EXPECT_EQ(aviin_get_chunk_type(h, s, &kind), s < 20 ? 0 : 1) << s;
-        if (s < 20) {
-            EXPECT_EQ(kind, expected[s]) << "stream " << s;
-        }
+        if (s < 20) { EXPECT_EQ(kind, expected[s]) << "stream " << s; }
     }
     // The second video stream is the second entry of the video table.
     video_stream_format v{};
@@ -79,11 +77,7 @@ TEST(StreamTable, StreamLimits) {
 // and copy their name unterminated.
 TEST(StreamTable, ChunkOrderInsideStreamListAndTheVideoGetters) {
     const byte_image strd = strd_chunk(0xABCD, {1, 2, 3, 4});
-    const struct {
-        byte_image strl;
-        bool bitmap;
-        uint32_t strd_present;
-    } rows[] = {
+    const struct { byte_image strl; bool bitmap; uint32_t strd_present; } rows[] = {
         {video_chunks("MJPG", -240, {strd, strn_chunk("Camera")}), false, 1},
         {video_chunks("MJPG", -240, {strn_chunk("Camera"), strd}), false, 0},
         {video_chunks("KQSB", -240, {strn_chunk("Camera"), strd}), true, 0},
@@ -134,12 +128,8 @@ TEST(StreamTable, AudioTextAndChapterFormats) {
     ASSERT_NE(h.get(), nullptr);
     audio_stream_format a{};
     ASSERT_EQ(aviin_get_audio_format(h, 0, &a), 0);
-    EXPECT_EQ(a.rate, 44100u);
-    EXPECT_EQ(a.scale, 2u);
-    EXPECT_EQ(a.wave_format.format_tag, 0x55);
-    EXPECT_EQ(a.wave_format.channels, 2);
-    EXPECT_EQ(a.wave_format.cb_size, 4);
-    EXPECT_EQ(a.wave_format.extra[3], 4);
+    const uint32_t got[] = {a.rate, a.scale, a.wave_format.format_tag, a.wave_format.channels, a.wave_format.cb_size, a.wave_format.extra[3]};
+    EXPECT_EQ(std::vector<uint32_t>(got, got + 6), (std::vector<uint32_t>{44100, 2, 0x55, 2, 4, 4}));
     ASSERT_EQ(a.name_length, 6);
     EXPECT_STREQ(a.name, "Stereo");
     std::free(a.name);

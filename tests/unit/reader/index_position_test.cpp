@@ -13,10 +13,7 @@ using namespace kelqtest;
 
 namespace {
 
-struct walked {
-    int64_t data;
-    uint32_t size;
-};
+struct walked { int64_t data; uint32_t size; };
 
 // Data chunks of the first movi list as the walk meets them.
 std::vector<walked> walk(aviin_handle *h) {

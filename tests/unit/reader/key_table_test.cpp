@@ -377,13 +377,7 @@ TEST(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
     reader stepping_back(f.bytes), failed(s.file.bytes);
     uint8_t byte = 0;
     ASSERT_EQ(aviin_get_chunk(failed, 0x8000000000000000ull, &byte, 1), 1);  // a read error that persists
-    const struct {
-        aviin_handle *h;
-        int32_t key, frame;
-        uint32_t stream;
-        int result;
-        const char *ends_on;
-    } rows[] = {
+    const struct { aviin_handle *h; int32_t key, frame; uint32_t stream; int result; const char *ends_on; } rows[] = {
         {b.h, 30, 30, 0, 0, "f30"},  // a key frame is its own first count
         {b.h, 10, 17, 0, 0, "f17"},
         {b.h, 30, 29, 0, 0, "="},    // a key frame after the frame

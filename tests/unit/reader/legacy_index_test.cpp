@@ -32,10 +32,7 @@ std::vector<planned> three_stream_chunks() {
     };
 }
 
-struct entry_fields {
-    int result = -1;
-    uint32_t stream = 99, type = 99, size = 99, key = 99;
-};
+struct entry_fields { int result = -1; uint32_t stream = 99, type = 99, size = 99, key = 99; };
 
 entry_fields entry_at(aviin_handle *h, uint32_t n) {
     entry_fields e;
@@ -129,10 +126,7 @@ TEST_F(legacy_index, durations_by_chunk_type) {
     }
 }
 
-struct span {
-    int result = -1;
-    uint32_t first = 77, last = 77;
-};
+struct span { int result = -1; uint32_t first = 77, last = 77; };
 
 span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float end) {
     span s;

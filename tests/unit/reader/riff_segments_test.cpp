@@ -81,11 +81,7 @@ int64_t offset_of(aviin_handle *h, int32_t n) {
 // not hold releases the handle, told by -1 in *offset.
 TEST(RiffSegments, OffsetsOfTheMainAndContinuationForms) {
     const two_segments t;
-    const struct {
-        int32_t n;
-        int result;
-        int64_t offset;
-    } rows[] = {{1, 0, t.avix_at}, {0, 0, 0}, {3, 1, 5}, {2, 1, -1}, {-1, 1, -1}};
+    const struct { int32_t n; int result; int64_t offset; } rows[] = {{1, 0, t.avix_at}, {0, 0, 0}, {3, 1, 5}, {2, 1, -1}, {-1, 1, -1}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.n);
         reader r(t.file);
@@ -190,10 +186,7 @@ TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessNothingCanBeEntered) {
     // segment with nothing in it, entered with 0. A negative offset cannot be
     // sought: the first entry reads the chunk where the stream stood, the
     // second the end of the file.
-    const struct {
-        int64_t offset;
-        bool released;
-    } moves[] = {{size + 100, true}, {size, true}, {size - 8, true}, {size - 9, false}, {-1, true}};
+    const struct { int64_t offset; bool released; } moves[] = {{size + 100, true}, {size, true}, {size - 8, true}, {size - 9, false}, {-1, true}};
     for (const auto &m : moves) {
         SCOPED_TRACE(m.offset);
         reader r(m.offset < 0 ? main_form(byte_image().chunk("00dc", byte_image().text("abcd"))).bytes : t.file);
