@@ -48,6 +48,18 @@ laid_out lay_out(const std::vector<movi_chunk> &chunks, const byte_image &after_
     return out;
 }
 
+// Calls and chunks as one line of text each, to compare whole.
+std::string said(const chunk_call &c) {
+    return std::to_string(c.result) + " " + std::to_string(c.type) + " " + std::to_string(c.stream) + " " + c.name + " " + as_text(c.data);
+}
+std::string said(const header_call &c) {
+    return std::to_string(c.result) + " " + std::to_string(c.type) + " " + std::to_string(c.stream) + " @" + std::to_string(c.offset) + " " + std::to_string(c.size);
+}
+std::string said(const movi_chunk &c) { return "0 " + std::to_string(c.type) + " " + std::to_string(c.stream) + " " + c.id + " " + c.data; }
+std::string said(const movi_chunk &c, int64_t data_pos) {
+    return "0 " + std::to_string(c.type) + " " + std::to_string(c.stream) + " @" + std::to_string(data_pos) + " " + std::to_string(c.data.size());
+}
+
 const byte_image some_idx1 = byte_image().chunk("idx1", byte_image().fill(16));
 
 const std::vector<movi_chunk> plain_chunks = {
@@ -76,14 +88,7 @@ TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
 
         reader whole(l.form.bytes);
         ASSERT_TRUE(whole);
-        for (const movi_chunk &c : chunks) {
-            const chunk_call got = next_chunk(whole);
-            EXPECT_EQ(got.result, 0);
-            EXPECT_EQ(got.type, c.type);
-            EXPECT_EQ(got.stream, c.stream);
-            EXPECT_EQ(got.name, c.id);
-            EXPECT_EQ(as_text(got.data), c.data);
-        }
+        for (const movi_chunk &c : chunks) EXPECT_EQ(said(next_chunk(whole)), said(c));
         EXPECT_EQ(next_chunk(whole).result, row.whole_end);
         // Past the end each call steps on, so the end of the file turns it into 1;
         // it never yields a chunk from beyond the list.
@@ -100,11 +105,7 @@ TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
         ASSERT_TRUE(headers);
         for (size_t i = 0; i < chunks.size(); ++i) {
             const header_call got = next_header(headers);
-            EXPECT_EQ(got.result, 0);
-            EXPECT_EQ(got.type, chunks[i].type);
-            EXPECT_EQ(got.stream, chunks[i].stream);
-            EXPECT_EQ(got.offset, static_cast<uint64_t>(l.data_pos[i]));
-            EXPECT_EQ(got.size, chunks[i].data.size());
+            EXPECT_EQ(said(got), said(chunks[i], l.data_pos[i]));
             std::vector<uint8_t> data(got.size + 1, untouched);
             EXPECT_EQ(aviin_get_chunk(headers, got.offset, data.data(), got.size), 0);
             data.pop_back();
@@ -154,13 +155,9 @@ TEST(ChunkWalk, EachCallLeavesTheStreamWhereItsStepEndsWhateverMovedItBefore) {
             SCOPED_TRACE(chunks[i].data.size());
             m.move(wf);
             m.move(hf);
-            const chunk_call c = next_chunk(whole, 65536);
-            EXPECT_EQ(c.result, 0);
-            EXPECT_EQ(as_text(c.data), chunks[i].data);
+            EXPECT_EQ(said(next_chunk(whole, 65536)), said(chunks[i]));
             EXPECT_EQ(file_tell(wf), l.data_pos[i] + static_cast<int64_t>(chunks[i].data.size()));
-            const header_call h = next_header(headers);
-            EXPECT_EQ(h.offset, static_cast<uint64_t>(l.data_pos[i]));
-            EXPECT_EQ(h.size, chunks[i].data.size());
+            EXPECT_EQ(said(next_header(headers)), said(chunks[i], l.data_pos[i]));
             EXPECT_EQ(file_tell(hf), l.data_pos[i]);
             EXPECT_EQ(file_eof(wf) + file_eof(hf), 0);
         }
@@ -185,12 +182,7 @@ TEST(ChunkWalk, EachCallLeavesTheStreamWhereItsStepEndsWhateverMovedItBefore) {
         SCOPED_TRACE(testing::Message() << "cut to " << c.kept);
         reader cut(l.form.bytes.head(static_cast<size_t>(c.kept)));
         ASSERT_TRUE(cut);
-        for (size_t i = 0; i < c.found; ++i) {
-            const header_call h = next_header(cut);
-            EXPECT_EQ(h.result, 0);
-            EXPECT_EQ(h.offset, static_cast<uint64_t>(l.data_pos[i]));
-            EXPECT_EQ(h.size, chunks[i].data.size());
-        }
+        for (size_t i = 0; i < c.found; ++i) EXPECT_EQ(said(next_header(cut)), said(chunks[i], l.data_pos[i]));
         EXPECT_EQ(next_header(cut).result, c.last);
         EXPECT_EQ(file_tell(cut.get()->current_list->stream), c.stands);
     }
@@ -204,12 +196,8 @@ TEST(ChunkWalk, RecGroupIsEnteredByTheResyncScanAndByFourByteSteps) {
 
     reader whole(f.bytes);
     ASSERT_TRUE(whole);
-    const chunk_call first = next_chunk(whole);
-    EXPECT_EQ(first.result, 0);
-    EXPECT_EQ(first.type, 0u);
-    EXPECT_EQ(first.name, "LIST");
     // The size field, "rec " and the first character of the inner id.
-    EXPECT_EQ(first.data, bytes_at(f.bytes, p + 4, 9));
+    EXPECT_EQ(said(next_chunk(whole)), "0 0 4294967295 LIST " + as_text(bytes_at(f.bytes, p + 4, 9)));
     for (const char *expected : {"abcd", "xy", "zz"}) EXPECT_EQ(as_text(next_chunk(whole).data), expected);
     EXPECT_EQ(next_chunk(whole).result, 3);
 
@@ -217,16 +205,11 @@ TEST(ChunkWalk, RecGroupIsEnteredByTheResyncScanAndByFourByteSteps) {
     // and "rec " as unknown ids four bytes apart, then the group's chunks.
     reader headers(f.bytes);
     ASSERT_TRUE(headers);
-    const header_call list_id = next_header(headers);
-    EXPECT_EQ(list_id.stream, 0xFFFFFFFFu);
-    EXPECT_EQ(list_id.size, group.size() + 4) << "the size read after the unrecognised id";
-    EXPECT_EQ(list_id.offset, static_cast<uint64_t>(p + 4));
+    EXPECT_EQ(said(next_header(headers)), "0 0 4294967295 @" + std::to_string(p + 4) + " " + std::to_string(group.size() + 4));
     const struct { uint32_t type; int64_t offset; } steps[] = {{0, p + 8}, {0, p + 12}, {3, p + 20}, {1, p + 32}, {3, p + 42}};
     for (const auto &s : steps) {
         const header_call c = next_header(headers);
-        EXPECT_EQ(c.result, 0);
-        EXPECT_EQ(c.type, s.type);
-        EXPECT_EQ(c.offset, static_cast<uint64_t>(s.offset));
+        EXPECT_EQ(std::to_string(c.result) + " " + std::to_string(c.type) + " @" + std::to_string(c.offset), "0 " + std::to_string(s.type) + " @" + std::to_string(s.offset));
     }
     EXPECT_EQ(next_header(headers).result, 3);
 }
@@ -258,8 +241,7 @@ TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {
             reader r(f.bytes, swapped);
             ASSERT_TRUE(r);
             chunk_call got = next_chunk(r, c.capacity);
-            EXPECT_EQ(got.type, 0u);
-            EXPECT_EQ(got.name, "abcd");
+            EXPECT_EQ(said(got).substr(0, 19), "0 0 4294967295 abcd");
             for (int call = 1; call < c.calls; ++call) got = next_chunk(r, c.capacity);
             EXPECT_EQ(got.result, 0);
             ASSERT_EQ(got.size, c.stored);
@@ -318,10 +300,7 @@ TEST(ChunkWalk, SwappedIdsAreReadTypeFirstWhenAskedFor) {
     }
     // Without the flag the swapped ids are no chunk ids: one resync up to 01wb.
     reader plain(f.bytes, 0);
-    const chunk_call skipped = next_chunk(plain);
-    EXPECT_EQ(skipped.type, 0u);
-    EXPECT_EQ(skipped.stream, 0xFFFFFFFFu);
-    EXPECT_EQ(skipped.data, bytes_at(f.bytes, f.movi_data + 4, 10 + 10 - 4 + 1));
+    EXPECT_EQ(said(next_chunk(plain)), "0 0 4294967295 dc00 " + as_text(bytes_at(f.bytes, f.movi_data + 4, 10 + 10 - 4 + 1)));
     EXPECT_EQ(as_text(next_chunk(plain).data), "a2");
     EXPECT_EQ(next_header(plain).result, 3);
 }
@@ -339,10 +318,7 @@ TEST(ChunkWalk, HugeSizeFieldsMoveTheHeaderWalkBackwards) {
         const uint64_t data = static_cast<uint64_t>(f.movi_data + 14 + 8);
         reader r(f.bytes);
         EXPECT_EQ(next_header(r).type, 3u);
-        const header_call c = next_header(r);
-        EXPECT_EQ(c.result, 0);
-        EXPECT_EQ(c.offset, data);
-        EXPECT_EQ(c.size, row.size);
+        EXPECT_EQ(said(next_header(r)), "0 1 1 @" + std::to_string(data) + " " + std::to_string(row.size));
         if (row.next == 1) {
             EXPECT_EQ(next_header(r).result, 1);
             EXPECT_EQ(next_header(r).result, 1);
