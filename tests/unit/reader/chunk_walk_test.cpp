@@ -27,11 +27,8 @@ int64_t walk_position(aviin_handle *h) {
     return c.result != 0 ? -c.result : static_cast<int64_t>(c.offset) - (c.type == KELQAVI_CHUNK_UNKNOWN ? 4 : 8);
 }
 
-struct movi_chunk {
-    const char *id;
-    std::string data;
-    uint32_t type, stream;  // as the walks must report them
-};
+// type, stream: as the walks must report them
+struct movi_chunk { const char *id; std::string data; uint32_t type, stream; };
 
 // The chunks laid out in a movi list, with the data position of each.
 struct laid_out { form_image form; std::vector<int64_t> data_pos; };
@@ -308,10 +305,8 @@ TEST(ChunkWalk, SwappedIdsAreReadTypeFirstWhenAskedFor) {
 // Size fields of 0x80000000 and more: the header walk adds them as negative
 // numbers (with the pad byte added in 32 bits), the whole-chunk walk as sizes.
 TEST(ChunkWalk, HugeSizeFieldsMoveTheHeaderWalkBackwards) {
-    const struct {
-        uint32_t size;
-        int64_t next;  // where the header walk goes on from the data; 0: before the file, failing for good
-    } rows[] = {{0xFFFFFFF8, -8}, {0xFFFFFFFF, 0}, {0x80000000, 1}};
+    // next: where the header walk goes on from the data; 0: before the file, failing for good
+    const struct { uint32_t size; int64_t next; } rows[] = {{0xFFFFFFF8, -8}, {0xFFFFFFFF, 0}, {0x80000000, 1}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.size);
         const form_image f = main_form(byte_image().chunk("00dc", byte_image().text("before")).id("01wb").u32(row.size).fill(300, 'x'));

@@ -127,12 +127,9 @@ byte_image make_odml(const std::vector<byte_image> &frames, const std::vector<bo
 TEST(index_position, standard_index_entries_name_the_chunks_the_walk_meets) {
     const std::vector<byte_image> frames = {filler(40, 1), filler(21, 2), filler(30, 3), filler(50, 4), filler(8, 5)};
     const std::vector<bool> key = {true, false, false, true, false};
-    const struct {
-        const char *name;
-        uint32_t in_use_extra;    // nEntriesInUse beyond the entries each chunk holds
-        int tail;                 // bytes cut off the end of the file (< 0)
-        std::vector<int> got;     // entries handed out by each standard index, or -result
-    } rows[] = {
+    // in_use_extra: nEntriesInUse beyond the entries each chunk holds; tail: bytes cut off the end of the file (< 0);
+    // got: entries handed out by each standard index, or -result
+    const struct { const char *name; uint32_t in_use_extra; int tail; std::vector<int> got; } rows[] = {
         {"two whole standard indexes", 0, 0, {3, 2, -1}},
         {"counts beyond their chunks", 1000, 0, {3, 2, -1}},
         {"the second cut inside its last entry", 0, -4, {3, 1, -1}},

@@ -24,12 +24,8 @@ constexpr uint64_t not_found = KELQAVI_NOT_FOUND;
 // second) in chunks of varying size, stored behind it; its stream header
 // counts blocks (rate 8000, scale 1), as most writers put it. JUNK chunks
 // (not indexed) now and then.
-struct synthetic {
-    indexed_file file;
-    std::vector<size_t> frames, mp3, pcm;  // chunk numbers, per stream in order
-    std::vector<uint64_t> pcm_before;      // PCM bytes before each PCM chunk
-    uint32_t key_every = 1;
-};
+// frames, mp3, pcm: chunk numbers, per stream in order; pcm_before: PCM bytes before each PCM chunk
+struct synthetic { indexed_file file; std::vector<size_t> frames, mp3, pcm; std::vector<uint64_t> pcm_before; uint32_t key_every = 1; };
 
 struct layout_options {
     uint32_t frames = 60;
@@ -41,12 +37,8 @@ struct layout_options {
 };
 
 synthetic make_synthetic(const layout_options &o) {
-    struct event {
-        int64_t at_us;
-        int order;
-        planned chunk;
-        int kind;  // 0 video, 1 mp3, 2 pcm, 3 junk
-    };
+    // kind: 0 video, 1 mp3, 2 pcm, 3 junk
+    struct event { int64_t at_us; int order; planned chunk; int kind; };
     std::vector<event> events;
     const int64_t video_us = static_cast<int64_t>(o.frames) * 40000;
     for (uint32_t f = 0; f < o.frames; ++f) {
@@ -183,10 +175,8 @@ size_t index_offset_field(const indexed_file &f, size_t chunk) {
     return static_cast<size_t>(f.bytes.find("idx1")) + 8 + 16 * n + 8;
 }
 
-struct shape {
-    uint32_t frames, key_every, capacity, slice;
-    uint64_t pcm_us;  // PCM only up to this time; 0: as long as the video
-};
+// pcm_us: PCM only up to this time; 0: as long as the video
+struct shape { uint32_t frames, key_every, capacity, slice; uint64_t pcm_us; };
 
 class table_shape : public ::testing::TestWithParam<shape> {};
 

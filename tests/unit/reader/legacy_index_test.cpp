@@ -61,11 +61,8 @@ TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag_a
         EXPECT_EQ(e.key, c.key ? 16u : 0u);  // the flag word ANDed with 0x10, not 1
     }
     // Entries past the last fail and leave the outputs and the walk alone.
-    const struct {
-        uint32_t n;
-        int result, go_to;  // reading the entry; moving the walk to it, past the last
-        uint32_t stream, size;
-    } rows[] = {
+    // result: of reading the entry; go_to: of moving the walk to it, past the last
+    const struct { uint32_t n; int result, go_to; uint32_t stream, size; } rows[] = {
         {11, 1, 3, 99, 99}, {1000, 1, 3, 99, 99}, {0xFFFFFFF, 1, 3, 99, 99},
         // 0x10000001 * 16 is 16 in 32 bits: entry 1, as the index size is 32-bit too.
         {0x10000001, 0, 0, 1, 96},
@@ -102,11 +99,8 @@ TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_re
 }
 
 TEST_F(legacy_index, durations_by_chunk_type) {
-    const struct {
-        uint32_t stream, type;
-        int result;
-        uint32_t num, den;  // 55: left alone
-    } rows[] = {
+    // num, den 55: left alone
+    const struct { uint32_t stream, type; int result; uint32_t num, den; } rows[] = {
         {0, 3, 0, 1, 25},
         {1, 1, 0, 1152, 48000},  // one MPEG audio frame, whatever the caller's byte count
         {2, 1, 0, 417, 16000},   // bytes over the rate
@@ -135,12 +129,8 @@ span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float 
 }
 
 TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
-    const struct {
-        uint32_t stream, type;
-        float start, end;
-        int result;
-        uint32_t first, last;  // 77: left alone
-    } rows[] = {
+    // first, last 77: left alone
+    const struct { uint32_t stream, type; float start, end; int result; uint32_t first, last; } rows[] = {
         // Stream 1: four chunks starting at 0, 24, 48 and 72 ms; a chunk's
         // time is its start.
         {1, 1, 0.0f, 0.03f, 0, 0, 2},  // 48 ms is the first start at or past 30 ms

@@ -130,10 +130,8 @@ void write_file(written &w, uint32_t odml, double index_seconds) {
     }
 }
 
-struct file_kind {
-    uint32_t odml;
-    double index_seconds;  // under 60: standard indexes flushed inside movi
-};
+// index_seconds: under 60: standard indexes flushed inside movi
+struct file_kind { uint32_t odml; double index_seconds; };
 
 class writer_made : public ::testing::TestWithParam<file_kind> {};
 
