@@ -95,19 +95,23 @@ std::string walk(aviin_handle *h, const indexed_file &f, bool whole) {
     return out + "=" + std::to_string(r);
 }
 
+// A row: the file form and the tolerances; whether it opens; the bytes past
+// the video header handed out and the stream's name, read after its format;
+// the header walk from the first chunk, and the whole-chunk walk when it
+// differs; the last aviin_build_keyindex_entry result, frames counted and key
+// frames kept; lookup: frame 3 from the first frame, 0 when it lands on the
+// last chunk's header; sample: the move to idx1 entry 3, 0 when its chunk is
+// the next one read; timed: video entries aviin_get_start_end_by_time finds,
+// -1 when it fails; the tolerances needed.
 struct row {
     form file;
     uint32_t flags;
     bool opens;
-    uint32_t extra;           // bytes past the video header handed out
-    const char *name;         // the video stream's name, read after its format
-    const char *walk;         // the header walk from the first chunk
-    const char *whole;        // the whole-chunk walk, when it differs
-    int build;                // last aviin_build_keyindex_entry result
-    uint32_t frames, keys;    // frames counted and key frames kept
-    int lookup;               // frame 3 from the first frame; 0: it lands on the last chunk's header
-    int sample;               // the move to idx1 entry 3; 0: its chunk is the next one read
-    int timed;                // video entries aviin_get_start_end_by_time finds; -1: it fails
+    uint32_t extra;
+    const char *name, *walk, *whole;
+    int build;
+    uint32_t frames, keys;
+    int lookup, sample, timed;
     uint32_t needed;
 };
 
