@@ -242,9 +242,7 @@ TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {
             for (int call = 1; call < c.calls; ++call) got = next_chunk(r, c.capacity);
             EXPECT_EQ(got.result, 0);
             ASSERT_EQ(got.size, c.stored);
-            if (c.calls == 1) {
-                EXPECT_EQ(got.data, bytes_at(f.bytes, p + 4, static_cast<size_t>(c.stored)));
-            }
+            if (c.calls == 1) { EXPECT_EQ(got.data, bytes_at(f.bytes, p + 4, static_cast<size_t>(c.stored))); }
             EXPECT_EQ(walk_position(r), c.next_pos);
         }
     }

@@ -103,9 +103,7 @@ struct table {
 int build(aviin_handle *h, table &tab, uint32_t slice = 0) {
     EXPECT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), static_cast<uint32_t>(tab.storage.size()), 0), 0);
     int calls = 0, r = 0;
-    while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) {
-        if (++calls > 100000) break;
-    }
+    while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) { if (++calls > 100000) break; }
     EXPECT_EQ(r, 3);
     return calls + 1;
 }

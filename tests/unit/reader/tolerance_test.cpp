@@ -162,9 +162,7 @@ void expect_format(aviin_handle *h, const row &r) {
     ASSERT_EQ(aviin_get_video_format_extra(h, 0, &extra, &extra_size), 0);
     ASSERT_EQ(extra_size, r.extra);
     EXPECT_EQ(extra == nullptr, r.extra == 0);
-    if (r.extra != 0) {
-        EXPECT_EQ(std::vector<uint8_t>(extra, extra + r.extra), filler(r.extra, 9).bytes());
-    }
+    if (r.extra != 0) { EXPECT_EQ(std::vector<uint8_t>(extra, extra + r.extra), filler(r.extra, 9).bytes()); }
     video_stream_format v;
     ASSERT_EQ(aviin_get_video_format(h, 0, &v, nullptr), 0);
     EXPECT_EQ(std::string(v.name_length > 0 ? v.name : ""), r.name);
