@@ -62,10 +62,7 @@ byte_image video_with(const byte_image &after_format) {
     return byte_image().append(strh_chunk("vids", "MJPG", 1, 25, 1)).append(strf_video_chunk(64, 48, "MJPG")).append(after_format);
 }
 
-struct hostile {
-    const char *what;
-    byte_image image;
-};
+struct hostile { const char *what; byte_image image; };
 
 std::vector<hostile> hostile_images() {
     const byte_image audio = byte_image().append(strh_chunk("auds", "\0\0\0\0", 1, 8000, 1)).append(strf_audio_chunk(1, 1, 8000, 8));

@@ -24,12 +24,8 @@ constexpr uint64_t not_found = KELQAVI_NOT_FOUND;
 // second) in chunks of varying size, stored behind it; its stream header
 // counts blocks (rate 8000, scale 1), as most writers put it. JUNK chunks
 // (not indexed) now and then.
-struct synthetic {
-    indexed_file file;
-    std::vector<size_t> frames, mp3, pcm;  // chunk numbers, per stream in order
-    std::vector<uint64_t> pcm_before;      // PCM bytes before each PCM chunk
-    uint32_t key_every = 1;
-};
+// frames, mp3, pcm: chunk numbers, per stream in order; pcm_before: PCM bytes before each PCM chunk
+struct synthetic { indexed_file file; std::vector<size_t> frames, mp3, pcm; std::vector<uint64_t> pcm_before; uint32_t key_every = 1; };
 
 struct layout_options {
     uint32_t frames = 60;
@@ -41,12 +37,8 @@ struct layout_options {
 };
 
 synthetic make_synthetic(const layout_options &o) {
-    struct event {
-        int64_t at_us;
-        int order;
-        planned chunk;
-        int kind;  // 0 video, 1 mp3, 2 pcm, 3 junk
-    };
+    // kind: 0 video, 1 mp3, 2 pcm, 3 junk
+    struct event { int64_t at_us; int order; planned chunk; int kind; };
     std::vector<event> events;
     const int64_t video_us = static_cast<int64_t>(o.frames) * 40000;
     for (uint32_t f = 0; f < o.frames; ++f) {
@@ -111,9 +103,7 @@ struct table {
 int build(aviin_handle *h, table &tab, uint32_t slice = 0) {
     EXPECT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), static_cast<uint32_t>(tab.storage.size()), 0), 0);
     int calls = 0, r = 0;
-    while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) {
-        if (++calls > 100000) break;
-    }
+    while ((r = aviin_build_keyindex_entry(h, &tab.t, slice)) == 0) { if (++calls > 100000) break; }
     EXPECT_EQ(r, 3);
     return calls + 1;
 }
@@ -183,10 +173,8 @@ size_t index_offset_field(const indexed_file &f, size_t chunk) {
     return static_cast<size_t>(f.bytes.find("idx1")) + 8 + 16 * n + 8;
 }
 
-struct shape {
-    uint32_t frames, key_every, capacity, slice;
-    uint64_t pcm_us;  // PCM only up to this time; 0: as long as the video
-};
+// pcm_us: PCM only up to this time; 0: as long as the video
+struct shape { uint32_t frames, key_every, capacity, slice; uint64_t pcm_us; };
 
 class table_shape : public ::testing::TestWithParam<shape> {};
 
@@ -208,9 +196,7 @@ TEST_P(table_shape, every_frame_is_found_from_a_kept_key_frame_and_every_key_fra
     EXPECT_EQ(b.tab.t.count, (keys + stride - 1) / stride);
     EXPECT_EQ(b.tab.t.frames_scanned, p.frames);
     for (uint32_t i = 0; i < b.tab.t.count; ++i) EXPECT_EQ(b.tab.storage[i].frame_no, i * p.key_every * stride);
-    if (p.slice != 0) {
-        EXPECT_GE(b.calls, static_cast<int>(b.s.file.index_order.size() / p.slice));
-    }
+    if (p.slice != 0) { EXPECT_GE(b.calls, static_cast<int>(b.s.file.index_order.size() / p.slice)); }
     expect_audio_at_key_frames(b.s, b.tab);
     expect_every_frame_found(b.h, b.s, b.tab);
     // Once complete, building more does nothing.
@@ -224,73 +210,43 @@ INSTANTIATE_TEST_SUITE_P(spacing_capacity_and_slices, table_shape,
                                            shape{200, 2, 7, 5, 0}, shape{200, 2, 16, 5, 0},
                                            shape{60, 10, 20, 0, 1000000}));  // 1 s of PCM under 2.4 s of video
 
-TEST(key_table, a_partly_built_table_answers_for_the_frames_scanned_so_far) {
-    const synthetic s = make_synthetic(layout_options{});
-    reader h(s.file.bytes);
-    table tab(20);
-    ASSERT_EQ(aviin_init_keyindex(h, &tab.t, tab.storage.data(), 20, 0), 0);
-    ASSERT_EQ(aviin_build_keyindex_entry(h, &tab.t, 60), 0);
-    const int32_t scanned = static_cast<int32_t>(tab.t.frames_scanned);
-    ASSERT_GT(scanned, 10);
-    ASSERT_LT(scanned, 60);
-    keyindex_entry e;
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned - 1, &e, -1), 0);
-    // Beyond the scan: 3, but the latest key frame known is still handed out.
-    std::memset(&e, 0xAB, sizeof e);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned, &e, -1), 3);
-    EXPECT_EQ(e.frame_no, tab.storage[tab.t.count - 1].frame_no);
-    std::memset(&e, 0xAB, sizeof e);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(h, &tab.t, scanned, &e, 1), 3);
-    EXPECT_EQ(e.frame_no, 0xABABABABu);
-}
-
-TEST(key_table, lookups_at_after_and_outside) {
+TEST(key_table, lookups_at_after_and_outside_and_stepping_both_ways) {
     layout_options o;
     o.first_key = 3;  // frames 0 to 2 come before any key frame
     const built b(o);
     ASSERT_EQ(b.tab.t.count, 6u);  // 3, 13, ..., 53
+    // Frame, direction: the result, and the key frame handed out with 0. No
+    // key frame comes after 53.
     const struct {
         int32_t frame, direction;
-        int result;
-        uint32_t key;  // the key frame handed out when the result is 0
-    } rows[] = {
-        {2, -1, 3, 0},   {2, 1, 0, 3},   {13, -1, 0, 13}, {13, 1, 0, 13}, {14, -1, 0, 13}, {14, 1, 0, 23},
-        {59, -1, 0, 53}, {54, 1, 3, 0},  // no key frame after 53
-        {60, -1, 3, 0},  {-1, -1, 3, 0}, {10, 0, 1, 0},   {10, 2, 1, 0},
-    };
+        const char *got;
+    } rows[] = {{2, -1, "3"},     {2, 1, "0 3"},   {13, -1, "0 13"}, {13, 1, "0 13"}, {14, -1, "0 13"}, {14, 1, "0 23"},
+                {59, -1, "0 53"}, {54, 1, "3"},    {60, -1, "3"},    {-1, -1, "3"},   {10, 0, "1"},     {10, 2, "1"}};
     for (const auto &r : rows) {
         keyindex_entry e;
-        ASSERT_EQ(aviin_read_key_table_by_frame_no(b.h, &b.tab.t, r.frame, &e, r.direction), r.result)
-            << r.frame << " " << r.direction;
-        if (r.result == 0) {
-            EXPECT_EQ(e.frame_no, r.key) << r.frame << " " << r.direction;
-        }
+        const int result = aviin_read_key_table_by_frame_no(b.h, &b.tab.t, r.frame, &e, r.direction);
+        EXPECT_EQ(std::to_string(result) + (result == 0 ? " " + std::to_string(e.frame_no) : ""), r.got) << r.frame << " " << r.direction;
     }
     keyindex_entry e;
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &b.tab.t, 10, nullptr, -1), 1);
-    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, nullptr, 10, &e, -1), 1);
     keyindex_table broken = b.tab.t;
     broken.count = broken.capacity + 1;
     EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &broken, 10, &e, -1), 1);
     EXPECT_EQ(aviin_build_keyindex_entry(b.h, &broken, 0), 1);
     expect_every_frame_found(b.h, b.s, b.tab);
-}
-
-TEST(key_table, stepping_through_the_key_frames_both_ways) {
-    const built b;
-    keyindex_entry e = b.at(0);
-    std::vector<uint32_t> seen{e.frame_no};
+    // Stepping through the key frames both ways.
+    keyindex_entry k = b.at(3);
+    std::vector<uint32_t> seen{k.frame_no};
     for (int32_t direction : {1, -1}) {
         int r = 0;
-        while ((r = aviin_get_next_key_index(b.h, &b.tab.t, &e, &e, direction)) == 0) seen.push_back(e.frame_no);
+        while ((r = aviin_get_next_key_index(b.h, &b.tab.t, &k, &k, direction)) == 0) seen.push_back(k.frame_no);
         EXPECT_EQ(r, 3);
     }
-    EXPECT_EQ(seen, (std::vector<uint32_t>{0, 10, 20, 30, 40, 50, 40, 30, 20, 10, 0}));
+    EXPECT_EQ(seen, (std::vector<uint32_t>{3, 13, 23, 33, 43, 53, 43, 33, 23, 13, 3}));
     // A frame that is not a key frame of the table, and no direction.
-    keyindex_entry other = e;
+    keyindex_entry other = k;
     other.frame_no = 5;
-    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &other, &e, 1), 1);
-    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &e, &e, 0), 1);
+    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &other, &k, 1), 1);
+    EXPECT_EQ(aviin_get_next_key_index(b.h, &b.tab.t, &k, &k, 0), 1);
 }
 
 TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
@@ -298,12 +254,13 @@ TEST(key_table, setting_up_needs_an_index_a_video_stream_and_room) {
     reader h(s.file.bytes);
     reader no_index(make_indexed(hdrl({video_list(1, 25)}), {{"00dc", filler(8, 1), true}}, index_offsets::movi_relative, false).bytes);
     std::vector<keyindex_entry> storage(4);
+    // No room, no entries, an audio stream, no such slot, no handle, no index.
     const struct {
         aviin_handle *h;
         keyindex_entry *entries;
         uint32_t capacity, stream;
-    } rows[] = {{h, storage.data(), 0, 0},  {h, nullptr, 4, 0}, {h, storage.data(), 4, 1} /* an audio stream */,
-                {h, storage.data(), 4, 20} /* no such slot */, {nullptr, storage.data(), 4, 0}, {no_index, storage.data(), 4, 0}};
+    } rows[] = {{h, storage.data(), 0, 0},  {h, nullptr, 4, 0}, {h, storage.data(), 4, 1}, {h, storage.data(), 4, 20},
+                {nullptr, storage.data(), 4, 0}, {no_index, storage.data(), 4, 0}};
     for (const auto &r : rows) {
         keyindex_table t;
         std::memset(&t, 0x5A, sizeof t);
@@ -385,13 +342,7 @@ TEST(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
     reader stepping_back(f.bytes), failed(s.file.bytes);
     uint8_t byte = 0;
     ASSERT_EQ(aviin_get_chunk(failed, 0x8000000000000000ull, &byte, 1), 1);  // a read error that persists
-    const struct {
-        aviin_handle *h;
-        int32_t key, frame;
-        uint32_t stream;
-        int result;
-        const char *ends_on;
-    } rows[] = {
+    const struct { aviin_handle *h; int32_t key, frame; uint32_t stream; int result; const char *ends_on; } rows[] = {
         {b.h, 30, 30, 0, 0, "f30"},  // a key frame is its own first count
         {b.h, 10, 17, 0, 0, "f17"},
         {b.h, 30, 29, 0, 0, "="},    // a key frame after the frame
@@ -455,14 +406,10 @@ TEST(frame_walk, spans_of_frames_with_their_audio) {
                                           r.audio, &got[2], &got[3]),
                   r.result);
         const char *expected[] = {r.video_start, r.video_end, r.audio_first, r.audio_last};
-        for (int i = 0; i < 4; ++i) {
-            if (*expected[i] != '\0') {
-                EXPECT_EQ(got[i], named(r.file->s, expected[i], 1)) << i;
-            }
-        }
+        for (int i = 0; i < 4; ++i)
+            if (*expected[i] != '\0') { EXPECT_EQ(got[i], named(r.file->s, expected[i], 1)) << i; }
     }
     uint64_t o1 = 0, o2 = 0, o3 = 0, o4 = 0;
-    EXPECT_EQ(aviin_get_chunk_offsets(b.h, nullptr, 0, 12, 27, 2.0f, &o1, &o2, 1, &o3, &o4), 1);
     // Past a table built only partly: the end frame is found from its last entry.
     table part(20);
     ASSERT_EQ(aviin_init_keyindex(b.h, &part.t, part.storage.data(), 20, 0), 0);
@@ -470,6 +417,18 @@ TEST(frame_walk, spans_of_frames_with_their_audio) {
     ASSERT_LT(part.t.frames_scanned, 40u);
     EXPECT_EQ(aviin_get_chunk_offsets(b.h, &part.t, 0, 5, 45, 2.0f, &o1, &o2, -1, &o3, &o4), 0);
     EXPECT_EQ(o2, header_of(b.s, b.s.frames[45]));
+    // Lookups in it answer for the frames scanned so far; beyond the scan 3,
+    // with the latest key frame known handed out looking back, none forward.
+    const int32_t scanned = static_cast<int32_t>(part.t.frames_scanned);
+    ASSERT_GE(scanned, 10);
+    keyindex_entry e;
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &part.t, scanned - 1, &e, -1), 0);
+    std::memset(&e, 0xAB, sizeof e);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &part.t, scanned, &e, -1), 3);
+    EXPECT_EQ(e.frame_no, part.storage[part.t.count - 1].frame_no);
+    std::memset(&e, 0xAB, sizeof e);
+    EXPECT_EQ(aviin_read_key_table_by_frame_no(b.h, &part.t, scanned, &e, 1), 3);
+    EXPECT_EQ(e.frame_no, 0xABABABABu);
 }
 
 // The ninth audio stream has no slot in the key-frame table: its audio is

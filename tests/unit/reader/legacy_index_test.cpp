@@ -32,10 +32,7 @@ std::vector<planned> three_stream_chunks() {
     };
 }
 
-struct entry_fields {
-    int result = -1;
-    uint32_t stream = 99, type = 99, size = 99, key = 99;
-};
+struct entry_fields { int result = -1; uint32_t stream = 99, type = 99, size = 99, key = 99; };
 
 entry_fields entry_at(aviin_handle *h, uint32_t n) {
     entry_fields e;
@@ -51,7 +48,7 @@ protected:
     reader h;
 };
 
-TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) {
+TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag_and_none_past_the_last) {
     ASSERT_EQ(file.index_order.size(), 11u);
     for (uint32_t n = 0; n < file.index_order.size(); ++n) {
         const laid &c = file.chunks[file.index_order[n]];
@@ -63,18 +60,10 @@ TEST_F(legacy_index, each_entry_gives_its_chunks_stream_type_size_and_key_flag) 
         EXPECT_EQ(e.size, c.size);
         EXPECT_EQ(e.key, c.key ? 16u : 0u);  // the flag word ANDed with 0x10, not 1
     }
-}
-
-TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone) {
-    const struct {
-        uint32_t n;
-        int result, go_to;  // reading the entry; moving the walk to it, past the last
-        uint32_t stream, size;
-    } rows[] = {
-        {10, 0, 0, 2, 3200},
-        {11, 1, 3, 99, 99},
-        {1000, 1, 3, 99, 99},
-        {0xFFFFFFF, 1, 3, 99, 99},
+    // Entries past the last fail and leave the outputs and the walk alone.
+    // result: of reading the entry; go_to: of moving the walk to it, past the last
+    const struct { uint32_t n; int result, go_to; uint32_t stream, size; } rows[] = {
+        {11, 1, 3, 99, 99}, {1000, 1, 3, 99, 99}, {0xFFFFFFF, 1, 3, 99, 99},
         // 0x10000001 * 16 is 16 in 32 bits: entry 1, as the index size is 32-bit too.
         {0x10000001, 0, 0, 1, 96},
     };
@@ -84,9 +73,7 @@ TEST_F(legacy_index, entries_past_the_last_fail_and_leave_outputs_and_walk_alone
         EXPECT_EQ(e.result, r.result);
         EXPECT_EQ(e.stream, r.stream);
         EXPECT_EQ(e.size, r.size);
-        if (r.result != 0) {
-            EXPECT_EQ(aviin_goto_idx1_sample(h, r.n), r.go_to);
-        }
+        if (r.result != 0) { EXPECT_EQ(aviin_goto_idx1_sample(h, r.n), r.go_to); }
     }
     // Neither reading entries nor moving past the index moved the walk.
     const chunk_call first = next_chunk(h, 8192);
@@ -112,11 +99,8 @@ TEST_F(legacy_index, moving_the_walk_to_an_entry_makes_its_chunk_the_next_one_re
 }
 
 TEST_F(legacy_index, durations_by_chunk_type) {
-    const struct {
-        uint32_t stream, type;
-        int result;
-        uint32_t num, den;  // 55: left alone
-    } rows[] = {
+    // num, den 55: left alone
+    const struct { uint32_t stream, type; int result; uint32_t num, den; } rows[] = {
         {0, 3, 0, 1, 25},
         {1, 1, 0, 1152, 48000},  // one MPEG audio frame, whatever the caller's byte count
         {2, 1, 0, 417, 16000},   // bytes over the rate
@@ -136,10 +120,7 @@ TEST_F(legacy_index, durations_by_chunk_type) {
     }
 }
 
-struct span {
-    int result = -1;
-    uint32_t first = 77, last = 77;
-};
+struct span { int result = -1; uint32_t first = 77, last = 77; };
 
 span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float end) {
     span s;
@@ -148,12 +129,8 @@ span search(aviin_handle *h, uint32_t stream, uint32_t type, float start, float 
 }
 
 TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
-    const struct {
-        uint32_t stream, type;
-        float start, end;
-        int result;
-        uint32_t first, last;  // 77: left alone
-    } rows[] = {
+    // first, last 77: left alone
+    const struct { uint32_t stream, type; float start, end; int result; uint32_t first, last; } rows[] = {
         // Stream 1: four chunks starting at 0, 24, 48 and 72 ms; a chunk's
         // time is its start.
         {1, 1, 0.0f, 0.03f, 0, 0, 2},  // 48 ms is the first start at or past 30 ms
@@ -171,7 +148,9 @@ TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
         {0, 3, 0.0f, 5.0f, 0, 0, 3},  // never reached: the last of the four frames
         {0, 3, 0.5f, 5.0f, 1, 77, 77},
         {5, 3, 0.0f, 1.0f, 1, 77, 77},  // a stream with no entries of the type
+        {25, 1, 0.0f, 1.0f, 1, 77, 77},  // no such stream slot
     };
+    ASSERT_EQ(aviin_goto_idx1_sample(h, 4), 0);
     for (const auto &r : rows) {
         SCOPED_TRACE("stream " + std::to_string(r.stream) + " from " + std::to_string(r.start) + " to " +
                      std::to_string(r.end));
@@ -180,33 +159,24 @@ TEST_F(legacy_index, the_search_compares_chunk_starts_or_ends_by_timing_mode) {
         EXPECT_EQ(s.first, r.first);
         EXPECT_EQ(s.last, r.last);
     }
-}
-
-TEST_F(legacy_index, the_search_keeps_the_walk_and_needs_a_sound_list) {
-    ASSERT_EQ(aviin_goto_idx1_sample(h, 4), 0);
-    EXPECT_EQ(search(h, 2, 1, 0.0f, 1.0f).result, 0);
+    // The search leaves the walk where it was.
     EXPECT_EQ(next_chunk(h, 8192).name, "01wb");
-    EXPECT_EQ(search(h, 25, 1, 0.0f, 1.0f).result, 1);  // no such stream slot
     uint32_t first = 0;
     EXPECT_EQ(aviin_get_start_end_by_time(h, 1, 1, 0.0f, 1.0f, &first, nullptr), 1);
 }
 
-TEST(legacy_index_damaged, an_index_claiming_more_entries_than_the_file_holds_is_read_no_further_than_the_file) {
+// An index claiming more entries than the file holds is read no further
+// than the file: values that cannot be read are 0. A missing or empty index
+// gives nothing and leaves the walk alone.
+TEST(legacy_index_damaged, an_index_too_long_too_short_or_missing) {
     indexed_file file = make_indexed(three_stream_hdrl(), three_stream_chunks());
     file.bytes.set_u32(static_cast<size_t>(file.bytes.find("idx1")) + 4, 0x7FFFFFF0);
     reader h(file.bytes);
     ASSERT_NE(h.get(), nullptr);
-    // Beyond the bytes there are: values that cannot be read are 0.
     const entry_fields e = entry_at(h, 500);
-    EXPECT_EQ(e.result, 0);
-    EXPECT_EQ(e.size, 0u);
-    EXPECT_EQ(e.key, 0u);
+    EXPECT_EQ(std::to_string(e.result) + " " + std::to_string(e.size) + " " + std::to_string(e.key), "0 0 0");
     const span s = search(h, 2, 1, 0.0f, 100.0f);
-    EXPECT_EQ(s.result, 0);
-    EXPECT_EQ(s.last, 2u);
-}
-
-TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the_walk_alone) {
+    EXPECT_EQ(std::to_string(s.result) + " " + std::to_string(s.last), "0 2");
     for (bool with_index : {false, true}) {
         SCOPED_TRACE(with_index ? "empty idx1" : "no idx1");
         indexed_file file =
@@ -217,8 +187,7 @@ TEST(legacy_index_damaged, a_missing_or_empty_index_gives_nothing_and_leaves_the
         EXPECT_EQ(entry_at(h, 0).result, 1);
         EXPECT_EQ(aviin_goto_idx1_sample(h, 0), with_index ? 3 : 1);
         const span s = search(h, 0, 3, 0.0f, 0.0f);
-        EXPECT_EQ(s.result, 1);
-        EXPECT_EQ(s.first, 77u);
+        EXPECT_EQ(std::to_string(s.result) + " " + std::to_string(s.first), "1 77");
         EXPECT_EQ(next_chunk(h, 8192).name, "00dc");
     }
 }

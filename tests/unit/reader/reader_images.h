@@ -142,12 +142,7 @@ inline chunk_call next_chunk(aviin_handle *h, int32_t capacity = 256) {
     return c;
 }
 
-struct header_call {
-    int result = -1;
-    uint32_t type = 99, stream = 99;
-    uint64_t offset = 0;
-    uint32_t size = 0;
-};
+struct header_call { int result = -1; uint32_t type = 99, stream = 99; uint64_t offset = 0; uint32_t size = 0; };
 
 inline header_call next_header(aviin_handle *h) {
     header_call c;

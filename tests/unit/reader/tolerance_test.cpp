@@ -95,19 +95,23 @@ std::string walk(aviin_handle *h, const indexed_file &f, bool whole) {
     return out + "=" + std::to_string(r);
 }
 
+// A row: the file form and the tolerances; whether it opens; the bytes past
+// the video header handed out and the stream's name, read after its format;
+// the header walk from the first chunk, and the whole-chunk walk when it
+// differs; the last aviin_build_keyindex_entry result, frames counted and key
+// frames kept; lookup: frame 3 from the first frame, 0 when it lands on the
+// last chunk's header; sample: the move to idx1 entry 3, 0 when its chunk is
+// the next one read; timed: video entries aviin_get_start_end_by_time finds,
+// -1 when it fails; the tolerances needed.
 struct row {
     form file;
     uint32_t flags;
     bool opens;
-    uint32_t extra;           // bytes past the video header handed out
-    const char *name;         // the video stream's name, read after its format
-    const char *walk;         // the header walk from the first chunk
-    const char *whole;        // the whole-chunk walk, when it differs
-    int build;                // last aviin_build_keyindex_entry result
-    uint32_t frames, keys;    // frames counted and key frames kept
-    int lookup;               // frame 3 from the first frame; 0: it lands on the last chunk's header
-    int sample;               // the move to idx1 entry 3; 0: its chunk is the next one read
-    int timed;                // video entries aviin_get_start_end_by_time finds; -1: it fails
+    uint32_t extra;
+    const char *name, *walk, *whole;
+    int build;
+    uint32_t frames, keys;
+    int lookup, sample, timed;
     uint32_t needed;
 };
 
@@ -158,9 +162,7 @@ void expect_format(aviin_handle *h, const row &r) {
     ASSERT_EQ(aviin_get_video_format_extra(h, 0, &extra, &extra_size), 0);
     ASSERT_EQ(extra_size, r.extra);
     EXPECT_EQ(extra == nullptr, r.extra == 0);
-    if (r.extra != 0) {
-        EXPECT_EQ(std::vector<uint8_t>(extra, extra + r.extra), filler(r.extra, 9).bytes());
-    }
+    if (r.extra != 0) { EXPECT_EQ(std::vector<uint8_t>(extra, extra + r.extra), filler(r.extra, 9).bytes()); }
     video_stream_format v;
     ASSERT_EQ(aviin_get_video_format(h, 0, &v, nullptr), 0);
     EXPECT_EQ(std::string(v.name_length > 0 ? v.name : ""), r.name);

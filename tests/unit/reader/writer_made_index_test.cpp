@@ -3,8 +3,6 @@
 // walk over the file's bytes, independent of the reader.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -17,11 +15,7 @@
 
 namespace {
 
-struct found_chunk {
-    std::string id;
-    int64_t header;
-    uint32_t size;
-};
+struct found_chunk { std::string id; int64_t header; uint32_t size; };
 
 // The chunks of the first movi list, found by its sizes alone in the file's
 // bytes; a list inside it (none expected) is entered.
@@ -55,12 +49,8 @@ struct written {
 // 1152 samples at 48000 Hz a chunk stored 100 ms ahead, PCM at 16000 bytes a
 // second in chunks of 1280 bytes (80 ms), and bitmap subtitles.
 void write_file(written &w, uint32_t odml, double index_seconds) {
-    char name[] = "/tmp/kelqavi-written-XXXXXX";
-    const int fd = mkstemp(name);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    w.path = name;
-    aviout_handle *out = aviout_open(name, odml, 0);
+    w.path = testing::TempDir() + "kelqavi-written-" + std::to_string(odml) + "-" + std::to_string(static_cast<int>(index_seconds)) + ".avi";
+    aviout_handle *out = aviout_open(w.path.c_str(), odml, 0);
     ASSERT_NE(out, nullptr);
     out->index_chunk_seconds = index_seconds;
     video_stream_format v{};
@@ -140,10 +130,8 @@ void write_file(written &w, uint32_t odml, double index_seconds) {
     }
 }
 
-struct file_kind {
-    uint32_t odml;
-    double index_seconds;  // under 60: standard indexes flushed inside movi
-};
+// index_seconds: under 60: standard indexes flushed inside movi
+struct file_kind { uint32_t odml; double index_seconds; };
 
 class writer_made : public ::testing::TestWithParam<file_kind> {};
 
@@ -219,22 +207,23 @@ TEST_P(writer_made, every_frame_the_audio_at_every_key_frame_and_the_subtitles) 
         aviin_close(h);
         return;
     }
-    // The subtitles: the first from 1 s to 3 s, the second from 5.5 s to 6.1 s.
-    uint64_t offset = 0;
-    uint32_t duration = 0;
-    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 50, &offset, &duration), 0);  // 2.0 s
-    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.subs[0]].header);
-    EXPECT_EQ(duration, 1000u);
-    // 5.48 s: the second is stored after this frame, so the walk, which ends
-    // at the frame, does not meet it.
-    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 137, &offset, &duration), 0);
-    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.frames[137]].header);
-    EXPECT_EQ(duration, 0xFFFFFFFFu);
-    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 138, &offset, &duration), 0);  // 5.52 s: 580 ms left
-    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.subs[1]].header);
-    EXPECT_EQ(duration, 580u);
-    ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, 140, &offset, &duration), 0);  // 5.6 s: 500 ms left, passed over
-    EXPECT_EQ(static_cast<int64_t>(offset), w.chunks[w.frames[140]].header);
+    // The subtitles, the first from 1 s to 3 s, the second from 5.5 s to 6.1
+    // s, at frames 50 (2.0 s), 137 (5.48 s: the second is stored after this
+    // frame, so the walk, which ends at the frame, does not meet it), 138
+    // (5.52 s: 580 ms left) and 140 (5.6 s: 500 ms left, passed over).
+    const struct {
+        uint32_t frame;
+        int64_t chunk;
+        uint32_t duration;
+    } subtitles[] = {{50, w.chunks[w.subs[0]].header, 1000}, {137, w.chunks[w.frames[137]].header, 0xFFFFFFFF},
+                     {138, w.chunks[w.subs[1]].header, 580}, {140, w.chunks[w.frames[140]].header, 0xFFFFFFFF}};
+    for (const auto &sub : subtitles) {
+        uint64_t offset = 0;
+        uint32_t duration = 0;
+        ASSERT_EQ(aviin_get_subtitle_offset(h, &t, 0, 3, sub.frame, &offset, &duration), 0);
+        EXPECT_EQ(static_cast<int64_t>(offset), sub.chunk) << sub.frame;
+        EXPECT_EQ(duration, sub.duration) << sub.frame;
+    }
     aviin_close(h);
 }
 
