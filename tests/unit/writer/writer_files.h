@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -280,38 +279,31 @@ inline aviout_handle *open_writer(const char *path, const char *kinds = "v", con
 
 // One chunk as the reader's sequential walk gives it.
 struct walked {
-    int status;
     uint32_t type, stream;
     std::vector<uint8_t> data;
 };
 
-inline walked next_walked(aviin_handle *h, int32_t capacity = 1 << 16) {
-    walked r{};
-    r.data.resize(static_cast<size_t>(capacity));
-    int32_t size = capacity;
-    char name[5] = {};
-    r.status = aviin_get_next_chunk2(h, &r.type, &r.stream, r.data.data(), &size, name);
-    r.data.resize(r.status == 0 && size >= 0 ? static_cast<size_t>(size) : 0);
-    return r;
-}
-
-// Every data chunk of the current movi list; stops at the first result that
-// is not 0. The writer's ix## ids ('i', 'x', a digit, 0) are not taken as
-// index ids by the walk: they start a resync scan that hands the skipped
-// bytes out as type 0, so both type 0 and type 8 results are left out, and
-// so are the empty "JUNK" chunks checkpoints leave.
-inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
+// The data chunks the reader's walk gives from where h stands, at most
+// limit; *last is the result that ended the walk (-1 at the limit). The
+// writer's ix## ids ('i', 'x', a digit, 0) are not taken as index ids by the
+// walk: they start a resync scan that hands the skipped bytes out as type 0,
+// so both type 0 and type 8 results are left out, and so are the empty
+// "JUNK" chunks checkpoints leave.
+inline std::vector<walked> walk_data(aviin_handle *h, int *last = nullptr, size_t limit = 100000) {
     std::vector<walked> out;
+    std::vector<uint8_t> block(1 << 16);
+    int status = -1;
     for (size_t i = 0; i < limit; ++i) {
-        walked c = next_walked(h);
-        if (c.status != 0) {
-            if (last_status != nullptr) *last_status = c.status;
-            return out;
-        }
+        walked c{};
+        int32_t size = static_cast<int32_t>(block.size());
+        char name[5] = {};
+        if ((status = aviin_get_next_chunk2(h, &c.type, &c.stream, block.data(), &size, name)) != 0) break;
+        c.data.assign(block.begin(), block.begin() + std::max(size, 0));
         if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN && c.type != KELQAVI_CHUNK_JUNK)
-            out.push_back(c);
+            out.push_back(std::move(c));
+        status = -1;
     }
-    if (last_status != nullptr) *last_status = -1;
+    if (last != nullptr) *last = status;
     return out;
 }
 
@@ -320,8 +312,7 @@ inline std::vector<std::vector<uint8_t>> read_back(const char *path, uint32_t sw
     std::vector<std::vector<uint8_t>> out;
     aviin_handle *h = aviin_open(path, swapped);
     EXPECT_NE(h, nullptr) << path;
-    if (h == nullptr) return out;
-    for (walked &c : walk_data(h, last)) out.push_back(std::move(c.data));
+    for (walked &c : h != nullptr ? walk_data(h, last) : std::vector<walked>{}) out.push_back(std::move(c.data));
     aviin_close(h);
     return out;
 }
