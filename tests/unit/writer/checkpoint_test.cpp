@@ -187,13 +187,13 @@ namespace {
 
 constexpr long card_bytes = 2 * 1024 * 1024;
 
-// What the child saw, packed into its exit status: bit 0 a put or a
-// checkpoint gave 0 after one failed, bit 1 no call ever failed, bit 2 the
-// last checkpoint gave 0, bit 3 aviout_close2 gave 0. A checkpoint every
-// second may be the first to meet the full card, at its flush.
-[[noreturn]] void record_until_full(const char *path) {
+// What the recorder saw, as bits: bit 0 a put or a checkpoint gave 0 after
+// one failed, bit 1 no call ever failed, bit 2 the last checkpoint gave 0,
+// bit 3 aviout_close2 gave 0. A checkpoint every second may be the first to
+// meet the full card, at its flush.
+int record_until_full(const char *path) {
     aviout_handle *w = open_av_writer(path, 0);
-    if (w == nullptr) _exit(64);
+    if (w == nullptr) return 64;
     int seen = 0;
     bool failed = false;
     const auto note = [&](int r) {
@@ -207,21 +207,12 @@ constexpr long card_bytes = 2 * 1024 * 1024;
     if (!failed) seen |= 2;
     if (aviout_checkpoint(w, 1) == 0) seen |= 4;
     if (aviout_close2(w) == 0) seen |= 8;
-    _exit(seen);
+    return seen;
 }
 
-// The recorder's status, from a child of its own (a fresh handle, and a
-// file-size signal that cannot end the test).
-int record_in_child(const char *path) {
-    const pid_t writer = fork();
-    if (writer == 0) record_until_full(path);
-    int status = 0;
-    waitpid(writer, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 67;
-}
-
-// The child writes on a 2 MiB tmpfs it mounts, or under a 2 MiB file-size
-// limit (writes past it fail with EFBIG): -1 when neither can be had.
+// A child process (a file-size signal cannot end the test) records on a
+// 2 MiB tmpfs it mounts, or under a 2 MiB file-size limit (writes past it
+// fail with EFBIG): -1 when neither can be had.
 int run_on_full_card(const char *how) {
     fflush(nullptr);
     const pid_t child = fork();
@@ -234,7 +225,7 @@ int run_on_full_card(const char *how) {
         const rlimit limit{static_cast<rlim_t>(card_bytes), static_cast<rlim_t>(card_bytes)};
         signal(SIGXFSZ, SIG_IGN);
         const bool ready = tmpfs ? mount("card", dir, "tmpfs", 0, "size=2m") == 0 : setrlimit(RLIMIT_FSIZE, &limit) == 0;
-        const int seen = ready ? record_in_child(path.c_str()) : 66;
+        const int seen = ready ? record_until_full(path.c_str()) : 66;
         if (tmpfs && ready) umount(dir);
         std::remove(path.c_str());
         rmdir(dir);
