@@ -73,11 +73,9 @@ TEST(WriterRoundTrip, EveryStreamKind) {
     EXPECT_EQ(aviin_get_summary(h, &streams, &strd), 0);
     EXPECT_EQ(std::vector<int32_t>({streams, strd}), std::vector<int32_t>({6, 0}));
     const std::vector<uint32_t> kinds = {3, 1, 1, 5, 6, 7};
-    for (uint32_t i = 0; i < 6; ++i) {
-        uint32_t kind = 99;
-        EXPECT_EQ(aviin_get_chunk_type(h, i, &kind), 0);
-        EXPECT_EQ(kind, kinds[i]) << "stream " << i;
-    }
+    std::vector<uint32_t> got_kinds(6, 99);
+    for (uint32_t i = 0; i < 6; ++i) EXPECT_EQ(aviin_get_chunk_type(h, i, &got_kinds[i]), 0);
+    EXPECT_EQ(got_kinds, kinds);
     // Odd names are stored with their zero byte inside the chunk.
     video_stream_format vo{}, bo{};
     uint32_t length = 0;
@@ -102,10 +100,8 @@ TEST(WriterRoundTrip, EveryStreamKind) {
     take_name(ao);
     caption_stream_format co{}, ho{};
     ASSERT_EQ(aviin_get_text_caption_format(h, 3, &co) + aviin_get_chapter_format(h, 5, &ho), 0);
-    EXPECT_EQ(std::memcmp(co.format.value, text.format.value, sizeof co.format.value), 0);
-    EXPECT_EQ(std::memcmp(ho.format.value, chapter.format.value, sizeof ho.format.value), 0);
-    take_name(co);
-    take_name(ho);
+    take_name(co), take_name(ho);
+    EXPECT_EQ(std::memcmp(co.format.value, text.format.value, 8) | std::memcmp(ho.format.value, chapter.format.value, 8), 0);
     ASSERT_EQ(aviin_get_bitmap_caption_format(h, 4, &bo, &length), 0);
     EXPECT_EQ((std::vector<int32_t>{bo.width, bo.height}), (std::vector<int32_t>{720, 576}));
     EXPECT_EQ(std::string(bo.compression, 4), "KQSB");
