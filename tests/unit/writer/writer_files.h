@@ -186,32 +186,15 @@ Record named(Record r, const char *name) {
 inline video_stream_format video_record(const char *compression = "MJPG", const char *name = nullptr,
                                         int32_t width = 64, int32_t height = 48, uint32_t scale = 1,
                                         uint32_t rate = 25, const char *handler = nullptr) {
-    video_stream_format r{};
-    r.rate = rate;
-    r.scale = scale;
-    r.width = width;
-    r.height = height;
+    video_stream_format r{rate, scale, width, height, {}, {}, 0, 0, 0, 7500, 0, 0, nullptr, 0, nullptr, {}};
     std::memcpy(r.compression, compression, 4);
     std::memcpy(r.handler, handler != nullptr ? handler : compression, 4);
-    r.quality = 7500;
     return named(r, name);
 }
 
 inline audio_stream_format audio_record(uint32_t rate = 16000, const char *name = nullptr, uint32_t sample_size = 0,
                                         uint16_t cb_size = 0) {
-    audio_stream_format r{};
-    r.scale = 1;
-    r.rate = rate;
-    r.initial_frames = 3;
-    r.start = 5;
-    r.sample_size = sample_size;
-    r.wave_format.format_tag = 1;
-    r.wave_format.channels = 1;
-    r.wave_format.samples_per_sec = rate;
-    r.wave_format.avg_bytes_per_sec = rate * 2;
-    r.wave_format.block_align = 2;
-    r.wave_format.bits_per_sample = 16;
-    r.wave_format.cb_size = cb_size;
+    audio_stream_format r{3, 1, rate, 5, sample_size, {1, 1, rate, rate * 2, 2, 16, cb_size, {}}, {}, 0, nullptr, {}};
     for (uint16_t i = 0; i < cb_size && i < sizeof r.wave_format.extra; ++i)
         r.wave_format.extra[i] = static_cast<uint8_t>(0xA0 + i);
     return named(r, name);
