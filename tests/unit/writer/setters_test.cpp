@@ -125,39 +125,25 @@ TEST(WriterSetters, NullAndUnusableArguments) {
     EXPECT_EQ(span(b, menu.pos + 4, 8), (std::vector<uint8_t>{4, 0, 0, 0, 2, 3, 4, 0}));
 }
 
-// The caller's name buffer is copied: changing it afterwards changes nothing.
-TEST(WriterSetters, RecordsAndNamesAreCopied) {
-    scratch_path path;
-    writer w(path);
-    ASSERT_NE(w.w, nullptr);
-    char name[] = "abcd";
-    uint8_t strd[2] = {9, 8};
-    video_stream_format v = video_record("MJPG", name);
-    v.strd_present = 1;
-    v.strd_header = 2;
-    v.strd_size = 2;
-    v.strd_data = strd;
-    int32_t s;
-    ASSERT_EQ(aviout_set_video_format(w, &s, &v, nullptr), 0);
-    name[0] = 'X';
-    strd[0] = 0;
-    v.width = 1;
-    ASSERT_EQ(put(w, 0, 1, payload(2, 0)), 0);
-    const std::vector<uint8_t> b = w.close(path);
-    EXPECT_EQ(text4(b, strl_chunk(b, 0, "strn")), "abcd");
-    EXPECT_EQ(b[strl_chunk(b, 0, "strd") + 8], 9);
-    EXPECT_EQ(le32(b, strl_chunk(b, 0, "strf") + 4), 64u);
-}
-
 // After the first chunk every setter fails and the file comes out as if it
-// had not been called.
-TEST(WriterSetters, SettersAfterTheFirstChunkChangeNothing) {
+// had not been called; records, names and strd blocks are copied, so
+// changing the caller's afterwards changes nothing either.
+TEST(WriterSetters, LateCallsAndChangedRecordsChangeNothing) {
     scratch_path with_calls, without;
     const uint8_t block[4] = {1, 2, 3, 4};
     for (int late = 0; late < 2; ++late) {
         const char *path = late != 0 ? with_calls.c_str() : without.c_str();
-        aviout_handle *w = open_writer(path, "v", {1, 2.0});
-        ASSERT_NE(w, nullptr);
+        char name[] = "abcd";
+        uint8_t strd[2] = {9, 8};
+        video_stream_format v = video_record("MJPG", name);
+        v.strd_present = 1;
+        v.strd_header = v.strd_size = 2;
+        v.strd_data = strd;
+        aviout_handle *w = open_writer(path, "", {1, 2.0});
+        int32_t s;
+        const double frame = 0.04;
+        ASSERT_EQ(aviout_set_video_format(w, &s, &v, &frame), 0);
+        if (late != 0) name[0] = 'X', strd[0] = 0, v.width = 1;
         ASSERT_EQ(aviout_set_metadata_info(w, block, 4), 0);
         ASSERT_EQ(put(w, 0, 1, payload(10, 1)), 0);
         for (const char kind : std::string(late != 0 ? "vatbc" : "")) {
