@@ -145,9 +145,8 @@ TEST(WriterRoundTrip, NamesAndTheNameClearingQuirk) {
         for (size_t i = 0; i < file.size(); ++i) {
             const size_t strn = strl_chunk(b, static_cast<int>(i), "strn");
             ASSERT_NE(strn, SIZE_MAX) << i;
-            EXPECT_EQ(le32(b, strn - 4), file[i].strn.size()) << i;
-            const std::vector<uint8_t> name = span(b, strn, file[i].strn.size());
-            EXPECT_EQ(std::string(name.begin(), name.end()), file[i].strn) << i;
+            const std::vector<uint8_t> name = span(b, strn - 4, file[i].strn.size() + 4);
+            EXPECT_EQ(std::string(name.begin(), name.end()), std::string(1, char(file[i].strn.size())) + std::string(3, '\0') + file[i].strn) << i;
             if (file[i].kind != 'a') continue;
             audio_stream_format ao{};
             ASSERT_EQ(aviin_get_audio_format(h, static_cast<uint32_t>(i), &ao), 0);
@@ -179,12 +178,10 @@ TEST(WriterRoundTrip, StrdSetOnFirstVideoClearedOnLast) {
         EXPECT_EQ(span(b, strd + 8, 6), block);
         EXPECT_EQ(text4(b, strd + 14), "strn");
         reader h(path);
-        ASSERT_NE(h.h, nullptr);
         uint8_t *data = nullptr;
         int32_t size = 0;
         EXPECT_EQ(aviin_get_strd_info(h, 0, &data, &size), 0);
-        ASSERT_EQ(size, 6);
-        EXPECT_EQ(std::vector<uint8_t>(data, data + 6), block);
+        EXPECT_EQ(std::vector<uint8_t>(data, data + std::max(size, 0)), block);
         video_stream_format vo{};
         ASSERT_EQ(aviin_get_video_format(h, 0, &vo, nullptr), 0);
         EXPECT_EQ(take_name(vo), "v0") << "the name after a strd block is still read";
