@@ -138,14 +138,13 @@ TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
     tally t;
     const size_t movi_data = find_child(r.finished, 0, "LIST", "movi").pos + 12;
     for (size_t c : cuts(r.finished, 0, r.finished.size() - 1)) {
-        const std::vector<uint8_t> state(r.finished.begin(), r.finished.begin() + static_cast<long>(c));
         if (c < movi_data) {
             scratch_path path;
-            put_file(path, state);
+            put_file(path, r.finished, c);
             EXPECT_EQ(aviout_repair(path, 0, nullptr), 1) << "cut at " << c;
             continue;
         }
-        check_state(r, state, c, t);
+        check_state(r, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)), c, t);
         if (HasFatalFailure()) return;
     }
     // A recorder killed during a put: the bytes it wrote, in order from where
@@ -222,7 +221,7 @@ TEST(RepairOpenDml, StandardIndexesGiveKeyFrames) {
         if (!listed) kept.back().key = true;
     }
     ASSERT_LT(kept.size(), puts.size());
-    put_file(path, std::vector<uint8_t>(finished.begin(), finished.begin() + static_cast<long>(cut)));
+    put_file(path, finished, cut);
     EXPECT_EQ(aviout_repair(path, 0, nullptr), 3);
     expect_repaired(path, kept);
 }
