@@ -126,9 +126,8 @@ struct row {
 const row rows[] = {
     {"whole file",
      [] {
-         case_file c{make_indexed(mjpeg_pcm, six_chunks()).bytes.bytes(), first(six_chunks(), 6, true)};
-         c.whole = true;
-         return c;
+         return case_file{make_indexed(mjpeg_pcm, six_chunks()).bytes.bytes(), first(six_chunks(), 6, true), 0,
+                          AVIOUT_REPAIR_DROP_NONE, AVIOUT_REPAIR_NO_PROBLEM, 0, 1, true};
      }},
     {"cut inside the header lists",
      [] {
@@ -161,9 +160,8 @@ const row rows[] = {
     {"type-first ids",
      [] {
          const std::vector<planned> p = six_chunks("dc00", "wb01");
-         case_file c{unpatched(make_indexed(mjpeg_pcm, p, index_offsets::movi_relative, false)), first(p, 6, false)};
-         c.swapped = 1;
-         return c;
+         return case_file{unpatched(make_indexed(mjpeg_pcm, p, index_offsets::movi_relative, false)), first(p, 6, false),
+                          0, AVIOUT_REPAIR_DROP_NONE, AVIOUT_REPAIR_NO_PROBLEM, 1};
      }},
     {"idx1 counting from the file start, cut inside",
      [] {
