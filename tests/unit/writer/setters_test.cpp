@@ -72,11 +72,8 @@ TEST(WriterSetters, NullAndUnusableArguments) {
     const video_stream_format v = video_record();
     const double frame = 0.04, negative = -0.04, tiny = 1e-12;
     int32_t s = -7;
-    for (const char kind : std::string("vatbc")) {
-        s = -7;
-        EXPECT_EQ(add_stream(nullptr, kind, &s), 1) << kind;
-        EXPECT_EQ(s, -1);
-    }
+    for (const char kind : std::string("vatbc"))
+        EXPECT_EQ(std::vector<int32_t>({add_stream(nullptr, kind, &(s = -7)), s}), std::vector<int32_t>({1, -1})) << kind;
     EXPECT_EQ(aviout_set_video_format(w, nullptr, &v, &frame), 1);
     s = -7;
     EXPECT_EQ(aviout_set_video_format(w, &s, nullptr, &frame), 1);
@@ -106,11 +103,8 @@ TEST(WriterSetters, NullAndUnusableArguments) {
     EXPECT_EQ(s, 2);
 
     const uint8_t block[4] = {1, 2, 3, 4};
-    for (auto set : {aviout_set_strd_info, aviout_set_menu_info, aviout_set_metadata_info}) {
-        EXPECT_EQ(set(nullptr, block, 4), 1);
-        EXPECT_EQ(set(w, block, -1), 1);
-        EXPECT_EQ(set(w, nullptr, 2), 1);
-    }
+    for (auto set : {aviout_set_strd_info, aviout_set_menu_info, aviout_set_metadata_info})
+        EXPECT_EQ(set(nullptr, block, 4) + set(w, block, -1) + set(w, nullptr, 2), 3);
     EXPECT_EQ(aviout_clear_strd_info(nullptr), 1);
     // A second block replaces the first; an odd block is stored rounded up,
     // the pad byte zero.
