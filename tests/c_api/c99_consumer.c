@@ -19,30 +19,16 @@ static void check(int ok, const char *what) {
 
 static void write_sample(FILE *f) {
     uint32_t status = 0;
-    avi_main_header main_header;
-    video_format video;
-    stream_name name;
-    int64_t riff, hdrl, movi;
+    avi_main_header main_header = {.micro_sec_per_frame = 40000, .streams = 1, .width = 320, .height = 240};
+    video_format video = {.size = 40, .width = 320, .height = -240};
+    stream_name name = {5, (char *)"Video"};
     const uint8_t frame[5] = {1, 2, 3, 4, 5};
+    int64_t riff = write_RIFF_form_header(make_fourCC("AVI "), f, &status), hdrl, movi;
 
-    memset(&main_header, 0, sizeof main_header);
-    main_header.micro_sec_per_frame = 40000;
-    main_header.streams = 1;
-    main_header.width = 320;
-    main_header.height = 240;
-    memset(&video, 0, sizeof video);
-    video.size = 40;
-    video.width = 320;
-    video.height = -240;
     video.compression = make_fourCC("MJPG");
-    name.length = 5;
-    name.name = (char *)"Video";
-
-    riff = write_RIFF_form_header(make_fourCC("AVI "), f, &status);
     hdrl = write_list_header(make_fourCC("hdrl"), f, &status);
     check(write_header_avih(&main_header, f) == 28, "avih size field at offset 28");
-    status |= (uint32_t)write_header_strf_video(&video, f);
-    status |= (uint32_t)write_header_strn(&name, f);
+    status |= (uint32_t)write_header_strf_video(&video, f) | (uint32_t)write_header_strn(&name, f);
     chunk_end(hdrl, f, &status);
     junk_pad(2048, f, &status);
     check(file_tell(f) == 2048, "JUNK ends on the 2048-byte boundary");
@@ -58,7 +44,6 @@ static void read_sample(FILE *f) {
     avi_main_header main_header;
     video_format video;
     stream_name name = {0, NULL};
-    uint32_t id;
     char text[5];
 
     check(file_seek(f, 0, 0) == 0, "rewind");
@@ -66,9 +51,7 @@ static void read_sample(FILE *f) {
     check(riff != NULL && fourCC_equal(riff->type, make_fourCC("avi ")), "RIFF 'AVI ' form");
     if (riff == NULL) return;
     check(riff->size == 2048 + 12 + 14 - 8, "patched RIFF size");
-
-    id = next_chunk_in_list(riff);
-    check(fourCC_equal(id, make_fourCC("LIST")), "hdrl list first");
+    check(fourCC_equal(next_chunk_in_list(riff), make_fourCC("LIST")), "hdrl list first");
     hdrl = new_list(riff, f);
     check(hdrl != NULL && hdrl->depth == 2, "entered hdrl");
     if (hdrl != NULL) {
@@ -83,15 +66,13 @@ static void read_sample(FILE *f) {
         free(name.name); /* the reader's name block is the application's */
         riff = ascend_list(hdrl);
     }
-
-    id = next_chunk_in_list(riff);
-    fourCC_to_str(id, text);
-    check(strcmp(text, "JUNK") == 0 && get_chunk_type(id, 0) == KELQAVI_CHUNK_JUNK, "JUNK filler");
-    id = next_chunk_in_list(riff);
+    fourCC_to_str(next_chunk_in_list(riff), text);
+    check(strcmp(text, "JUNK") == 0 && get_chunk_type(make_fourCC(text), 0) == KELQAVI_CHUNK_JUNK, "JUNK filler");
+    next_chunk_in_list(riff);
     movi = new_list(riff, f);
     check(movi != NULL && fourCC_equal(movi->type, make_fourCC("movi")), "movi list");
     if (movi != NULL) {
-        id = next_chunk_in_list(movi);
+        const uint32_t id = next_chunk_in_list(movi);
         check(get_chunk_type(id, 0) == KELQAVI_CHUNK_VIDEO && fourCC_streamID(id, 0) == 0, "00dc chunk");
         check(movi->next_pos == 2048 + 12 + 14, "pad byte skipped");
     }

@@ -78,27 +78,13 @@ byte_image nal(std::initializer_list<uint8_t> types) {
     return b;
 }
 
-// RIFF "AVI " with two chunks and idx1, then "AVIX" whose fourth chunk is cut.
-case_file two_segments() {
+// RIFF "AVI " with two chunks and idx1, then "AVIX" whose fourth chunk is
+// cut; stale, the AVIX sizes end after two chunks, as a checkpoint leaves
+// them, and two more follow.
+case_file two_segments(bool stale) {
     const std::vector<planned> p = six_chunks();
-    const indexed_file first_form = make_indexed(mjpeg_pcm, {p[0], p[1]});
-    byte_image body;
-    for (size_t i = 2; i < 6; ++i) body.chunk(p[i].id.c_str(), p[i].data);
-    byte_image whole = first_form.bytes;
-    whole.append(avi_form(movi(body), "AVIX"));
-    const size_t cut = whole.size() - 10;
-    return {whole.prefix(cut), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
-}
-
-// The same two segments as a checkpoint leaves them in "AVIX": its sizes end
-// after two chunks, two more follow them, the last cut short.
-case_file two_segments_checkpointed() {
-    const std::vector<planned> p = six_chunks();
-    const indexed_file first_form = make_indexed(mjpeg_pcm, {p[0], p[1]});
-    byte_image closed, later;
-    for (size_t i = 2; i < 4; ++i) closed.chunk(p[i].id.c_str(), p[i].data);
-    for (size_t i = 4; i < 6; ++i) later.chunk(p[i].id.c_str(), p[i].data);
-    byte_image whole = first_form.bytes;
+    byte_image closed, later, whole = make_indexed(mjpeg_pcm, {p[0], p[1]}).bytes;
+    for (size_t i = 2; i < 6; ++i) (stale && i >= 4 ? later : closed).chunk(p[i].id.c_str(), p[i].data);
     whole.append(avi_form(movi(closed), "AVIX")).append(later);
     return {whole.prefix(whole.size() - 10), first(p, 5, false), 3, AVIOUT_REPAIR_DROP_CUT, 0, 0, 2};
 }
@@ -140,9 +126,8 @@ struct row {
 const row rows[] = {
     {"whole file",
      [] {
-         case_file c{make_indexed(mjpeg_pcm, six_chunks()).bytes.bytes(), first(six_chunks(), 6, true)};
-         c.whole = true;
-         return c;
+         return case_file{make_indexed(mjpeg_pcm, six_chunks()).bytes.bytes(), first(six_chunks(), 6, true), 0,
+                          AVIOUT_REPAIR_DROP_NONE, AVIOUT_REPAIR_NO_PROBLEM, 0, 1, true};
      }},
     {"cut inside the header lists",
      [] {
@@ -175,9 +160,8 @@ const row rows[] = {
     {"type-first ids",
      [] {
          const std::vector<planned> p = six_chunks("dc00", "wb01");
-         case_file c{unpatched(make_indexed(mjpeg_pcm, p, index_offsets::movi_relative, false)), first(p, 6, false)};
-         c.swapped = 1;
-         return c;
+         return case_file{unpatched(make_indexed(mjpeg_pcm, p, index_offsets::movi_relative, false)), first(p, 6, false),
+                          0, AVIOUT_REPAIR_DROP_NONE, AVIOUT_REPAIR_NO_PROBLEM, 1};
      }},
     {"idx1 counting from the file start, cut inside",
      [] {
@@ -186,8 +170,8 @@ const row rows[] = {
          kept[2].key = false;   // its record survives the cut
          return case_file{f.bytes.prefix(f.bytes.size() - 2 * 16 - 5), kept};
      }},
-    {"two segments, cut in AVIX", two_segments},
-    {"two segments, AVIX sizes stale", two_segments_checkpointed},
+    {"two segments, cut in AVIX", [] { return two_segments(false); }},
+    {"two segments, AVIX sizes stale", [] { return two_segments(true); }},
     {"rec group", rec_group},
     {"a checkpoint's idx1 under later chunks", checkpoint_index_tail},
     {"MPEG-4 VOP coding types",

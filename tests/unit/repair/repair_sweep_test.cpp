@@ -88,12 +88,10 @@ recording record(const variant &v) {
 std::vector<size_t> cuts(const std::vector<uint8_t> &finished, size_t from, size_t to) {
     std::vector<size_t> out;
     for (const chunk_at &c : movi_chunks(finished))
-        for (int d : {-9, -1, 0, 1, 5, 9}) out.push_back(c.pos + static_cast<size_t>(d));
+        for (int d : {-9, -1, 0, 1, 5, 9})
+            if (c.pos + d >= from && c.pos + d <= to) out.push_back(c.pos + static_cast<size_t>(d));
     for (size_t at = from; at < to; at += 1499) out.push_back(at);
-    std::vector<size_t> kept;
-    for (size_t c : out)
-        if (c >= from && c <= to) kept.push_back(c);
-    return kept;
+    return out;
 }
 
 struct tally {
@@ -139,17 +137,15 @@ TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
     const recording r = record(v);
     tally t;
     const size_t movi_data = find_child(r.finished, 0, "LIST", "movi").pos + 12;
-    {
-        for (size_t c : cuts(r.finished, 0, r.finished.size() - 1)) {
+    for (size_t c : cuts(r.finished, 0, r.finished.size() - 1)) {
+        if (c < movi_data) {
             scratch_path path;
-            put_file(path, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)));
-            if (c < movi_data) {
-                EXPECT_EQ(aviout_repair(path, 0, nullptr), 1) << "cut at " << c;
-                continue;
-            }
-            check_state(r, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)), c, t);
-            if (HasFatalFailure()) return;
+            put_file(path, r.finished, c);
+            EXPECT_EQ(aviout_repair(path, 0, nullptr), 1) << "cut at " << c;
+            continue;
         }
+        check_state(r, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)), c, t);
+        if (HasFatalFailure()) return;
     }
     // A recorder killed during a put: the bytes it wrote, in order from where
     // it stood, reached the disk up to some byte w; after w the file holds
@@ -225,7 +221,7 @@ TEST(RepairOpenDml, StandardIndexesGiveKeyFrames) {
         if (!listed) kept.back().key = true;
     }
     ASSERT_LT(kept.size(), puts.size());
-    put_file(path, std::vector<uint8_t>(finished.begin(), finished.begin() + static_cast<long>(cut)));
+    put_file(path, finished, cut);
     EXPECT_EQ(aviout_repair(path, 0, nullptr), 3);
     expect_repaired(path, kept);
 }

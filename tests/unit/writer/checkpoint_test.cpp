@@ -58,19 +58,16 @@ struct contents {
     std::vector<std::vector<uint8_t>> chunks;
     std::vector<std::array<uint32_t, 4>> idx1;
     uint32_t frames;
-    bool operator==(const contents &o) const { return chunks == o.chunks && idx1 == o.idx1 && frames == o.frames; }
 };
 
 contents read_contents(const char *path, uint32_t profile) {
-    contents c{};
     int last = 0;
-    c.chunks = read_back(path, profile, &last);
+    contents c{read_back(path, profile, &last), {}, avih_value(file_bytes(path), 4)};
     EXPECT_EQ(last, 3);
     aviin_handle *h = aviin_open(path, profile);
     for (std::array<uint32_t, 4> v{}; h != nullptr && aviin_get_idx1_entry(h, static_cast<uint32_t>(c.idx1.size()), &v[0], &v[1], &v[2], &v[3]) == 0;)
         c.idx1.push_back(v);
     aviin_close(h);
-    c.frames = avih_value(file_bytes(path), 4);
     return c;
 }
 
@@ -116,7 +113,7 @@ TEST_P(CheckpointSchedule, FinishedFileHoldsTheSame) {
     if (s.profile != 0) {
         EXPECT_EQ(b.idx1.size(), 2u * frames);
     }
-    EXPECT_TRUE(a == b);
+    EXPECT_TRUE(a.chunks == b.chunks && a.idx1 == b.idx1 && a.frames == b.frames);
     const std::vector<uint8_t> bytes = file_bytes(checkpointed);
     const std::vector<chunk_at> junk = movi_chunks(bytes, 0, "JUNK");
     EXPECT_EQ(junk.size(), static_cast<size_t>(s.checkpoints));
@@ -187,13 +184,13 @@ namespace {
 
 constexpr long card_bytes = 2 * 1024 * 1024;
 
-// What the child saw, packed into its exit status: bit 0 a put or a
-// checkpoint gave 0 after one failed, bit 1 no call ever failed, bit 2 the
-// last checkpoint gave 0, bit 3 aviout_close2 gave 0. A checkpoint every
-// second may be the first to meet the full card, at its flush.
-[[noreturn]] void record_until_full(const char *path) {
+// What the recorder saw, as bits: bit 0 a put or a checkpoint gave 0 after
+// one failed, bit 1 no call ever failed, bit 2 the last checkpoint gave 0,
+// bit 3 aviout_close2 gave 0. A checkpoint every second may be the first to
+// meet the full card, at its flush.
+int record_until_full(const char *path) {
     aviout_handle *w = open_av_writer(path, 0);
-    if (w == nullptr) _exit(64);
+    if (w == nullptr) return 64;
     int seen = 0;
     bool failed = false;
     const auto note = [&](int r) {
@@ -207,21 +204,12 @@ constexpr long card_bytes = 2 * 1024 * 1024;
     if (!failed) seen |= 2;
     if (aviout_checkpoint(w, 1) == 0) seen |= 4;
     if (aviout_close2(w) == 0) seen |= 8;
-    _exit(seen);
+    return seen;
 }
 
-// The recorder's status, from a child of its own (a fresh handle, and a
-// file-size signal that cannot end the test).
-int record_in_child(const char *path) {
-    const pid_t writer = fork();
-    if (writer == 0) record_until_full(path);
-    int status = 0;
-    waitpid(writer, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 67;
-}
-
-// The child writes on a 2 MiB tmpfs it mounts, or under a 2 MiB file-size
-// limit (writes past it fail with EFBIG): -1 when neither can be had.
+// A child process (a file-size signal cannot end the test) records on a
+// 2 MiB tmpfs it mounts, or under a 2 MiB file-size limit (writes past it
+// fail with EFBIG): -1 when neither can be had.
 int run_on_full_card(const char *how) {
     fflush(nullptr);
     const pid_t child = fork();
@@ -234,7 +222,7 @@ int run_on_full_card(const char *how) {
         const rlimit limit{static_cast<rlim_t>(card_bytes), static_cast<rlim_t>(card_bytes)};
         signal(SIGXFSZ, SIG_IGN);
         const bool ready = tmpfs ? mount("card", dir, "tmpfs", 0, "size=2m") == 0 : setrlimit(RLIMIT_FSIZE, &limit) == 0;
-        const int seen = ready ? record_in_child(path.c_str()) : 66;
+        const int seen = ready ? record_until_full(path.c_str()) : 66;
         if (tmpfs && ready) umount(dir);
         std::remove(path.c_str());
         rmdir(dir);

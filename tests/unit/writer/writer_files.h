@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -187,32 +186,15 @@ Record named(Record r, const char *name) {
 inline video_stream_format video_record(const char *compression = "MJPG", const char *name = nullptr,
                                         int32_t width = 64, int32_t height = 48, uint32_t scale = 1,
                                         uint32_t rate = 25, const char *handler = nullptr) {
-    video_stream_format r{};
-    r.rate = rate;
-    r.scale = scale;
-    r.width = width;
-    r.height = height;
+    video_stream_format r{rate, scale, width, height, {}, {}, 0, 0, 0, 7500, 0, 0, nullptr, 0, nullptr, {}};
     std::memcpy(r.compression, compression, 4);
     std::memcpy(r.handler, handler != nullptr ? handler : compression, 4);
-    r.quality = 7500;
     return named(r, name);
 }
 
 inline audio_stream_format audio_record(uint32_t rate = 16000, const char *name = nullptr, uint32_t sample_size = 0,
                                         uint16_t cb_size = 0) {
-    audio_stream_format r{};
-    r.scale = 1;
-    r.rate = rate;
-    r.initial_frames = 3;
-    r.start = 5;
-    r.sample_size = sample_size;
-    r.wave_format.format_tag = 1;
-    r.wave_format.channels = 1;
-    r.wave_format.samples_per_sec = rate;
-    r.wave_format.avg_bytes_per_sec = rate * 2;
-    r.wave_format.block_align = 2;
-    r.wave_format.bits_per_sample = 16;
-    r.wave_format.cb_size = cb_size;
+    audio_stream_format r{3, 1, rate, 5, sample_size, {1, 1, rate, rate * 2, 2, 16, cb_size, {}}, {}, 0, nullptr, {}};
     for (uint16_t i = 0; i < cb_size && i < sizeof r.wave_format.extra; ++i)
         r.wave_format.extra[i] = static_cast<uint8_t>(0xA0 + i);
     return named(r, name);
@@ -280,38 +262,31 @@ inline aviout_handle *open_writer(const char *path, const char *kinds = "v", con
 
 // One chunk as the reader's sequential walk gives it.
 struct walked {
-    int status;
     uint32_t type, stream;
     std::vector<uint8_t> data;
 };
 
-inline walked next_walked(aviin_handle *h, int32_t capacity = 1 << 16) {
-    walked r{};
-    r.data.resize(static_cast<size_t>(capacity));
-    int32_t size = capacity;
-    char name[5] = {};
-    r.status = aviin_get_next_chunk2(h, &r.type, &r.stream, r.data.data(), &size, name);
-    r.data.resize(r.status == 0 && size >= 0 ? static_cast<size_t>(size) : 0);
-    return r;
-}
-
-// Every data chunk of the current movi list; stops at the first result that
-// is not 0. The writer's ix## ids ('i', 'x', a digit, 0) are not taken as
-// index ids by the walk: they start a resync scan that hands the skipped
-// bytes out as type 0, so both type 0 and type 8 results are left out, and
-// so are the empty "JUNK" chunks checkpoints leave.
-inline std::vector<walked> walk_data(aviin_handle *h, int *last_status = nullptr, size_t limit = 100000) {
+// The data chunks the reader's walk gives from where h stands, at most
+// limit; *last is the result that ended the walk (-1 at the limit). The
+// writer's ix## ids ('i', 'x', a digit, 0) are not taken as index ids by the
+// walk: they start a resync scan that hands the skipped bytes out as type 0,
+// so both type 0 and type 8 results are left out, and so are the empty
+// "JUNK" chunks checkpoints leave.
+inline std::vector<walked> walk_data(aviin_handle *h, int *last = nullptr, size_t limit = 100000) {
     std::vector<walked> out;
+    std::vector<uint8_t> block(1 << 16);
+    int status = -1;
     for (size_t i = 0; i < limit; ++i) {
-        walked c = next_walked(h);
-        if (c.status != 0) {
-            if (last_status != nullptr) *last_status = c.status;
-            return out;
-        }
+        walked c{};
+        int32_t size = static_cast<int32_t>(block.size());
+        char name[5] = {};
+        if ((status = aviin_get_next_chunk2(h, &c.type, &c.stream, block.data(), &size, name)) != 0) break;
+        c.data.assign(block.begin(), block.begin() + std::max(size, 0));
         if (c.type != KELQAVI_CHUNK_INDEX && c.type != KELQAVI_CHUNK_UNKNOWN && c.type != KELQAVI_CHUNK_JUNK)
-            out.push_back(c);
+            out.push_back(std::move(c));
+        status = -1;
     }
-    if (last_status != nullptr) *last_status = -1;
+    if (last != nullptr) *last = status;
     return out;
 }
 
@@ -320,8 +295,7 @@ inline std::vector<std::vector<uint8_t>> read_back(const char *path, uint32_t sw
     std::vector<std::vector<uint8_t>> out;
     aviin_handle *h = aviin_open(path, swapped);
     EXPECT_NE(h, nullptr) << path;
-    if (h == nullptr) return out;
-    for (walked &c : walk_data(h, last)) out.push_back(std::move(c.data));
+    for (walked &c : h != nullptr ? walk_data(h, last) : std::vector<walked>{}) out.push_back(std::move(c.data));
     aviin_close(h);
     return out;
 }
