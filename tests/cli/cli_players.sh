@@ -19,6 +19,8 @@ video_hashes() { ffmpeg -nostdin -v error -i "$1" -map 0:v:0 -c copy -f framemd5
 clean_copy() {
     ffmpeg -nostdin -v error -i "$1" -map 0:v? -map 0:a? -c copy -f null - > "$work/ffmpeg.txt" 2>&1 && [ ! -s "$work/ffmpeg.txt" ]
 }
+# The frames the idx1 of a file flags as key frames, as the tool's key table reads them.
+key_frames() { "${tool[@]}" keys --json "$1" | python3 -c 'import json, sys; print([k["frame"] for k in json.load(sys.stdin)["key_frames_kept"]])'; }
 # Media chunk sizes per stream as the tool's chunk walk reads them.
 chunk_sizes() {
     "${tool[@]}" chunks --json "$@" | grep -o '"type_code": [1-7], "stream": [0-9]*, "size": [0-9]*' |
@@ -92,13 +94,14 @@ for name in ff_mjpeg ff_mpeg4 sample mux_odml; do
         check "remux $flag $name: framemd5 of every stream agrees" \
             [ "$(ffmpeg -nostdin -v error -i "$out" -map 0:v:0 -map 0:a:0 -c copy -f framemd5 - | grep -v '^#')" = \
               "$(ffmpeg -nostdin -v error -i "$in" -map 0:v:0 -map 0:a:0 -c copy -f framemd5 - | grep -v '^#')" ]
+        check "remux $flag $name: the same key frames in idx1" [ "$(key_frames "$out")" = "$(key_frames "$in")" ]
         check "remux $flag $name: ffmpeg copies it without a word ($(head -c 300 "$work/ffmpeg.txt" 2> /dev/null))" clean_copy "$out"
     done
 done
-# Key frames: an MPEG-4 file keeps the key-frame flags of its idx1.
-keys_in=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/ff_mpeg4.avi" | tr -d '\n')
-keys_out=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/remux_ff_mpeg4.avi" | tr -d '\n')
-check "remux keeps which MPEG-4 frames are key frames ($keys_in / $keys_out)" [ "$keys_in" = "$keys_out" ]
+# Key frames: the copy's idx1 flags as many MPEG-4 key frames as ffprobe finds in the input.
+keys_in=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/ff_mpeg4.avi" | grep -c K)
+kq keys --json "$work/remux_ff_mpeg4.avi"
+check "remux keeps ffprobe's $keys_in MPEG-4 key frames" json_is "d['key_frames'] == $keys_in"
 
 # --- other players, where installed ----------------------------------------------------------------
 if command -v mplayer > /dev/null 2>&1; then
