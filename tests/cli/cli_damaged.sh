@@ -8,17 +8,38 @@ set -u
 . "$(dirname "$0")/lib.sh"
 export LC_ALL=C
 
-note_at() {  # note_at OFFSET TEXT: the row at OFFSET holds TEXT
-    checks=$((checks + 1))
-    row_at "$1" | grep -q -F -e "$2" || fail "row at $1 lacks '$2': '$(row_at "$1")'"
-}
-no_note_at() {  # no_note_at OFFSET TEXT
-    checks=$((checks + 1))
-    ! row_at "$1" | grep -q -F -e "$2" || fail "row at $1 has '$2': '$(row_at "$1")'"
-}
-json_line() {  # json_line REGEX: a chunk line of the JSON output matches
-    checks=$((checks + 1))
-    has "$1" || fail "no JSON line matches /$1/"
+# damaged FILE STATUS: riff and riff --json on FILE both exit STATUS; then
+# rows "OFFSET | NOTE | JSON" from stdin check both outputs: the text row at
+# OFFSET holds NOTE ('!NOTE': lacks it, empty: not checked) and the JSON
+# chunk at OFFSET matches the regex JSON. OFFSET '*' matches NOTE as a regex
+# against the whole text output and JSON against the whole JSON output.
+damaged() {
+    local what off note json
+    what=$(basename "$1")
+    kq riff "$1"
+    expect_status "$2" "riff on $what"
+    cp "$work/out" "$work/text"
+    kq riff --json "$1"
+    expect_status "$2" "riff --json on $what"
+    check "$what: JSON parses" json_ok
+    while IFS='|' read -r off note json; do
+        off=${off// /} note=${note# } note=${note% } json=${json# }
+        if [ "$off" = '*' ]; then
+            [ -z "$note" ] || check "$what: text matches /$note/" grep -q -E -e "$note" "$work/text"
+            [ -z "$json" ] || check "$what: JSON matches /$json/" has "$json"
+            continue
+        fi
+        checks=$((checks + 1))
+        local row
+        row=$(grep -E "^ *$off  " "$work/text" | head -n 1)
+        case "$note" in
+        '') ;;
+        '!'*) ! grep -q -F -e "${note#!}" <<< "$row" || fail "$what: row at $off has '${note#!}': '$row'" ;;
+        *) grep -q -F -e "$note" <<< "$row" || fail "$what: row at $off lacks '$note': '$row'" ;;
+        esac
+        [ -z "$json" ] || grep -F "{\"offset\": $off, " "$work/out" | grep -q -E -e "$json" ||
+            fail "$what: no JSON chunk at $off matches /$json/"
+    done
 }
 
 # A small AVI laid out chunk by chunk: a video and an audio stream, one
@@ -28,51 +49,36 @@ cp "$(dirname "$0")/data/small.avi" "$work/sample.avi"
 # --- The sample cut short ------------------------------------------------------
 # Inside the last data chunk: the form, movi and 01wb run past the end.
 head -c 2100 "$work/sample.avi" > "$work/cut.avi"
-kq riff "$work/cut.avi"
-expect_status 3 "sample cut at 2100"
-note_at 0 "runs 52 B past the end of the file"
-note_at 2048 "runs 12 B past the end of the file"
-note_at 2092 "runs 11 B past the end of the file"
-no_note_at 12 "runs"
-no_note_at 2060 "runs"
-check "cut at 2100: summary" has '^16 chunks (5 lists) in 1 RIFF form, 4 levels deep, 1.6 KiB of JUNK. 3 problems: 3 chunks past the end of the file.$'
-kq riff --json "$work/cut.avi"
-expect_status 3 "sample cut at 2100, --json"
-check "cut at 2100: JSON parses" json_ok
-json_line '"offset": 0, "kind": "list", "id": "RIFF", "list_type": "AVI ", "size": 2144, "pad": "none", "status": "past_eof", "overrun": 52,'
-json_line '"offset": 2048, .*"status": "past_eof", "overrun": 12,'
-json_line '"offset": 2060, .*"size": 24, "pad": "none", "status": "ok"}'
-json_line '"offset": 2092, .*"id": "01wb", "size": 11, "pad": "missing", "status": "past_eof", "overrun": 11,'
+damaged "$work/cut.avi" 3 <<'EOF'
+0    | runs 52 B past the end of the file | "kind": "list", "id": "RIFF", "list_type": "AVI ", "size": 2144, "pad": "none", "status": "past_eof", "overrun": 52,
+2048 | runs 12 B past the end of the file | "status": "past_eof", "overrun": 12,
+2092 | runs 11 B past the end of the file | "id": "01wb", "size": 11, "pad": "missing", "status": "past_eof", "overrun": 11,
+12   | !runs |
+2060 | !runs | "size": 24, "pad": "none", "status": "ok"}
+*    | ^16 chunks \(5 lists\) in 1 RIFF form, 4 levels deep, 1.6 KiB of JUNK. 3 problems: 3 chunks past the end of the file.$ | "problems": 3}
+EOF
 check "cut at 2100: three past_eof" [ "$(count '"status": "past_eof"')" -eq 3 ]
-check "cut at 2100: JSON summary" has '"problems": 3}'
 
 # Inside a chunk header: four bytes of the 01wb header are left.
 head -c 2096 "$work/sample.avi" > "$work/cut.avi"
-kq riff "$work/cut.avi"
-expect_status 3 "sample cut at 2096"
-note_at 2092 "(4 bytes)"
-note_at 2092 "chunk header cut off by the end of the file (4 bytes of 8)"
-kq riff --json "$work/cut.avi"
-check "cut at 2096: JSON parses" json_ok
-json_line '{"offset": 2092, "kind": "bytes", "id": null, "size": 4, "pad": "none", "status": "past_eof", "overrun": 4,'
+damaged "$work/cut.avi" 3 <<'EOF'
+2092 | chunk header cut off by the end of the file (4 bytes of 8) | "kind": "bytes", "id": null, "size": 4, "pad": "none", "status": "past_eof", "overrun": 4,
+EOF
 
 # Inside the movi list header, two bytes into it.
 head -c 2050 "$work/sample.avi" > "$work/cut.avi"
-kq riff --json "$work/cut.avi"
-expect_status 3 "sample cut at 2050"
-check "cut at 2050: JSON parses" json_ok
-json_line '{"offset": 2048, "kind": "bytes", "id": null, "size": 2, "pad": "none", "status": "past_eof", "overrun": 6,'
+damaged "$work/cut.avi" 3 <<'EOF'
+2048 | | "kind": "bytes", "id": null, "size": 2, "pad": "none", "status": "past_eof", "overrun": 6,
+EOF
 
 # Just before the last pad byte: 01wb is whole and ok, only its pad byte is
 # gone; movi and the form lack that one byte.
 head -c 2111 "$work/sample.avi" > "$work/cut.avi"
-kq riff "$work/cut.avi"
-expect_status 3 "sample cut at 2111"
-note_at 2092 "pad byte missing at the end of the file"
-no_note_at 2092 "runs"
-note_at 2048 "runs 1 B past the end of the file"
-kq riff --json "$work/cut.avi"
-json_line '"offset": 2092, .*"pad": "missing", "status": "ok"'
+damaged "$work/cut.avi" 3 <<'EOF'
+2092 | pad byte missing at the end of the file | "pad": "missing", "status": "ok"
+2092 | !runs |
+2048 | runs 1 B past the end of the file |
+EOF
 
 # --- A chunk that overruns its list ------------------------------------------
 # RIFF 'TEST' { LIST 'outr' { aaaa (10), bbbb claiming 100 with 20 there }, cccc (4) }
@@ -83,16 +89,11 @@ json_line '"offset": 2092, .*"pad": "missing", "status": "ok"'
     printf 'bbbb'; le32 100; printf '%020d' 0
     chunk cccc wxyz
 } > "$work/overrun.avi"
-kq riff "$work/overrun.avi"
-expect_status 3 "chunk overrunning its list"
-note_at 42 "runs 80 B past the end of LIST 'outr' at 12"
-note_at 70 "cccc"
-no_note_at 70 "runs"
-note_at 70 '`- cccc'   # back in the form, its last chunk
-kq riff --json "$work/overrun.avi"
-check "overrun: JSON parses" json_ok
-json_line '"offset": 42, "kind": "chunk", "id": "bbbb", "size": 100, "pad": "none", "status": "past_parent", "overrun": 80,'
-json_line '^      {"offset": 70, "kind": "chunk", "id": "cccc", "size": 4, "pad": "none", "status": "ok"}$'
+damaged "$work/overrun.avi" 3 <<'EOF'
+42 | runs 80 B past the end of LIST 'outr' at 12 | "kind": "chunk", "id": "bbbb", "size": 100, "pad": "none", "status": "past_parent", "overrun": 80,
+70 | `- cccc | ^      \{"offset": 70, "kind": "chunk", "id": "cccc", "size": 4, "pad": "none", "status": "ok"\}$
+70 | !runs |
+EOF
 
 # --- A list that overruns its parent: walked only within the parent ----------
 # RIFF 'TEST' (40) { LIST 'innr' claiming 1000 { aaaa (4), bbbb (4) } }, then
@@ -104,16 +105,13 @@ json_line '^      {"offset": 70, "kind": "chunk", "id": "cccc", "size": 4, "pad"
     chunk bbbb 5678
     chunk tail ok
 } > "$work/listover.avi"
-kq riff "$work/listover.avi"
-expect_status 3 "list overrunning its parent"
-note_at 12 "runs 972 B past the end of RIFF 'TEST' at 0"
-no_note_at 24 "runs"
-no_note_at 36 "runs"
-check "tail stays at the top level" sh -c "grep -q -E '^ *48 +2 +2 B +tail\$' '$work/out'"
-kq riff --json "$work/listover.avi"
-check "list overrun: JSON parses" json_ok
-json_line '^        {"offset": 36, "kind": "chunk", "id": "bbbb", "size": 4, "pad": "none", "status": "ok"}$'
-json_line '^    {"offset": 48, "kind": "chunk", "id": "tail", "size": 2, "pad": "none", "status": "ok"}$'
+damaged "$work/listover.avi" 3 <<'EOF'
+12 | runs 972 B past the end of RIFF 'TEST' at 0 |
+24 | !runs |
+36 | !runs | ^        \{"offset": 36, "kind": "chunk", "id": "bbbb", "size": 4, "pad": "none", "status": "ok"\}$
+48 | | ^    \{"offset": 48, "kind": "chunk", "id": "tail", "size": 2, "pad": "none", "status": "ok"\}$
+*  | ^ *48 +2 +2 B +tail$ |
+EOF
 
 # The same, with a chunk inside 'innr' that crosses the end of the form: the
 # end it passes is the form's, since 'innr' itself has no end in the file.
@@ -124,11 +122,10 @@ json_line '^    {"offset": 48, "kind": "chunk", "id": "tail", "size": 2, "pad": 
     printf 'cccc'; le32 10; printf 'abcd'
     chunk tail ok
 } > "$work/listover.avi"
-kq riff --json "$work/listover.avi"
-expect_status 3 "chunk crossing the end of its grandparent"
-check "grandparent overrun: JSON parses" json_ok
-json_line '"offset": 36, "kind": "chunk", "id": "cccc", "size": 10, "pad": "none", "status": "past_parent", "overrun": 6, "notes": \["runs 6 B past the end of RIFF .TEST. at 0"\]}'
-json_line '^    {"offset": 48, "kind": "chunk", "id": "tail",'
+damaged "$work/listover.avi" 3 <<'EOF'
+36 | runs 6 B past the end of RIFF 'TEST' at 0 | "id": "cccc", "size": 10, "pad": "none", "status": "past_parent", "overrun": 6, "notes": \["runs 6 B past the end of RIFF .TEST. at 0"\]\}
+48 | | ^    \{"offset": 48, "kind": "chunk", "id": "tail",
+EOF
 
 # --- An unfinished recording: placeholder sizes, last chunk cut --------------
 {
@@ -140,22 +137,18 @@ json_line '^    {"offset": 48, "kind": "chunk", "id": "tail",'
     chunk 01wb 1234567
     printf '00dc'; le32 500; printf '%020d' 0
 } > "$work/recording.avi"
-kq riff "$work/recording.avi"
-expect_status 3 "unfinished recording"
-note_at 0 "size is the unpatched placeholder 0xFFFFFFFF"
-note_at 0 "runs 4.0 GiB past the end of the file"
-note_at 88 "size is the unpatched placeholder 0xFFFFFFFF"
-note_at 100 "00dc"
-note_at 138 "+1 pad byte"
-note_at 154 "runs 480 B past the end of the file"
-kq riff --json "$work/recording.avi"
-check "recording: JSON parses" json_ok
-json_line '"offset": 88, "kind": "list", "id": "LIST", "list_type": "movi", "size": 4294967295, "pad": "missing", "status": "past_eof", "overrun": 4294967209,.*"children": \[$'
-json_line '"offset": 154, .*"size": 500, "pad": "none", "status": "past_eof", "overrun": 480,'
+damaged "$work/recording.avi" 3 <<'EOF'
+0   | size is the unpatched placeholder 0xFFFFFFFF |
+0   | runs 4.0 GiB past the end of the file |
+88  | size is the unpatched placeholder 0xFFFFFFFF | "kind": "list", "id": "LIST", "list_type": "movi", "size": 4294967295, "pad": "missing", "status": "past_eof", "overrun": 4294967209,.*"children": \[$
+100 | 00dc |
+138 | +1 pad byte |
+154 | runs 480 B past the end of the file | "size": 500, "pad": "none", "status": "past_eof", "overrun": 480,
+EOF
 head -c 160 "$work/recording.avi" > "$work/cut.avi"
-kq riff "$work/cut.avi"
-expect_status 3 "recording cut in a chunk header"
-note_at 154 "chunk header cut off by the end of the file (6 bytes of 8)"
+damaged "$work/cut.avi" 3 <<'EOF'
+154 | chunk header cut off by the end of the file (6 bytes of 8) |
+EOF
 
 # --- Two forms, then bytes too few for a chunk header -------------------------
 {
@@ -166,17 +159,13 @@ note_at 154 "chunk header cut off by the end of the file (6 bytes of 8)"
     chunk 00dc xyz
     printf '\1\2\3'
 } > "$work/forms.avi"
-kq riff "$work/forms.avi"
-expect_status 3 "two forms and trailing bytes"
-note_at 26 "RIFF 'AVIX'"
-check "AVIX at the top level" sh -c "grep -q -E '^ *26 +28 +28 B +RIFF .AVIX.' '$work/out'"
-note_at 50 "+1 pad byte; video, stream 0"
-note_at 62 "3 bytes after the last chunk: too few for a chunk header"
-check "forms: summary" has '^5 chunks (3 lists) in 2 RIFF forms, 3 levels deep, 6 B of JUNK. 1 problem: 1 stretch of leftover bytes.$'
-kq riff --json "$work/forms.avi"
-check "forms: JSON parses" json_ok
-json_line '^    {"offset": 62, "kind": "bytes", "id": null, "size": 3, "pad": "none", "status": "short",'
-check "forms: two RIFF forms in the JSON summary" has '"riff_forms": 2,'
+damaged "$work/forms.avi" 3 <<'EOF'
+26 | RIFF 'AVIX' |
+50 | +1 pad byte; video, stream 0 |
+62 | 3 bytes after the last chunk: too few for a chunk header | ^    \{"offset": 62, "kind": "bytes", "id": null, "size": 3, "pad": "none", "status": "short",
+*  | ^ *26 +28 +28 B +RIFF .AVIX. | "riff_forms": 2,
+*  | ^5 chunks \(3 lists\) in 2 RIFF forms, 3 levels deep, 6 B of JUNK. 1 problem: 1 stretch of leftover bytes.$ |
+EOF
 
 # --- Nesting a hundred lists deep ---------------------------------------------
 chunk leaf 1 > "$work/body"
@@ -186,13 +175,11 @@ for i in $(seq 100); do
     mv "$work/next" "$work/body"
 done
 { printf 'RIFF'; le32 $(($(wc -c < "$work/body") + 4)); printf 'DEEP'; cat "$work/body"; } > "$work/deep.avi"
-kq riff "$work/deep.avi"
-expect_status 0 "100 nested lists"
-check "nesting stops at 64 levels" [ "$(grep -c -E '^ *[0-9]+  ' "$work/out")" -eq 64 ]
-note_at 756 "nested deeper than 64 levels: not entered"
-kq riff --json "$work/deep.avi"
-check "deep: JSON parses" json_ok
-check "deep: 64 levels in the JSON" has '"levels": 64,'
+damaged "$work/deep.avi" 0 <<'EOF'
+756 | nested deeper than 64 levels: not entered |
+*   | | "levels": 64,
+EOF
+check "nesting stops at 64 levels" [ "$(grep -c -E '^ *[0-9]+  ' "$work/text")" -eq 64 ]
 
 # --- Odd ids, a list too small for its type, a JUNK chunk without pad byte ----
 # RIFF 'ODD ' { LIST of size 2, an id of binary bytes, JUNK of 5 bytes written
@@ -204,23 +191,19 @@ check "deep: 64 levels in the JSON" has '"levels": 64,'
     printf 'JUNK'; le32 5; printf 'Kelq '
     chunk abcd 12
 } > "$work/odd.avi"
-kq riff "$work/odd.avi"
-expect_status 3 "odd ids and sizes"
-note_at 12 "too small to hold a list type"
-note_at 22 '\x00\x01\xFF\x7F'
-note_at 30 "+1 pad byte, 0x61 instead of zero"
-note_at 30 "'abcd' starts right after the data: pad byte left out?"
-note_at 0 "pad byte missing at the end of the file"
-note_at 44 "runs "
-kq riff --json "$work/odd.avi"
-check "odd: JSON parses" json_ok
-json_line '"offset": 22, "kind": "chunk", "id": "\\u0000\\u0001\\u00ff\\u007f", "size": 0,'
-json_line '"offset": 12, "kind": "chunk", "id": "LIST", "size": 2,'
+damaged "$work/odd.avi" 3 <<'EOF'
+12 | too small to hold a list type | "kind": "chunk", "id": "LIST", "size": 2,
+22 | \x00\x01\xFF\x7F | "kind": "chunk", "id": "\\u0000\\u0001\\u00ff\\u007f", "size": 0,
+30 | +1 pad byte, 0x61 instead of zero |
+30 | 'abcd' starts right after the data: pad byte left out? |
+0  | pad byte missing at the end of the file |
+44 | runs  |
+EOF
 
 # Just the four letters: a RIFF file with no room for a chunk header.
 printf 'RIFF' > "$work/four.avi"
-kq riff "$work/four.avi"
-expect_status 3 "a file of just 'RIFF'"
-note_at 0 "4 bytes, the whole file: too few for a chunk header"
+damaged "$work/four.avi" 3 <<'EOF'
+0 | 4 bytes, the whole file: too few for a chunk header |
+EOF
 
 finish

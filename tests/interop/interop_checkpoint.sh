@@ -18,8 +18,7 @@ pictures=("$work"/f*.jpg)
 frames_ffprobe() { ffprobe -v error -select_streams v -show_packets -of csv "$1" | grep -c '^packet'; }
 frames_mplayer() {  # the count, or "failed" when mplayer fails or says error
     rm -f "$work/md5.txt"
-    if mplayer -really-quiet -benchmark -nolirc -noconfig all -vo md5sum:outfile="$work/md5.txt" -nosound "$1" \
-            < /dev/null > "$work/mplayer.txt" 2>&1 && ! grep -q -i -e error -e broken "$work/mplayer.txt"; then
+    if mplayer_plays "$1" -vo md5sum:outfile="$work/md5.txt" -nosound > /dev/null; then
         wc -l < "$work/md5.txt"
     else
         echo failed
@@ -52,7 +51,7 @@ plays() {
     local file=$1 expected=$2 what=$3 n
     n=$(frames_ffprobe "$file")
     check "$what: ffprobe lists $n >= $expected frames" test "$n" -ge "$expected"
-    check "$what: ffmpeg decodes silently" test -z "$(ffmpeg -nostdin -v error -i "$file" -f null - 2>&1)"
+    check "$what: ffmpeg decodes silently" ffmpeg_silent "$file"
     n=$(frames_mplayer "$file")
     check "$what: mplayer plays $n >= $expected frames" test "$n" != failed -a "$n" -ge "$expected"
     n=$(frames_gst "$file")

@@ -29,19 +29,13 @@ said_ffprobe() {  # FILE COUNTS: silent at -v error, no timing complaint, a pack
     diff "$2" "$work/found" >> "$work/said"
     [ ! -s "$work/said" ]
 }
-said_ffmpeg() {
-    ffmpeg -nostdin -v error -i "$1" -f null - > "$work/said" 2>&1
-    [ ! -s "$work/said" ]
-}
+said_ffmpeg() { ffmpeg_silent "$1" > /dev/null; }
 said_mplayer() {
     timeout 60 mplayer -nolirc -vo null -ao null "$1" < /dev/null 2>&1 | tr '\r' '\n' |
         grep -i 'error\|cannot\|can.t\|truncated\|failed\|broken\|invalid' > "$work/said"
     [ ! -s "$work/said" ]
 }
-said_gstreamer() {
-    timeout 60 gst-launch-1.0 -q filesrc location="$1" ! avidemux ! fakesink > "$work/said" 2>&1 &&
-        ! grep -q 'CRITICAL\|WARNING\|ERROR' "$work/said"
-}
+said_gstreamer() { gst_demuxes "$1" > /dev/null; }
 said_mediainfo() {  # FILE CODEC: a video stream of the codec given, two PCM streams, no stray text
     mediainfo "$1" > "$work/info" 2>&1
     grep '^Codec ID  \|^Writing library' "$work/info" | cut -c 1-60 > "$work/said"

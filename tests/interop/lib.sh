@@ -43,3 +43,4 @@ compare() {  # compare DESCRIPTION ARGS...
 }
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/ffmpeg_files.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/players.sh"
