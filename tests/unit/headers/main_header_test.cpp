@@ -50,7 +50,7 @@ TEST(MainHeader, WritesLittleEndianAtAnyOffsetAndReadsBack) {
         auto back = filled<avi_main_header>(0xA5);
         EXPECT_EQ(read_header_avih(&back, s), 0);
         EXPECT_EQ(back, sample_avih);
-        EXPECT_EQ(s.tell(), offset + 64);
+        EXPECT_EQ(file_tell(s), offset + 64);
     }
 }
 
