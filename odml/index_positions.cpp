@@ -27,9 +27,7 @@ uint64_t entries_between(int64_t offset, int64_t end, uint64_t size) {
 }
 
 // Bytes at a file position; false when fewer could be read.
-bool read_at(FILE *f, int64_t pos, uint8_t *bytes, size_t count) {
-    return pos >= 0 && file_seek(f, pos, kelq::origin_start) == 0 && file_read(f, bytes, count) == count;
-}
+bool read_at(FILE *f, int64_t pos, uint8_t *bytes, size_t count) { return kelq::read_at(f, pos, bytes, count) == count; }
 
 // Entry n of the stream's super index: result_ok, result_end_of_list past
 // its entries, result_failed without one.

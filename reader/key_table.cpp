@@ -91,8 +91,7 @@ void keep_key_frame(keyindex_table *t, uint32_t ordinal, const keyindex_entry &e
 bool header_matches(aviin_handle *h, int64_t header, const idx1_entry &e) {
     uint8_t bytes[8];
     FILE *f = h->file;
-    if (file_seek(f, header, kelq::origin_start) != 0 || file_read(f, bytes, sizeof bytes) != sizeof bytes)
-        return false;
+    if (kelq::read_at(f, header, bytes, sizeof bytes) != sizeof bytes) return false;
     return fourCC_equal(kelq::load_le<uint32_t>(bytes), e.ckid) && kelq::load_le<uint32_t>(bytes + 4) == e.size;
 }
 

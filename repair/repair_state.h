@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kelqavi.h"
+#include "riff/file_extent.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -160,7 +161,7 @@ struct context {
 extern uint32_t replay_limit;
 
 // Bytes read at a position; fewer at the end of the file or on failure.
-size_t read_at(FILE *f, int64_t pos, void *dst, size_t count);
+using kelq::read_at;
 // Whole write at a position; false when it failed.
 bool write_at(FILE *f, int64_t pos, const void *src, size_t count);
 

@@ -24,4 +24,9 @@ int flush_in_place(FILE *stream, int64_t here) {
     return here < 0 || file_seek(stream, here, 0) != 0 ? 1 : 0;
 }
 
+size_t read_at(FILE *stream, int64_t pos, void *dst, size_t count) {
+    if (pos < 0 || file_seek(stream, pos, 0) != 0) return 0;
+    return file_read(stream, dst, count);
+}
+
 }  // namespace kelq
