@@ -3,63 +3,21 @@
 // walk over the file's bytes, independent of the reader.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <cstring>
-#include <string>
+#include <algorithm>
 #include <vector>
 
 #include "kelqavi.h"
-#include "support/byte_image.h"
+#include "unit/writer/writer_files.h"
+
+using namespace kelqtest;
 
 namespace {
 
-struct found_chunk { std::string id; int64_t header; uint32_t size; };
-
-// The chunks of the first movi list, found by its sizes alone in the file's
-// bytes.
-std::vector<found_chunk> movi_chunks(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::vector<uint8_t> b{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    const auto text = [&](size_t at) { return std::string(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at) + 4); };
-    const auto le32 = [&](size_t at) { return uint32_t{b[at]} | uint32_t{b[at + 1]} << 8 | uint32_t{b[at + 2]} << 16 | uint32_t{b[at + 3]} << 24; };
-    std::vector<found_chunk> out;
-    size_t at = 12;
-    while (at + 12 <= b.size() && !(text(at) == "LIST" && text(at + 8) == "movi")) at += 8 + le32(at + 4) + (le32(at + 4) & 1);
-    if (at + 12 > b.size()) return out;
-    const size_t end = at + 8 + le32(at + 4);
-    for (size_t c = at + 12; c + 8 <= end && c + 8 <= b.size();) {
-        out.push_back({text(c), static_cast<int64_t>(c), le32(c + 4)});
-        c += 8 + le32(c + 4) + (le32(c + 4) & 1);
-    }
-    return out;
-}
-
-struct written {
-    std::string path;
-    std::vector<found_chunk> chunks;
-    std::vector<size_t> frames;
-    ~written() { std::remove(path.c_str()); }
-};
-
-// 8 s of 25 fps video with a key frame every 12 frames, MPEG-style audio of
-// 1152 samples at 48000 Hz a chunk stored 100 ms ahead.
-void write_file(written &w, uint32_t odml, double index_seconds) {
-    w.path = testing::TempDir() + "kelqavi-written-" + std::to_string(odml) + "-" + std::to_string(static_cast<int>(index_seconds)) + ".avi";
-    aviout_handle *out = aviout_open(w.path.c_str(), odml, 0);
-    ASSERT_NE(out, nullptr);
-    out->index_chunk_seconds = index_seconds;
-    video_stream_format v{};
-    v.rate = 25;
-    v.scale = 1;
-    v.width = 64;
-    v.height = 48;
-    std::memcpy(v.handler, "XVID", 4);
-    std::memcpy(v.compression, "XVID", 4);
-    const double frame_seconds = 0.04, mp3_seconds = 0.024;
-    int32_t video = -1, mp3 = -1;
-    ASSERT_EQ(aviout_set_video_format(out, &video, &v, &frame_seconds), 0);
+// 8 s of 25 fps video with a key frame every 12 frames and MPEG-style audio
+// of 1152 samples at 48000 Hz a chunk stored 100 ms ahead; the movi chunks as
+// found in the bytes.
+std::vector<chunk_at> write_file(const char *path, const setup &kind) {
+    aviout_handle *out = open_writer(path, "v", kind);
     audio_stream_format a{};
     a.scale = 1152;
     a.rate = 48000;
@@ -67,52 +25,46 @@ void write_file(written &w, uint32_t odml, double index_seconds) {
     a.wave_format.channels = 1;
     a.wave_format.samples_per_sec = 48000;
     a.wave_format.block_align = 1152;
-    ASSERT_EQ(aviout_set_audio_format(out, &mp3, &a, &mp3_seconds), 0);
-
+    const double mp3_seconds = 0.024;
+    int32_t mp3 = -1;
+    EXPECT_EQ(aviout_set_audio_format(out, &mp3, &a, &mp3_seconds), 0);
     // With standard indexes flushed inside movi the writer reports the
     // chunk put at a flush as not indexed (it gets no idx1 record); only a
     // failed write counts here.
-    const auto put = [&](int result) { ASSERT_TRUE(result == 0 || (odml == 1 && index_seconds < 60 && result == 1)); };
-    uint32_t next_mp3 = 0;
-    std::vector<uint8_t> data(2048);
+    const bool flushing = kind.odml == 1 && kind.index_seconds < 60;
+    const auto put_ok = [&](int result) { EXPECT_TRUE(result == 0 || (flushing && result == 1)); };
+    uint32_t next_audio = 0;
     for (uint32_t f = 0; f < 200; ++f) {
-        const int64_t now_ms = f * 40;
-        while (next_mp3 * 24 < now_ms + 100 + 40) {
-            put(aviout_put_chunk(out, mp3, 0, data.data(), 100 + next_mp3 % 5));
-            ++next_mp3;
-        }
+        for (; next_audio * 24 < f * 40 + 100 + 40; ++next_audio)
+            put_ok(put(out, mp3, 0, payload(100 + next_audio % 5, next_audio)));
         const bool key = f % 12 == 0;
-        put(aviout_put_chunk(out, video, key ? AVIOUT_KEY_FRAME : 0, data.data(), key ? 900 : 60 + f % 9));
+        put_ok(put(out, 0, key ? AVIOUT_KEY_FRAME : 0, payload(key ? 900 : 60 + f % 9, f)));
     }
     aviout_close(out);
-    w.chunks = movi_chunks(w.path);
-    for (size_t i = 0; i < w.chunks.size(); ++i)
-        if (w.chunks[i].id == "00dc") w.frames.push_back(i);
+    return movi_chunks(file_bytes(path));
 }
 
-// index_seconds: under 60: standard indexes flushed inside movi
-struct file_kind { uint32_t odml; double index_seconds; };
-
-class writer_made : public ::testing::TestWithParam<file_kind> {};
+class writer_made : public ::testing::TestWithParam<setup> {};
 
 // Every frame found from its key frame. With standard index chunks flushed
 // between the data chunks: the writer's index chunk id is "ix0" and a NUL,
 // which is no chunk id, so the header walk steps through it four bytes at a
 // time and meets the index's dwChunkId, "0", NUL, "dc": a "dc" id with no
 // stream number, whose size field (the next four bytes of the index) carries
-// the walk past real chunks. Frames whose walk from their key frame crosses no index chunk are
-// found exactly; the others must still end on a frame chunk or fail, never
-// run away.
+// the walk past real chunks. Frames whose walk from their key frame crosses
+// no index chunk are found exactly; the others must still end on a frame
+// chunk or fail, never run away.
 TEST_P(writer_made, every_frame_is_found_from_its_key_frame) {
-    written w;
-    write_file(w, GetParam().odml, GetParam().index_seconds);
-    ASSERT_EQ(w.frames.size(), 200u);
-    std::vector<int64_t> index_chunks;
-    for (const found_chunk &c : w.chunks)
-        if (c.id.compare(0, 2, "ix") == 0) index_chunks.push_back(c.header);
+    const scratch_path path;
+    std::vector<uint64_t> frames, index_chunks;
+    for (const chunk_at &c : write_file(path, GetParam())) {
+        if (c.id == "00dc") frames.push_back(c.pos);
+        if (c.id.compare(0, 2, "ix") == 0) index_chunks.push_back(c.pos);
+    }
+    ASSERT_EQ(frames.size(), 200u);
     const bool flushed = GetParam().index_seconds < 60;
     ASSERT_GE(index_chunks.size(), flushed ? 2u : 0u);
-    aviin_handle *h = aviin_open(w.path.c_str(), 0);
+    aviin_handle *h = aviin_open(path, 0);
     ASSERT_NE(h, nullptr);
     std::vector<keyindex_entry> storage(64);
     keyindex_table t;
@@ -127,26 +79,25 @@ TEST_P(writer_made, every_frame_is_found_from_its_key_frame) {
     for (int32_t f = 0; f < 200; ++f) {
         keyindex_entry e;
         ASSERT_EQ(aviin_read_key_table_by_frame_no(h, &t, f, &e, -1), 0);
-        const int64_t from = w.chunks[w.frames[e.frame_no]].header, to = w.chunks[w.frames[static_cast<size_t>(f)]].header;
+        const uint64_t from = frames[e.frame_no], to = frames[static_cast<size_t>(f)];
         bool crosses = false;
-        for (int64_t ix : index_chunks) crosses = crosses || (ix > from && ix < to);
+        for (uint64_t ix : index_chunks) crosses = crosses || (ix > from && ix < to);
         uint64_t pos = 0;
         const int found = aviin_get_video_offset(h, e, 0, f, &pos);
         if (!crosses) {
             ++exact;
             EXPECT_EQ(found, 0) << f;
-            EXPECT_EQ(static_cast<int64_t>(pos), to) << f;
+            EXPECT_EQ(pos, to) << f;
             continue;
         }
-        bool frame_chunk = false;
-        for (size_t c : w.frames) frame_chunk = frame_chunk || static_cast<uint64_t>(w.chunks[c].header) == pos;
-        EXPECT_TRUE(found != 0 || frame_chunk) << f;
+        EXPECT_TRUE(found != 0 || std::find(frames.begin(), frames.end(), pos) != frames.end()) << f;
     }
     EXPECT_GT(exact, 150);
     aviin_close(h);
 }
 
+// odml, index_seconds: under 60, standard indexes flushed inside movi
 INSTANTIATE_TEST_SUITE_P(plain_opendml_and_flushed, writer_made,
-                         ::testing::Values(file_kind{0, 60.0}, file_kind{1, 60.0}, file_kind{1, 4.0}));
+                         ::testing::Values(setup{0, 60.0}, setup{1, 60.0}, setup{1, 4.0}));
 
 }  // namespace
