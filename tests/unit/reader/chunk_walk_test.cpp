@@ -221,7 +221,6 @@ TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {
         {256, 1, 25, match},     // every skipped byte and the first byte of the match
         {25, 1, 25, match},      // the match takes the last slot
         {24, 1, 24, match - 1},  // full first: the walk goes on at the last position examined
-        {2, 1, 2, p + 5},
         {1, 1, 1, p + 4},
         {0, 1, 0, p + 3},  // nothing examined: three bytes on
         {-7, 1, 0, p + 3},

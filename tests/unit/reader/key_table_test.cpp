@@ -109,8 +109,6 @@ int build(aviin_handle *h, table &tab, uint32_t slice = 0, int ends = 3) {
     return calls + 1;
 }
 
-uint64_t header_of(const synthetic &s, size_t chunk) { return s.file.header(chunk); }
-
 // Every frame, from the key frame at or before it, lands on its own chunk.
 void expect_every_frame_found(aviin_handle *h, const synthetic &s, const table &tab) {
     for (uint32_t f = 0; f < s.frames.size(); ++f) {
@@ -121,7 +119,7 @@ void expect_every_frame_found(aviin_handle *h, const synthetic &s, const table &
         EXPECT_LE(e.frame_no, f);
         uint64_t pos = 0;
         ASSERT_EQ(aviin_get_video_offset(h, e, 0, static_cast<int32_t>(f), &pos), 0) << f;
-        EXPECT_EQ(pos, header_of(s, s.frames[f])) << "frame " << f;
+        EXPECT_EQ(pos, s.file.header(s.frames[f])) << "frame " << f;
     }
 }
 
@@ -306,7 +304,7 @@ uint64_t named(const synthetic &s, const std::string &name, uint64_t left) {
     const std::vector<size_t> &of = name[0] == 'f' ? s.frames : name[0] == 'm' ? s.mp3 : s.pcm;
     const size_t n = name[1] == '@' ? static_cast<size_t>(pcm_chunk_at(s, static_cast<uint32_t>(std::stoi(name.substr(2)))))
                                     : std::stoul(name.substr(1));
-    return header_of(s, of[n]);
+    return s.file.header(of[n]);
 }
 
 TEST(frame_walk, counts_frames_from_the_key_frame_up_to_the_one_asked_for) {
