@@ -78,7 +78,8 @@ TEST(ChunkWalk, BothWalksFollowTheLayoutToTheListEnd) {
     const struct { const char *last; bool index_after; int whole_end; uint32_t swapped; } rows[] = {
         {"pq", true, 3, 0}, {"pqr", true, 3, 0}, {"", true, 3, 0}, {"pq", false, 1, 0}, {"pq", true, 3, 1}};
     for (const auto &row : rows) {
-        SCOPED_TRACE(testing::Message() << "last '" << row.last << "' idx1 " << row.index_after << " swapped " << row.swapped);
+        SCOPED_TRACE(testing::Message() << "last '" << row.last << "' idx1 " << row.index_after << " swapped "
+                                        << row.swapped);
         std::vector<movi_chunk> chunks = plain_chunks;
         chunks.back().data = row.last;
         for (movi_chunk &c : chunks)
