@@ -51,10 +51,7 @@ inline byte_image strf_caption_chunk(uint16_t v0, uint16_t v1, uint16_t v2, uint
 
 // A name as the writer stores it: odd lengths get a zero byte inside the size.
 inline byte_image strn_chunk(const std::string &name) {
-    byte_image b;
-    b.text(name);
-    if (name.size() % 2 != 0) b.u8(0);
-    return byte_image().chunk("strn", b);
+    return byte_image().chunk("strn", byte_image().text(name).fill(name.size() % 2));
 }
 
 inline byte_image strd_chunk(uint32_t header, const std::vector<uint8_t> &data) {

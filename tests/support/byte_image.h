@@ -24,10 +24,7 @@ public:
     byte_image &u32(uint32_t v) { return u16(v).u16(v >> 16); }
     byte_image &u64(uint64_t v) { return u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32)); }
     // Four characters as they stand in the file.
-    byte_image &id(const char *fourcc) {
-        for (int i = 0; i < 4; ++i) u8(static_cast<uint8_t>(fourcc[i]));
-        return *this;
-    }
+    byte_image &id(const char *fourcc) { return text(std::string(fourcc, 4)); }
     byte_image &text(const std::string &s) {
         for (char c : s) u8(static_cast<uint8_t>(c));
         return *this;
