@@ -15,15 +15,6 @@ using bytes = std::vector<uint8_t>;
 
 namespace {
 
-// A stream that already holds count bytes of 0x5A and stands at `at`.
-struct stream_at {
-    temp_stream s;
-    explicit stream_at(size_t count, size_t at) : s(byte_image().fill(count, 0x5A)) {
-        file_seek(s, static_cast<int64_t>(at), 0);
-    }
-    explicit stream_at(size_t count) : stream_at(count, count) {}
-};
-
 const uint8_t payload[11] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
 
 }  // namespace
@@ -60,15 +51,16 @@ TEST(ChunkWrite, StatusWordBeforeAndAfterEachWriter) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        stream_at w(10);
+        temp_stream w(byte_image().fill(10, 0x5A));
+        file_seek(w, 10, 0);
         pipe_stream p(bytes{1, 2});
-        FILE *s = c.on == file ? w.s.get() : c.on == pipe ? p.get() : failing_write_stream();
+        FILE *s = c.on == file ? w.get() : c.on == pipe ? p.get() : failing_write_stream();
         ASSERT_NE(s, nullptr);
         uint32_t status = c.before == null_word ? 0 : static_cast<uint32_t>(c.before);
         const int64_t result = c.write(s, c.before == null_word ? nullptr : &status);
         if (c.before != null_word) { EXPECT_EQ(status, c.after); }
         if (c.result != any) { EXPECT_EQ(result, c.result); }
-        EXPECT_EQ(w.s.contents().size(), 10 + c.written);
+        EXPECT_EQ(w.contents().size(), 10 + c.written);
         if (c.on == failing) std::fclose(s);
     }
 }
@@ -81,17 +73,18 @@ TEST(ChunkWrite, JunkEndsOnTheNextBoundary) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE("JUNK at " + std::to_string(c.at) + ", alignment " + std::to_string(c.alignment));
-        stream_at w(c.at);
+        temp_stream w(byte_image().fill(c.at, 0x5A));
+        file_seek(w, static_cast<int64_t>(c.at), 0);
         uint32_t status = 0;
-        junk_pad(c.alignment, w.s, &status);
+        junk_pad(c.alignment, w, &status);
         EXPECT_EQ(status, 0u);
         // The first boundary after the header, a full alignment when already
         // on one; "Kelq " repeated from the first filler byte to the last.
         const size_t header_end = c.at + 8, end = (header_end / static_cast<size_t>(c.alignment) + 1) * c.alignment;
-        EXPECT_EQ(file_tell(w.s), static_cast<int64_t>(end));
+        EXPECT_EQ(file_tell(w), static_cast<int64_t>(end));
         byte_image expected = byte_image().fill(c.at, 0x5A).id("JUNK").u32(static_cast<uint32_t>(end - header_end));
         for (size_t i = header_end; i < end; ++i) expected.u8("Kelq "[(i - header_end) % 5]);
-        EXPECT_EQ(w.s.contents(), expected.bytes());
+        EXPECT_EQ(w.contents(), expected.bytes());
     }
 }
 
@@ -119,13 +112,14 @@ TEST(ChunkWrite, WrittenTreesWalkBackAtAnyOffset) {
     };
     for (size_t at : {size_t{0}, size_t{2}, size_t{38}, size_t{4094}}) {
         SCOPED_TRACE("RIFF at " + std::to_string(at));
-        stream_at w(at + 200, at);
-        FILE *s = w.s;
+        temp_stream w(byte_image().fill(at + 200, 0x5A));  // the tree is written into the middle
+        FILE *s = w;
+        file_seek(s, static_cast<int64_t>(at), 0);
         uint32_t status = 0;
         const uint8_t *data = reinterpret_cast<const uint8_t *>("hello!");
         const int64_t riff = write_RIFF_form_header(make_fourCC("AVI "), s, &status);
         const int64_t hdrl = write_list_header(make_fourCC("hdrl"), s, &status);
-        EXPECT_EQ(str2long(w.s.contents().data() + at + 16), 0xFFFFFFFFu) << "the size is a placeholder until patched";
+        EXPECT_EQ(str2long(w.contents().data() + at + 16), 0xFFFFFFFFu) << "the size is a placeholder until patched";
         data_chunk(make_fourCC("strn"), data, 0, s, &status);
         data_chunk(make_fourCC("avih"), data, 5, s, &status);
         chunk_end(hdrl, s, &status);
@@ -143,7 +137,7 @@ TEST(ChunkWrite, WrittenTreesWalkBackAtAnyOffset) {
         chunk_end(riff, s, &status);
         ASSERT_EQ(status, 0u);
         const int64_t end = file_tell(s);
-        const bytes all = w.s.contents();
+        const bytes all = w.contents();
         EXPECT_EQ(bytes(all.begin(), all.begin() + static_cast<long>(at)), bytes(at, 0x5A));
         EXPECT_EQ(bytes(all.begin() + end, all.end()), bytes(at + 200 - static_cast<size_t>(end), 0x5A));
         if (at == 0) { EXPECT_EQ(bytes(all.begin(), all.begin() + end), at_zero); }

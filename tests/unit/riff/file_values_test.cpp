@@ -69,7 +69,8 @@ TEST(FileValues, NullStreamFailsEverywhere) {
 }
 
 // Each value goes to a stream and to a buffer as the same little-endian bytes
-// whatever the host, and comes back from both as written (truncated to its width).
+// whatever the host, and comes back from the buffer as written (truncated to
+// its width); reading from a stream is checked above.
 TEST(FileValues, ValuesAreLittleEndianWhateverTheHost) {
     const struct { int width; uint64_t value, back; bytes expected; } cases[] = {
         {1, 0x1FF, 0xFF, {0xFF}},
@@ -83,8 +84,6 @@ TEST(FileValues, ValuesAreLittleEndianWhateverTheHost) {
         temp_stream s;
         EXPECT_EQ(write_width(c.width, c.value, s), 0);
         EXPECT_EQ(s.contents(), c.expected);
-        ASSERT_EQ(file_seek(s, 0, 0), 0);
-        EXPECT_EQ(read_width(c.width, s), std::make_pair(0, c.back));
         uint8_t out[8] = {};
         if (c.width == 2) short2str(static_cast<uint16_t>(c.value), out);
         if (c.width == 4) long2str(static_cast<uint32_t>(c.value), out);

@@ -24,8 +24,7 @@ TEST(FourCC, TextForms) {
     EXPECT_EQ(make_fourCC(""), 0u);
     EXPECT_EQ(make_fourCC(nullptr), 0u);
 
-    char t[6];
-    std::memset(t, 'x', sizeof t);
+    char t[7] = "xxxxxx";
     fourCC_to_str(0x63643030u, t);
     EXPECT_STREQ(t, "00dc");
     EXPECT_EQ(t[5], 'x') << "only five bytes are written";
