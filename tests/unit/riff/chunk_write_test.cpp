@@ -138,8 +138,8 @@ TEST(ChunkWrite, WrittenTreesWalkBackAtAnyOffset) {
         const int64_t end = file_tell(s);
         const bytes all = w.contents();
         EXPECT_EQ(bytes(all.begin(), all.begin() + static_cast<long>(at)), bytes(at, 0x5A));
-        EXPECT_EQ(bytes(all.begin() + end, all.end()), bytes(at + 200 - static_cast<size_t>(end), 0x5A));
-        if (at == 0) { EXPECT_EQ(bytes(all.begin(), all.begin() + end), at_zero); }
+        EXPECT_EQ(bytes(all.begin() + static_cast<long>(end), all.end()), bytes(at + 200 - static_cast<size_t>(end), 0x5A));
+        if (at == 0) { EXPECT_EQ(bytes(all.begin(), all.begin() + static_cast<long>(end)), at_zero); }
 
         // Walk it back with the list calls.
         ASSERT_EQ(file_seek(s, static_cast<int64_t>(at), 0), 0);
