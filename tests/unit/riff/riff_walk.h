@@ -17,22 +17,17 @@ inline std::string fourcc_text(uint32_t code) {
     return std::string(t, 4);
 }
 
-struct visit {
-    int64_t pos;       // of the chunk header
-    std::string head;  // "depth id size", the size left out for a LIST
-    std::string line;  // head and body: the list type of a LIST, else the data read
-};
-
 // At each step: test the end, take the next chunk, enter a LIST, otherwise read
-// the chunk whole; then go on at the cursor. Gives up (and says so) after
-// max_steps, so a loop in the library cannot hang the test.
+// the chunk whole; then go on at the cursor. Each chunk met is recorded as
+// "depth id size data", a LIST as "depth LIST type". Gives up (and says so)
+// after max_steps, so a loop in the library cannot hang the test.
 struct walker {
     walker(FILE *s, int limit) : stream(s), max_steps(limit) {}
     FILE *stream;
     int max_steps;
     int steps = 0;
     bool gave_up = false;
-    std::vector<visit> seen;
+    std::vector<std::string> seen;
 
     void walk(list_node *node) {
         while (!end_of_list(node) && !gave_up) {
@@ -43,29 +38,22 @@ struct walker {
             uint32_t size = 0;
             read_val32(nullptr, stream);
             read_val32(&size, stream);
-            std::string body(size < 256 ? size : 256, '\0');
+            const std::string depth = std::to_string(node->depth) + " ";
             list_node *child = nullptr;
             if (id == "LIST" && file_seek(stream, here, 0) == 0 && (child = new_list(node, stream)) != nullptr) {
-                seen.push_back({here, std::to_string(node->depth) + " LIST", ""});
-                seen.back().line = seen.back().head + " " + fourcc_text(child->type);
+                seen.push_back(depth + "LIST " + fourcc_text(child->type));
                 EXPECT_EQ(child->parent, node);
                 EXPECT_EQ(child->depth, node->depth + 1);
                 walk(child);
                 EXPECT_EQ(ascend_list(child), node);
             } else if (id != "LIST") {
+                std::string body(size < 256 ? size : 256, '\0');
                 body.resize(file_read(stream, &body[0], body.size()));
-                seen.push_back({here, std::to_string(node->depth) + " " + id + " " + std::to_string(size), ""});
-                seen.back().line = seen.back().head + " " + body;
+                seen.push_back(depth + id + " " + std::to_string(size) + " " + body);
                 EXPECT_EQ(node->next_pos, here + 8 + padEven(size));
             }
             file_seek(stream, node->next_pos, 0);
         }
-    }
-
-    std::vector<std::string> lines() const {
-        std::vector<std::string> out;
-        for (const visit &v : seen) out.push_back(v.line);
-        return out;
     }
 };
 
