@@ -146,8 +146,6 @@ INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
 TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
     EXPECT_EQ(aviout_checkpoint(nullptr, 0) + aviout_close2(nullptr), 2);
     scratch_path fresh, appended;
-    EXPECT_EQ(aviout_close2(open_av_writer(fresh, 1)), 0) << "a writer without chunks leaves the file as opened";
-    EXPECT_TRUE(file_bytes(fresh).empty());
     put_file(appended, std::vector<uint8_t>(4096, 0xEE));
     std::vector<uint8_t> images[2];
     for (int i = 0; i < 2; ++i) {

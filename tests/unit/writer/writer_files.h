@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -19,27 +17,16 @@
 #include <vector>
 
 #include "kelqavi.h"
+#include "support/avi_image.h"
 
 namespace kelqtest {
 
-// A unique path in /tmp, removed on scope exit. The file exists (empty)
-// until the writer truncates it.
-class scratch_path {
+// A unique empty file in /tmp, removed on scope exit; the writer truncates it.
+class scratch_path : public temp_file {
 public:
-    scratch_path() {
-        char name[] = "/tmp/kelqavi-writer-XXXXXX";
-        const int fd = mkstemp(name);
-        if (fd >= 0) ::close(fd);
-        path_ = name;
-    }
-    ~scratch_path() { std::remove(path_.c_str()); }
-    scratch_path(const scratch_path &) = delete;
-    scratch_path &operator=(const scratch_path &) = delete;
-    const char *c_str() const { return path_.c_str(); }
-    operator const char *() const { return path_.c_str(); }
-
-private:
-    std::string path_;
+    scratch_path() : temp_file(std::vector<uint8_t>{}) {}
+    const char *c_str() const { return path(); }
+    operator const char *() const { return path(); }
 };
 
 inline std::vector<uint8_t> file_bytes(const char *path) {
@@ -63,11 +50,8 @@ inline void put_file(const char *path, const std::vector<uint8_t> &bytes, size_t
     std::fclose(f);
 }
 
-inline uint16_t le16(const std::vector<uint8_t> &b, size_t at) {
-    return static_cast<uint16_t>(b.at(at) | b.at(at + 1) << 8);
-}
 inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
-    return static_cast<uint32_t>(le16(b, at)) | static_cast<uint32_t>(le16(b, at + 2)) << 16;
+    return b.at(at) | b.at(at + 1) << 8 | b.at(at + 2) << 16 | static_cast<uint32_t>(b.at(at + 3)) << 24;
 }
 inline uint64_t le64(const std::vector<uint8_t> &b, size_t at) {
     return static_cast<uint64_t>(le32(b, at)) | static_cast<uint64_t>(le32(b, at + 4)) << 32;
