@@ -216,16 +216,16 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
     struct expected {
         step put;
         const char *id;
-        uint32_t idx1_flags, read_type;
+        uint32_t idx1_flags;
     } const steps[] = {
-        {{0, AVIOUT_KEY_FRAME, 101}, "00dc", 0x10, 3},
-        {{1, 0, 0}, "01wb", 0, 1},
-        {{0, 0, 50}, "00dc", 0, 3},
-        {{0, AVIOUT_FRAME_DATA, 7}, "00dd", 0x100, 4},
-        {{0, AVIOUT_FRAME_DATA | AVIOUT_KEY_FRAME, 8}, "00dd", 0x110, 4},
-        {{0, AVIOUT_UNCOMPRESSED | AVIOUT_KEY_FRAME, 9}, "00db", 0x10, 2},
-        {{1, AVIOUT_KEY_FRAME, 3}, "01wb", 0x10, 1},
-        {{2, 0, 11}, "02st", 0, 5},
+        {{0, AVIOUT_KEY_FRAME, 101}, "00dc", 0x10},
+        {{1, 0, 0}, "01wb", 0},
+        {{0, 0, 50}, "00dc", 0},
+        {{0, AVIOUT_FRAME_DATA, 7}, "00dd", 0x100},
+        {{0, AVIOUT_FRAME_DATA | AVIOUT_KEY_FRAME, 8}, "00dd", 0x110},
+        {{0, AVIOUT_UNCOMPRESSED | AVIOUT_KEY_FRAME, 9}, "00db", 0x10},
+        {{1, AVIOUT_KEY_FRAME, 3}, "01wb", 0x10},
+        {{2, 0, 11}, "02st", 0},
     };
     for (const expected &e : steps) ASSERT_EQ(put(w, e.put.stream, e.put.flags, payload(e.put.size, e.put.size)), 0);
     aviout_close(w);
@@ -233,10 +233,7 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
     const size_t movi_type = find_child(b, 0, "LIST", "movi").pos + 8, n = sizeof steps / sizeof steps[0];
     const std::vector<chunk_at> data = movi_chunks(b);
     const chunk_at idx1 = find_child(b, 0, "idx1");
-    aviin_handle *h = aviin_open(path, 0);
-    const std::vector<walked> got = walk_data(h);
-    aviin_close(h);
-    ASSERT_EQ(std::vector<size_t>({data.size(), idx1.size, got.size()}), std::vector<size_t>({n, n * 16, n}));
+    ASSERT_EQ(std::vector<size_t>({data.size(), idx1.size}), std::vector<size_t>({n, n * 16}));
     for (size_t i = 0; i < n; ++i) {
         SCOPED_TRACE(i);
         const chunk_at &c = data[i];
@@ -248,9 +245,6 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
         EXPECT_EQ(span(b, c.data(), want.size()), want);
         expect_words(b, idx1.data() + 16 * i,
                      {{4, steps[i].idx1_flags}, {8, static_cast<uint32_t>(c.pos - movi_type)}, {12, size}});
-        // The reader takes the same chunks back, in order.
-        EXPECT_EQ(got[i].type, steps[i].read_type);
-        EXPECT_EQ(got[i].data, payload(size, size));
     }
     // Final counts: "dd" chunks add nothing to the length, the largest
     // chunk is the suggested buffer; avih counts video chunks only.

@@ -64,9 +64,6 @@ TEST(WriterRoundTrip, EveryStreamKind) {
 
     reader h(path);
     ASSERT_NE(h.h, nullptr);
-    int32_t streams = 0, strd = -1;
-    EXPECT_EQ(aviin_get_summary(h, &streams, &strd), 0);
-    EXPECT_EQ(std::vector<int32_t>({streams, strd}), std::vector<int32_t>({6, 0}));
     const uint32_t kinds[] = {3, 1, 1, 5, 6, 7};
     int last = 0;
     const std::vector<walked> got = walk_data(h, &last);
@@ -255,22 +252,14 @@ TEST(WriterExtensions, BlocksAndMenuFiles) {
 }
 
 // append=1: the new AVI follows the old bytes, which stay as they were, after
-// a whole AVI or after bytes of odd length. The header area is aligned by
-// absolute position: after odd bytes the JUNK chunk has an odd size and no
-// pad byte, so a walk that rounds sizes up would miss movi.
+// bytes of even or odd length. The header area is aligned by absolute
+// position: after odd bytes the JUNK chunk has an odd size and no pad byte,
+// so a walk that rounds sizes up would miss movi.
 TEST(WriterAppend, SecondAviAfterExistingBytes) {
     for (const uint32_t odml : {0u, 1u}) {
         SCOPED_TRACE(odml);
         scratch_path path;
-        if (odml == 0) {
-            aviout_handle *w = open_writer(path);
-            ASSERT_NE(w, nullptr);
-            put(w, 0, 1, payload(100, 1));
-            put(w, 0, 0, payload(51, 2));
-            aviout_close(w);
-        } else {
-            put_file(path, payload(3001, 5));
-        }
+        put_file(path, payload(3000 + odml, 5));
         const std::vector<uint8_t> old = file_bytes(path);
         const size_t start = old.size();
         aviout_handle *w = aviout_open(path, odml, 1);
@@ -303,17 +292,4 @@ TEST(WriterAppend, SecondAviAfterExistingBytes) {
         EXPECT_EQ(le32(b, idx.data() + 8), 4u) << "idx1 offsets count from the second movi";
         EXPECT_EQ(avih_value(b, 4, start), 5u);
     }
-}
-
-// A missing file cannot be opened; a writer that never got a chunk leaves
-// the file as opened (the empty case is checked with the refused chunks).
-TEST(WriterClose, NoChunkLeavesTheFileAsOpened) {
-    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 1), nullptr);
-    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 0), nullptr);
-    scratch_path path;
-    const std::vector<uint8_t> old = payload(100, 8);
-    put_file(path, old);
-    aviout_close(aviout_open(path, 1, 1));
-    EXPECT_EQ(file_bytes(path), old);
-    aviout_close(nullptr);
 }

@@ -139,9 +139,14 @@ TEST(WriterSetters, LateCallsAndChangedRecordsChangeNothing) {
     EXPECT_EQ(file_bytes(with_calls), file_bytes(without));
 }
 
-// Refused chunks write nothing, not even the header area; a file with no
-// stream at all has no stream for a chunk to go to.
+// A file that cannot be opened gives no writer. Refused chunks write
+// nothing, not even the header area; a file with no stream at all has no
+// stream for a chunk to go to, and a writer that never got a chunk leaves
+// the file as it was opened.
 TEST(WriterPutChunk, RefusedArgumentsWriteNothing) {
+    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 1), nullptr);
+    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 0), nullptr);
+    aviout_close(nullptr);
     scratch_path path, none;
     aviout_handle *w = aviout_open(none, 0, 0);
     ASSERT_NE(w, nullptr);
