@@ -157,7 +157,6 @@ TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
         EXPECT_TRUE(file_bytes(path) == images[i]);
         EXPECT_EQ(aviout_close2(w), 0);
     }
-    EXPECT_EQ(movi_chunks(file_bytes(fresh), 0, "JUNK").size(), 2u) << "one empty JUNK chunk a checkpoint";
     ASSERT_EQ(images[1].size(), images[0].size() + 4096);
     EXPECT_TRUE(std::equal(images[0].begin(), images[0].end(), images[1].begin() + 4096));
     const std::vector<uint8_t> &b = images[0];

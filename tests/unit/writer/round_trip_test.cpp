@@ -1,6 +1,6 @@
-// Files written by the writer and read back by the reader: every stream kind,
-// names, strd blocks, type-first ids, extension blocks, menu files and
-// appending to an existing file.
+// Files written by the writer and checked in their bytes, some read back by
+// the reader: names, strd blocks, type-first ids, extension blocks, menu
+// files and appending to an existing file.
 #include <gtest/gtest.h>
 
 #include "unit/writer/writer_files.h"
@@ -8,13 +8,6 @@
 using namespace kelqtest;
 
 namespace {
-
-struct reader {
-    aviin_handle *h;
-    explicit reader(const char *path, uint32_t swapped = 0) : h(aviin_open(path, swapped)) {}
-    ~reader() { aviin_close(h); }
-    operator aviin_handle *() const { return h; }
-};
 
 // The name block of a record the reader filled, freed once taken.
 template <typename Record>
@@ -36,44 +29,6 @@ int set_named(char kind, const char *name, aviout_handle *w) {
 }
 
 }  // namespace
-
-// One file with a stream of every kind: each chunk walks back with its
-// stream's number, kind and payload; an audio format with an odd number of
-// extra bytes keeps its pad byte.
-TEST(WriterRoundTrip, EveryStreamKind) {
-    scratch_path path;
-    aviout_handle *w = open_writer(path, "va");
-    ASSERT_NE(w, nullptr);
-    int32_t s = -1;
-    const audio_stream_format ext = audio_record(22050, "extra", 0, 3);
-    ASSERT_EQ(aviout_set_audio_format(w, &s, &ext, nullptr) + add_stream(w, 't') + add_stream(w, 'b') + add_stream(w, 'c'), 0);
-    // Two rounds over all streams, sizes odd and even.
-    std::vector<std::vector<uint8_t>> sent;
-    for (uint32_t i = 0; i < 12; ++i) {
-        sent.push_back(payload(10 + 3 * (i % 6) + i / 6, i / 6 * 16 + i % 6));
-        EXPECT_EQ(put(w, static_cast<int32_t>(i % 6), i % 6 == 0 ? AVIOUT_KEY_FRAME : 0, sent.back()), 0);
-    }
-    aviout_close(w);
-
-    // The format with three extra bytes: size 21, a pad byte outside it,
-    // then the name "extra" with its zero byte.
-    const std::vector<uint8_t> b = file_bytes(path);
-    EXPECT_EQ(span(b, strl_chunk(b, 2, "strf") - 4, 36),
-              (std::vector<uint8_t>{21, 0, 0, 0, 1, 0, 1, 0, 0x22, 0x56, 0, 0, 0x44, 0xAC, 0, 0, 2, 0, 16, 0, 3, 0,
-                                    0xA0, 0xA1, 0xA2, 0, 's', 't', 'r', 'n', 6, 0, 0, 0, 'e', 'x'}));
-
-    reader h(path);
-    ASSERT_NE(h.h, nullptr);
-    const uint32_t kinds[] = {3, 1, 1, 5, 6, 7};
-    int last = 0;
-    const std::vector<walked> got = walk_data(h, &last);
-    EXPECT_TRUE(last == 1 || last == 3) << last;
-    ASSERT_EQ(got.size(), sent.size());
-    for (size_t i = 0; i < got.size(); ++i) {
-        EXPECT_EQ(std::vector<uint32_t>({got[i].stream, got[i].type}), std::vector<uint32_t>({uint32_t(i % 6), kinds[i % 6]})) << i;
-        EXPECT_EQ(got[i].data, sent[i]) << i;
-    }
-}
 
 // Names of odd and even length, an empty name, and the quirk: a stream given
 // without a name clears the name at the last video stream's position of its
@@ -98,8 +53,8 @@ TEST(WriterRoundTrip, NamesAndTheNameClearingQuirk) {
         ASSERT_EQ(put(w, 0, 1, payload(8, 1)), 0);
         aviout_close(w);
         const std::vector<uint8_t> b = file_bytes(path);
-        reader h(path);
-        ASSERT_NE(h.h, nullptr);
+        aviin_handle *h = aviin_open(path, 0);
+        ASSERT_NE(h, nullptr);
         for (size_t i = 0; i < file.size(); ++i) {
             const size_t strn = strl_chunk(b, static_cast<int>(i), "strn");
             ASSERT_NE(strn, SIZE_MAX) << i;
@@ -110,6 +65,7 @@ TEST(WriterRoundTrip, NamesAndTheNameClearingQuirk) {
             ASSERT_EQ(aviin_get_audio_format(h, static_cast<uint32_t>(i), &ao), 0);
             EXPECT_EQ(take_name(ao), file[i].strn) << "the reader agrees on stream " << i;
         }
+        aviin_close(h);
     }
 }
 

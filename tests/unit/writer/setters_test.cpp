@@ -38,12 +38,18 @@ TEST(WriterSetters, StreamNumbersAndLimits) {
         EXPECT_EQ(strl_lists(b).size(), static_cast<size_t>(next));
         EXPECT_EQ(avih_value(b, 6), r.avih_streams);
         EXPECT_EQ(next == 19 ? text4(b, strl_chunk(b, 10, "indx") + 8) : "", next == 19 ? std::string("1\0wb", 4) : "");
+        // Each chunk walks back with its stream's number (refused streams
+        // come last in every row), payload and kind: the type code is the
+        // kind letter's place in " a v tbc".
         aviin_handle *h = aviin_open(path, 0);
-        std::vector<uint32_t> streams, want;
-        for (const walked &c : walk_data(h)) streams.push_back(c.stream);
-        for (int32_t i = 0; i < next; ++i) want.push_back(static_cast<uint32_t>(i));
+        const std::vector<walked> got = walk_data(h);
         aviin_close(h);
-        EXPECT_EQ(streams, want);
+        ASSERT_EQ(got.size(), static_cast<size_t>(next));
+        for (uint32_t i = 0; i < got.size(); ++i) {
+            const size_t type = std::string(" a v tbc").find(r.kinds[i]);
+            EXPECT_EQ(std::vector<size_t>({got[i].stream, got[i].type}), std::vector<size_t>({i, type})) << i;
+            EXPECT_EQ(got[i].data, payload(3, i)) << i;
+        }
     }
 }
 

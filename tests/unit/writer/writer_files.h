@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,24 +32,15 @@ public:
 };
 
 inline std::vector<uint8_t> file_bytes(const char *path) {
-    std::vector<uint8_t> out;
-    FILE *f = std::fopen(path, "rb");
-    if (f == nullptr) return out;
-    uint8_t block[65536];
-    size_t n;
-    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.insert(out.end(), block, block + n);
-    std::fclose(f);
-    return out;
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// The file at path made to hold the first n bytes (all by default).
 inline void put_file(const char *path, const std::vector<uint8_t> &bytes, size_t n = SIZE_MAX) {
-    FILE *f = std::fopen(path, "wb");
-    ASSERT_NE(f, nullptr);
-    n = std::min(n, bytes.size());
-    if (n > 0) {
-        ASSERT_EQ(std::fwrite(bytes.data(), 1, n, f), n);
-    }
-    std::fclose(f);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(std::min(n, bytes.size())));
+    ASSERT_TRUE(out.good()) << path;
 }
 
 inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
