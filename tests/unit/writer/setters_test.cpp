@@ -6,23 +6,6 @@
 
 using namespace kelqtest;
 
-namespace {
-
-struct writer {
-    aviout_handle *w;
-    explicit writer(const char *path, uint32_t odml = 0) : w(aviout_open(path, odml, 0)) {}
-    ~writer() { aviout_close(w); }
-    aviout_handle *operator->() const { return w; }
-    operator aviout_handle *() const { return w; }
-    std::vector<uint8_t> close(const char *path) {
-        aviout_close(w);
-        w = nullptr;
-        return file_bytes(path);
-    }
-};
-
-}  // namespace
-
 // Stream numbers follow the call order across kinds; a refused call returns
 // 1 with out_stream -1: past a kind's limit (avih does not count those), or
 // the 20th stream (avih counts those). With OpenDML a track past 9 takes the
@@ -39,9 +22,8 @@ TEST(WriterSetters, StreamNumbersAndLimits) {
     for (const row &r : rows) {
         SCOPED_TRACE(r.kinds);
         scratch_path path;
-        writer w(path, 1);
-        ASSERT_NE(w.w, nullptr);
-        w->index_chunk_seconds = 2.0;
+        aviout_handle *w = open_writer(path, "", {1, 2.0});
+        ASSERT_NE(w, nullptr);
         int32_t next = 0;
         for (size_t i = 0; r.kinds[i] != '\0'; ++i) {
             int32_t s = -7;
@@ -51,24 +33,30 @@ TEST(WriterSetters, StreamNumbersAndLimits) {
         }
         for (int32_t i = 0; i < next; ++i) ASSERT_EQ(put(w, i, 1, payload(3, static_cast<uint32_t>(i))), 0) << i;
         EXPECT_EQ(put(w, next, 1, payload(3, 0)), 1) << "a refused stream has no number";
-        const std::vector<uint8_t> b = w.close(path);
+        aviout_close(w);
+        const std::vector<uint8_t> b = file_bytes(path);
         EXPECT_EQ(strl_lists(b).size(), static_cast<size_t>(next));
         EXPECT_EQ(avih_value(b, 6), r.avih_streams);
         EXPECT_EQ(next == 19 ? text4(b, strl_chunk(b, 10, "indx") + 8) : "", next == 19 ? std::string("1\0wb", 4) : "");
+        // Each chunk walks back with its stream's number (refused streams
+        // come last in every row), payload and kind: the type code is the
+        // kind letter's place in " a v tbc".
         aviin_handle *h = aviin_open(path, 0);
-        std::vector<uint32_t> streams, want;
-        for (const walked &c : walk_data(h)) streams.push_back(c.stream);
-        for (int32_t i = 0; i < next; ++i) want.push_back(static_cast<uint32_t>(i));
+        const std::vector<walked> got = walk_data(h);
         aviin_close(h);
-        EXPECT_EQ(streams, want);
+        ASSERT_EQ(got.size(), static_cast<size_t>(next));
+        for (uint32_t i = 0; i < got.size(); ++i) {
+            const size_t type = std::string(" a v tbc").find(r.kinds[i]);
+            EXPECT_EQ(std::vector<size_t>({got[i].stream, got[i].type}), std::vector<size_t>({i, type})) << i;
+            EXPECT_EQ(got[i].data, payload(3, i)) << i;
+        }
     }
 }
 
 TEST(WriterSetters, NullAndUnusableArguments) {
     scratch_path path;
-    writer w(path, 1);
-    ASSERT_NE(w.w, nullptr);
-    w->index_chunk_seconds = 2.0;
+    aviout_handle *w = open_writer(path, "", {1, 2.0});
+    ASSERT_NE(w, nullptr);
     const video_stream_format v = video_record();
     const double frame = 0.04, negative = -0.04, tiny = 1e-12;
     int32_t s = -7;
@@ -111,7 +99,8 @@ TEST(WriterSetters, NullAndUnusableArguments) {
     EXPECT_EQ(aviout_set_menu_info(w, block, 2), 0);
     EXPECT_EQ(aviout_set_menu_info(w, block + 1, 3), 0);
     ASSERT_EQ(put(w, 0, 1, payload(2, 0)), 0);
-    const std::vector<uint8_t> b = w.close(path);
+    aviout_close(w);
+    const std::vector<uint8_t> b = file_bytes(path);
     EXPECT_EQ(find_child(b, 0, "MTDA").pos, SIZE_MAX);
     EXPECT_EQ(strl_chunk(b, 1, "strd"), SIZE_MAX) << "the refused blocks went nowhere";
     const chunk_at menu = find_child(b, 0, "MENU");
@@ -156,9 +145,14 @@ TEST(WriterSetters, LateCallsAndChangedRecordsChangeNothing) {
     EXPECT_EQ(file_bytes(with_calls), file_bytes(without));
 }
 
-// Refused chunks write nothing, not even the header area; a file with no
-// stream at all has no stream for a chunk to go to.
+// A file that cannot be opened gives no writer. Refused chunks write
+// nothing, not even the header area; a file with no stream at all has no
+// stream for a chunk to go to, and a writer that never got a chunk leaves
+// the file as it was opened.
 TEST(WriterPutChunk, RefusedArgumentsWriteNothing) {
+    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 1), nullptr);
+    EXPECT_EQ(aviout_open("/nonexistent/kelqavi/x.avi", 0, 0), nullptr);
+    aviout_close(nullptr);
     scratch_path path, none;
     aviout_handle *w = aviout_open(none, 0, 0);
     ASSERT_NE(w, nullptr);

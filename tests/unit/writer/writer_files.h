@@ -6,68 +6,45 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "kelqavi.h"
+#include "support/avi_image.h"
 
 namespace kelqtest {
 
-// A unique path in /tmp, removed on scope exit. The file exists (empty)
-// until the writer truncates it.
-class scratch_path {
+// A unique empty file in /tmp, removed on scope exit; the writer truncates it.
+class scratch_path : public temp_file {
 public:
-    scratch_path() {
-        char name[] = "/tmp/kelqavi-writer-XXXXXX";
-        const int fd = mkstemp(name);
-        if (fd >= 0) ::close(fd);
-        path_ = name;
-    }
-    ~scratch_path() { std::remove(path_.c_str()); }
-    scratch_path(const scratch_path &) = delete;
-    scratch_path &operator=(const scratch_path &) = delete;
-    const char *c_str() const { return path_.c_str(); }
-    operator const char *() const { return path_.c_str(); }
-
-private:
-    std::string path_;
+    scratch_path() : temp_file(std::vector<uint8_t>{}) {}
+    const char *c_str() const { return path(); }
+    operator const char *() const { return path(); }
 };
 
 inline std::vector<uint8_t> file_bytes(const char *path) {
-    std::vector<uint8_t> out;
-    FILE *f = std::fopen(path, "rb");
-    if (f == nullptr) return out;
-    uint8_t block[65536];
-    size_t n;
-    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.insert(out.end(), block, block + n);
-    std::fclose(f);
-    return out;
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// The file at path made to hold the first n bytes (all by default).
 inline void put_file(const char *path, const std::vector<uint8_t> &bytes, size_t n = SIZE_MAX) {
-    FILE *f = std::fopen(path, "wb");
-    ASSERT_NE(f, nullptr);
-    n = std::min(n, bytes.size());
-    if (n > 0) {
-        ASSERT_EQ(std::fwrite(bytes.data(), 1, n, f), n);
-    }
-    std::fclose(f);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(std::min(n, bytes.size())));
+    ASSERT_TRUE(out.good()) << path;
 }
 
-inline uint16_t le16(const std::vector<uint8_t> &b, size_t at) {
-    return static_cast<uint16_t>(b.at(at) | b.at(at + 1) << 8);
-}
 inline uint32_t le32(const std::vector<uint8_t> &b, size_t at) {
-    return static_cast<uint32_t>(le16(b, at)) | static_cast<uint32_t>(le16(b, at + 2)) << 16;
+    return b.at(at) | b.at(at + 1) << 8 | b.at(at + 2) << 16 | static_cast<uint32_t>(b.at(at + 3)) << 24;
 }
 inline uint64_t le64(const std::vector<uint8_t> &b, size_t at) {
     return static_cast<uint64_t>(le32(b, at)) | static_cast<uint64_t>(le32(b, at + 4)) << 32;
