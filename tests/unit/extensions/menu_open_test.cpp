@@ -55,8 +55,11 @@ TEST(MenuOpen, BlocksListsAndFormsOfAnExtendedFile) {
 
     // Scanning again from the form: the form, its MRIF and the AVIX count once
     // more. The look for a menu list after the AVIX's first list runs off the
-    // end of the file, which counts as a failed read.
+    // end of the file, which counts as a failed read. The form found anew,
+    // stepping starts again from its head.
     EXPECT_EQ(aviin_getNextMenu(o), 0);
     EXPECT_EQ(block(aviin_get_menu_chunk, o), whole(m3));
     EXPECT_EQ(riff_count(o), 5 + 3);
+    EXPECT_EQ(aviin_goto_next_menu(o), 0);
+    EXPECT_EQ(block(aviin_get_menu_chunk, o), whole(m2));
 }

@@ -38,11 +38,6 @@ byte_image ix_file(const char *chunk_id = "00dc") {
     }));
 }
 
-struct entry_out {
-    int status;
-    uint32_t type = untouched, size = untouched, key = untouched;
-};
-
 entry_out get(hand_handle &h, uint32_t n, uint32_t stream = 0, int64_t at = ix_at) {
     entry_out r{};
     r.status = avi2_get_index_entry(at, h, n, stream, &r.type, &r.size, &r.key);
