@@ -47,23 +47,21 @@ TEST(GetNextMenu, ScansFormsAndKeepsTheLastMenu) {
     junk_past_end.append(bare_chunk("JUNK", "xx")).set_u32(f.form2_at + 4, 0xFFFFFFFFu);
     const std::string none = "(none) size 0";
     const int64_t skip = -1;
-    const struct { const char *name; byte_image image; int64_t start_form; int result; int32_t count; std::string menu; int64_t form_pos; } rows[] = {
+    const struct { const char *name; byte_image image; int result; int32_t count; std::string menu; int64_t form_pos; } rows[] = {
         // Four RIFF forms and four MRIF chunks.
-        {"whole file", f.image, skip, 1, 4 + 4, whole(f.menu_c), int64_t(f.form3_at) + 12 + 24 + 12},
-        {"from the second form", f.image, int64_t(f.form2_at) + 24, 1, 2 + 3, whole(f.menu_c), skip},
-        {"first two forms", f.image.head(f.form3_at), skip, 1, 3 + 3, whole(f.menu_b2), int64_t(f.form2_at) + 24},
-        {"no menu form", avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())), skip, 1, 1, none, skip},
-        {"empty file", byte_image(), skip, 1, 0, none, skip},
+        {"whole file", f.image, 1, 4 + 4, whole(f.menu_c), int64_t(f.form3_at) + 12 + 24 + 12},
+        {"first two forms", f.image.head(f.form3_at), 1, 3 + 3, whole(f.menu_b2), int64_t(f.form2_at) + 24},
+        {"no menu form", avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())), 1, 1, none, skip},
+        {"empty file", byte_image(), 1, 0, none, skip},
         // A menu chunk claiming more than the file holds ends the scan unread.
-        {"menu far past the end", with_size(0xFFFFFFFFu), skip, 0, skip, whole(f.menu_b2), skip},
-        {"menu one byte past the end", with_size(uint32_t(f.image.size() - c_at - 7)), skip, 0, skip, whole(f.menu_b2), skip},
-        {"chunk header cut short", f.image.head(f.form2_at + 2), skip, 0, skip, whole(f.menu_a), skip},
-        {"top-level size past the end", junk_past_end, skip, 1, skip, whole(f.menu_a), skip},
+        {"menu far past the end", with_size(0xFFFFFFFFu), 0, skip, whole(f.menu_b2), skip},
+        {"menu one byte past the end", with_size(uint32_t(f.image.size() - c_at - 7)), 0, skip, whole(f.menu_b2), skip},
+        {"chunk header cut short", f.image.head(f.form2_at + 2), 0, skip, whole(f.menu_a), skip},
+        {"top-level size past the end", junk_past_end, 1, skip, whole(f.menu_a), skip},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         hand_handle h(r.image);
-        if (r.start_form != skip) h->menu_form_pos = r.start_form;
         EXPECT_EQ(aviin_getNextMenu(h), r.result);
         if (r.count != skip) { EXPECT_EQ(riff_count(h), r.count); }
         EXPECT_EQ(block(aviin_get_menu_chunk, h), r.menu);

@@ -132,13 +132,7 @@ TEST_P(RepairSweep, KeepsExactlyTheCompleteChunks) {
     const recording r = record(v);
     size_t states = 0;
     const size_t movi_data = find_child(r.finished, 0, "LIST", "movi").pos + 12;
-    for (size_t c : cuts(r.finished, 0, r.finished.size() - 1)) {
-        if (c < movi_data) {
-            scratch_path path;
-            put_file(path, r.finished, c);
-            EXPECT_EQ(aviout_repair(path, 0, nullptr), 1) << "cut at " << c;
-            continue;
-        }
+    for (size_t c : cuts(r.finished, movi_data, r.finished.size() - 1)) {
         check_state(r, std::vector<uint8_t>(r.finished.begin(), r.finished.begin() + static_cast<long>(c)), c, states);
         if (HasFatalFailure()) return;
     }
@@ -170,10 +164,6 @@ INSTANTIATE_TEST_SUITE_P(Writer, RepairSweep,
                                          variant{"plain_read_twice", 0, 0, 0},
                                          variant{"odml_checkpoints_read_twice", 1, 7, 0}),
                          [](const testing::TestParamInfo<variant> &info) { return std::string(info.param.name); });
-
-}  // namespace
-
-namespace {
 
 // Key frames from the standard indexes: MJPEG video with a key frame in
 // three and audio put as no key frame, cut after the second flush of the
