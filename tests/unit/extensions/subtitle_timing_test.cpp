@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string>
 #include <tuple>
@@ -19,21 +20,16 @@ namespace {
 
 constexpr uint32_t no_duration = 0xFFFFFFFFu, untouched = 77;
 
-struct parsed {
-    int result = -1;
-    uint32_t start = untouched, duration = untouched;
-    std::string after;  // the 26 bytes once parsed, NULs as '|'
-};
-
-parsed parse(const std::string &text) {
+// The text parsed from the 26 bytes a chunk's data starts with: the result,
+// the start and the duration.
+std::tuple<int, uint32_t, uint32_t> parse(const std::string &text) {
     char buffer[26];
     std::memset(buffer, '#', sizeof buffer);
     std::memcpy(buffer, text.data(), std::min(text.size(), sizeof buffer));
     if (text.size() < sizeof buffer) buffer[text.size()] = '\0';
-    parsed p;
-    p.result = aviin_get_subtitle_duration(nullptr, buffer, &p.start, &p.duration);
-    for (char c : buffer) p.after += c == '\0' ? '|' : c;
-    return p;
+    uint32_t start = untouched, duration = untouched;
+    const int result = aviin_get_subtitle_duration(nullptr, buffer, &start, &duration);
+    return {result, start, duration};
 }
 
 TEST(subtitle_span, parses_good_odd_and_malformed_text) {
@@ -57,14 +53,13 @@ TEST(subtitle_span, parses_good_odd_and_malformed_text) {
         {"00:00:01.500-00:00:03", 1, untouched, untouched},
         {"", 1, untouched, untouched},
     };
-    for (const auto &r : rows) {
-        const parsed p = parse(r.text);
-        EXPECT_EQ(std::make_tuple(p.result, p.start, p.duration), std::make_tuple(r.result, r.start, r.duration)) << r.text;
-    }
-    EXPECT_EQ(parse(rows[0].text).after, "00|00|01|500|00|00|03|250|") << "NULs over the separators and at byte 25";
+    for (const auto &r : rows)
+        EXPECT_EQ(parse(r.text), std::make_tuple(r.result, r.start, r.duration)) << r.text;
     EXPECT_EQ(aviin_get_subtitle_duration(nullptr, nullptr, nullptr, nullptr), 1);
     char text[26] = "00:00:01.500-00:00:03.250";
     EXPECT_EQ(aviin_get_subtitle_duration(nullptr, text, nullptr, nullptr), 0);
+    std::replace(std::begin(text), std::end(text), '\0', '|');
+    EXPECT_EQ(std::string(text, sizeof text), "00|00|01|500|00|00|03|250|") << "NULs over the separators";
 }
 
 // Stream 0: video at 8 frames a second (125 ms a frame, exact in binary),
@@ -105,17 +100,13 @@ subtitle_file make_subtitle_file(const char *frame_id = "00dc") {
     return out;
 }
 
-struct shown {
-    int result = -1;
-    uint64_t offset = 0;
-    uint32_t duration = 0;
-    bool operator==(const shown &o) const { return result == o.result && offset == o.offset && duration == o.duration; }
-};
+using shown = std::tuple<int, uint64_t, uint32_t>;  // result, offset, duration
 
 shown at(aviin_handle *h, const keyindex_table *t, int32_t frame, uint32_t stream = 1) {
-    shown r;
-    r.result = aviin_get_subtitle_offset(h, t, 0, stream, frame, &r.offset, &r.duration);
-    return r;
+    uint64_t offset = 0;
+    uint32_t duration = 0;
+    const int result = aviin_get_subtitle_offset(h, t, 0, stream, frame, &offset, &duration);
+    return {result, offset, duration};
 }
 
 // The subtitle shown at a frame: name of the chunk expected, or '-' for the
@@ -163,7 +154,7 @@ TEST_F(shown_subtitle, at_each_frame) {
 }
 
 TEST_F(shown_subtitle, failures) {
-    EXPECT_EQ(at(h, &table, 130).result, 1) << "past the last frame the list ends first";
+    EXPECT_EQ(std::get<0>(at(h, &table, 130)), 1) << "past the last frame the list ends first";
     // A frame after the first five seconds needs the key table; within them it does not.
     EXPECT_EQ(at(h, nullptr, 60), (shown{1, KELQAVI_NOT_FOUND, no_duration}));
     EXPECT_EQ(at(h, nullptr, 12), (shown{0, expected_offset(12, 'A'), 600}));
@@ -192,7 +183,7 @@ TEST_F(shown_subtitle, db_frames_give_the_same_answers_under_their_tolerance) {
         aviin_handle *db = aviin_open_tolerant(file.path(), 0, tolerances);
         ASSERT_NE(db, nullptr);
         int differing = 0;
-        for (const auto &r : shown_rows) differing += !(at(db, &table, r.frame, r.stream) == at(h, &table, r.frame, r.stream));
+        for (const auto &r : shown_rows) differing += at(db, &table, r.frame, r.stream) != at(h, &table, r.frame, r.stream);
         EXPECT_EQ(differing > 0, tolerances == 0);
         aviin_close(db);
     }

@@ -56,19 +56,11 @@ case_file cut_at(size_t chunk, size_t plus, size_t kept, int result) {
             result == 3 ? AVIOUT_REPAIR_DROP_CUT : AVIOUT_REPAIR_DROP_NONE};
 }
 
-// Video chunks whose bytes alone say whether they are key frames; a frame
-// given no bytes at all stands for a "dd" chunk of 12 bytes.
-case_file bitstream(const char *codec, const std::vector<std::pair<byte_image, bool>> &frames, bool dd = false) {
-    std::vector<planned> p;
-    std::vector<kept_chunk> kept;
-    for (const auto &fr : frames) {
-        const bool data = dd && fr.first.bytes().empty();
-        const char *id = data ? "00dd" : "00dc";
-        const byte_image bytes = data ? filler(12, 9) : fr.first;
-        p.push_back({id, bytes, fr.second});
-        kept.push_back({id, bytes.bytes(), fr.second});
-    }
-    return {unpatched(make_indexed(hdrl({video_list(1, 25, codec)}), p, index_offsets::movi_relative, false)), kept};
+// Video chunks whose bytes alone say whether they are key frames: no index
+// tells, and the key flags planned are the ones the repair must find.
+case_file bitstream(const char *codec, const std::vector<planned> &p) {
+    return {unpatched(make_indexed(hdrl({video_list(1, 25, codec)}), p, index_offsets::movi_relative, false)),
+            first(p, p.size(), true)};
 }
 
 byte_image vop(uint8_t coding_type) { return byte_image().raw({0, 0, 1, 0xB6, static_cast<uint8_t>(coding_type << 6), 1, 2, 3}); }
@@ -172,12 +164,16 @@ const row rows[] = {
     {"two segments, AVIX sizes stale", [] { return two_segments(true); }},
     {"rec group", rec_group},
     {"a checkpoint's idx1 under later chunks", checkpoint_index_tail},
-    {"MPEG-4 VOP coding types",
-     [] { return bitstream("XVID", {{vop(0), true}, {vop(1), false}, {byte_image(), false}, {vop(2), false}, {vop(0), true}}); }},
-    {"MPEG-4 with dd chunks, which are no key frames",
-     [] { return bitstream("XVID", {{vop(0), true}, {byte_image(), false}, {vop(1), false}, {byte_image(), false}}, true); }},
+    {"MPEG-4 VOP coding types; an empty frame and a dd chunk are no key frames",
+     [] {
+         return bitstream("XVID", {{"00dc", vop(0), true}, {"00dc", vop(1), false}, {"00dc", byte_image(), false},
+                                   {"00dd", filler(12, 9), false}, {"00dc", vop(2), false}, {"00dc", vop(0), true}});
+     }},
     {"H.264 IDR slices",
-     [] { return bitstream("H264", {{nal({7, 8, 5}), true}, {nal({1}), false}, {nal({6, 5}), true}, {nal({9, 1}), false}}); }},
+     [] {
+         return bitstream("H264", {{"00dc", nal({7, 8, 5}), true}, {"00dc", nal({1}), false},
+                                   {"00dc", nal({6, 5}), true}, {"00dc", nal({9, 1}), false}});
+     }},
 };
 
 class RepairImage : public testing::TestWithParam<row> {};

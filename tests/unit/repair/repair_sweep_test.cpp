@@ -171,14 +171,18 @@ INSTANTIATE_TEST_SUITE_P(Writer, RepairSweep,
 // were put; the chunks after a track's last one are taken as key frames.
 TEST(RepairOpenDml, StandardIndexesGiveKeyFrames) {
     scratch_path path;
-    aviout_handle *w = open_writer(path, "va", {1, 1.4});
+    aviout_handle *w = open_writer(path, "v", {1, 1.4});
     ASSERT_NE(w, nullptr);
+    const audio_stream_format audio = audio_record(8000);
+    const double duration = 0.04;
+    int32_t as = -1;
+    ASSERT_EQ(aviout_set_audio_format(w, &as, &audio, &duration), 0);
     std::vector<kept_chunk> puts;
     for (int i = 0; i < 30; ++i) {
         puts.push_back({"00dc", payload(300 + static_cast<uint32_t>(i), static_cast<uint32_t>(i)), i % 3 == 0});
         put(w, 0, puts.back().key ? AVIOUT_KEY_FRAME : 0, puts.back().data);
         puts.push_back({"01wb", payload(161, 500u + i), false});
-        put(w, 1, 0, puts.back().data);
+        put(w, as, 0, puts.back().data);
     }
     aviout_close(w);
     const std::vector<uint8_t> finished = file_bytes(path);
