@@ -20,7 +20,9 @@ struct menu_forms_file {
         const byte_image form1 = menu_form(byte_image().append(bare_chunk("MRIF", "seg1")).append(menu_a));
         const byte_image form2 = menu_form(
             byte_image().append(menu_b1).append(bare_chunk("MRIF", "s2")).append(menu_b2).append(bare_chunk("MRIF", "")));
-        const byte_image form3 = menu_form_after_head(byte_image().append(bare_chunk("MRIF", "")).append(menu_c));
+        // A 16-byte head whose first 8 bytes hold the form's position in the file.
+        const byte_image head = byte_image().chunk("MHDR", byte_image().u64(0).u64(0));
+        const byte_image form3 = menu_form(byte_image().append(bare_chunk("MRIF", "")).append(menu_c), head);
         image.append(avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())));
         form1_at = image.size();
         image.append(form1).append(bare_chunk("JUNK", "--"));
