@@ -20,7 +20,9 @@ struct menu_forms_file {
         const byte_image form1 = menu_form(byte_image().append(bare_chunk("MRIF", "seg1")).append(menu_a));
         const byte_image form2 = menu_form(
             byte_image().append(menu_b1).append(bare_chunk("MRIF", "s2")).append(menu_b2).append(bare_chunk("MRIF", "")));
-        const byte_image form3 = menu_form_after_head(byte_image().append(bare_chunk("MRIF", "")).append(menu_c));
+        // A 16-byte head whose first 8 bytes hold the form's position in the file.
+        const byte_image head = byte_image().chunk("MHDR", byte_image().u64(0).u64(0));
+        const byte_image form3 = menu_form(byte_image().append(bare_chunk("MRIF", "")).append(menu_c), head);
         image.append(avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())));
         form1_at = image.size();
         image.append(form1).append(bare_chunk("JUNK", "--"));
@@ -47,24 +49,21 @@ TEST(GetNextMenu, ScansFormsAndKeepsTheLastMenu) {
     junk_past_end.append(bare_chunk("JUNK", "xx")).set_u32(f.form2_at + 4, 0xFFFFFFFFu);
     const std::string none = "(none) size 0";
     const int64_t skip = -1;
-    const struct { const char *name; byte_image image; int64_t start_form; int result; int32_t count; std::string menu; int64_t form_pos; } rows[] = {
+    const struct { const char *name; byte_image image; int result; int32_t count; std::string menu; int64_t form_pos; } rows[] = {
         // Four RIFF forms and four MRIF chunks.
-        {"whole file", f.image, skip, 1, 4 + 4, whole(f.menu_c), int64_t(f.form3_at) + 12 + 24 + 12},
-        {"from the second form", f.image, int64_t(f.form2_at) + 24, 1, 2 + 3, whole(f.menu_c), skip},
-        {"first two forms", f.image.head(f.form3_at), skip, 1, 3 + 3, whole(f.menu_b2), int64_t(f.form2_at) + 24},
-        {"no menu form", avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())), skip, 1, 1, none, skip},
-        {"empty file", byte_image(), skip, 1, 0, none, skip},
+        {"whole file", f.image, 1, 4 + 4, whole(f.menu_c), int64_t(f.form3_at) + 12 + 24 + 12},
+        {"first two forms", f.image.head(f.form3_at), 1, 3 + 3, whole(f.menu_b2), int64_t(f.form2_at) + 24},
+        {"no menu form", avi_form(byte_image().append(hdrl({video_strl()})).append(one_frame_movi())), 1, 1, none, skip},
+        {"empty file", byte_image(), 1, 0, none, skip},
         // A menu chunk claiming more than the file holds ends the scan unread.
-        {"menu past the end", with_size(0x7FFFFFF0u), skip, 0, skip, whole(f.menu_b2), skip},
-        {"menu far past the end", with_size(0xFFFFFFFFu), skip, 0, skip, whole(f.menu_b2), skip},
-        {"menu one byte past the end", with_size(uint32_t(f.image.size() - c_at - 7)), skip, 0, skip, whole(f.menu_b2), skip},
-        {"chunk header cut short", f.image.head(f.form2_at + 2), skip, 0, skip, whole(f.menu_a), skip},
-        {"top-level size past the end", junk_past_end, skip, 1, skip, whole(f.menu_a), skip},
+        {"menu far past the end", with_size(0xFFFFFFFFu), 0, skip, whole(f.menu_b2), skip},
+        {"menu one byte past the end", with_size(uint32_t(f.image.size() - c_at - 7)), 0, skip, whole(f.menu_b2), skip},
+        {"chunk header cut short", f.image.head(f.form2_at + 2), 0, skip, whole(f.menu_a), skip},
+        {"top-level size past the end", junk_past_end, 1, skip, whole(f.menu_a), skip},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         hand_handle h(r.image);
-        if (r.start_form != skip) h->menu_form_pos = r.start_form;
         EXPECT_EQ(aviin_getNextMenu(h), r.result);
         if (r.count != skip) { EXPECT_EQ(riff_count(h), r.count); }
         EXPECT_EQ(block(aviin_get_menu_chunk, h), r.menu);
@@ -122,49 +121,20 @@ TEST(GotoNextMenu, StepsThroughTheFormThenRestoresThePosition) {
     }
 }
 
-// Handles a step cannot go on from, and hostile forms: each step fails, the
-// position comes back and the current chunk stays.
+// A handle with no menu chunk to step from, and a menu chunk larger than the
+// file: the step fails, the position comes back and no chunk is taken.
 TEST(GotoNextMenu, NothingToStepFrom) {
     const stepping_file f;
-    byte_image big = f.image;  // a menu chunk larger than the file
-    big.set_u32(static_cast<size_t>(f.image.find("bbbb") - 4), 0xFFFFFFF0u);
-    const struct { const char *name; const byte_image &image; bool scanned; int64_t form_pos; int32_t chunk_size; } rows[] = {
-        {"no menu chunk found yet", f.image, false, f.form_pos, 4},
-        {"no size field 20 bytes before the form", f.image, true, 10, 4},
-        {"negative current size", f.image, true, f.form_pos, -6},
-        {"menu chunk past the end", big, true, f.form_pos, 4},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.name);
-        hand_handle h(r.image);
-        if (r.scanned) f.as_scanned(h);
-        h->menu_form_pos = r.form_pos;
-        h->menu_chunk_size = r.chunk_size;
+    const byte_image big = byte_image(f.image).set_u32(static_cast<size_t>(f.image.find("bbbb") - 4), 0xFFFFFFF0u);
+    for (const byte_image *image : {&f.image, &big}) {
+        hand_handle h(*image);
+        if (image == &big) f.as_scanned(h);
+        h->menu_form_pos = f.form_pos;
+        h->menu_chunk_size = 4;
         h.seek(5);
         EXPECT_EQ(aviin_goto_next_menu(h), 1);
         EXPECT_EQ(h.tell(), 5);
-        EXPECT_EQ(block(aviin_get_menu_chunk, h), "(none) size " + std::to_string(r.chunk_size)) << "no chunk taken";
+        EXPECT_EQ(block(aviin_get_menu_chunk, h), "(none) size 4") << "no chunk taken";
     }
     EXPECT_EQ(aviin_goto_next_menu(nullptr), 1);
-}
-
-TEST(MenuForms, ScanThenStepAcrossTheLastForm) {
-    // The scan leaves the last form's last menu; stepping starts from the
-    // form's head again and ends within the form.
-    const byte_image m1 = bare_chunk("MENU", "m1"), m2 = bare_chunk("MENU", "m2"), m3 = bare_chunk("MENU", "m3");
-    const byte_image image = byte_image()
-                                 .append(menu_form(bare_chunk("MENU", "x0")))
-                                 .append(menu_form(byte_image().append(m1).append(m2).append(m3)))
-                                 .append(bare_chunk("JUNK", "MENU"));
-    hand_handle h(image);
-    for (int scan = 0; scan < 2; ++scan) {
-        SCOPED_TRACE(scan == 0 ? "first scan" : "a second scan starts stepping afresh");
-        EXPECT_EQ(aviin_getNextMenu(h), 1);
-        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m3));
-        EXPECT_EQ(aviin_goto_next_menu(h), 0);
-        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m2));
-        EXPECT_EQ(aviin_goto_next_menu(h), 0);
-        EXPECT_EQ(block(aviin_get_menu_chunk, h), whole(m3));
-        EXPECT_EQ(aviin_goto_next_menu(h), 1);
-    }
 }

@@ -14,16 +14,10 @@ inline byte_image bare_chunk(const char *id, const std::string &payload) {
     return byte_image().chunk(id, byte_image().text(payload), false);
 }
 
-// A top-level menu form: "RIFF" size type, then the "KMNU" list as its first list.
-inline byte_image menu_form(const byte_image &chunks, const char *form_type = "KQMF") {
-    return byte_image().list("RIFF", form_type, byte_image().list("LIST", "KMNU", chunks));
-}
-
-// A menu form whose "KMNU" list follows a first chunk of its own, here a
-// 16-byte head whose first 8 bytes hold the form's position in the file.
-inline byte_image menu_form_after_head(const byte_image &chunks, uint64_t position = 0) {
-    const byte_image head = byte_image().chunk("MHDR", byte_image().u64(position).u64(0));
-    return byte_image().list("RIFF", "KQMF", byte_image().append(head).list("LIST", "KMNU", chunks));
+// A top-level menu form: "RIFF" size type, then the "KMNU" list as its first
+// list or, with a head, after that first chunk of the form's own.
+inline byte_image menu_form(const byte_image &chunks, const byte_image &head = byte_image()) {
+    return byte_image().list("RIFF", "KQMF", byte_image(head).list("LIST", "KMNU", chunks));
 }
 
 // A block as its getter (aviin_get_metadata_info, aviin_get_menu_info or

@@ -21,6 +21,12 @@ struct std_entry {
     uint32_t extra = 0; // a third word, only with wLongsPerEntry 3
 };
 
+// What an entry lookup gave: its status, and the outputs, 0xDEAD where untouched.
+struct entry_out {
+    int status;
+    uint32_t type = 0xDEAD, size = 0xDEAD, key = 0xDEAD;
+};
+
 constexpr size_t written_indx_bytes = 1632;  // 100 entries, as the writer lays it out
 
 // An "indx" chunk of 100 entry slots (size 1624) unless size says otherwise;
