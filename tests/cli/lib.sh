@@ -15,7 +15,6 @@ kq() {
 }
 
 has() { grep -q -e "$1" "$work/out"; }                 # stdout holds a line matching the regex
-has_not() { ! grep -q -e "$1" "$work/out"; }
 err_is() { [ "$(cat "$work/err")" = "$1" ]; }            # stderr is exactly this one line
 err_one_line() { [ "$(wc -l < "$work/err")" -eq 1 ] && grep -q '^kelqavi: ' "$work/err"; }
 out_empty() { [ ! -s "$work/out" ]; }
