@@ -51,6 +51,7 @@ kq subs --json --frame 5 "$sample"
 expect_status 0 "subs --frame 5"
 first=$(sed -n 's/.*{"stream": 3, "offset": \([0-9]*\), "size": 154, "text": "00:00:00.000-00:00:01.400".*/\1/p' "$work/out")
 check "subs: the first subtitle's offset" test -n "$first"
+check "its time span is ended by a NUL" test "$(od -An -tx1 -j $((first + 33)) -N1 "$sample")" = " 00"
 check "at 0.5 s the first subtitle shows for 900 ms more" \
     grep -q "{\"stream\": 3, \"result\": 0, \"subtitle_offset\": $first, \"left_ms\": 900, \"last_frame_offset\": null}" "$work/out"
 kq subs --json --frame 10 "$sample"
