@@ -57,18 +57,11 @@ damaged "$work/cut.avi" 3 <<'EOF'
 2060 | !runs | "size": 24, "pad": "none", "status": "ok"}
 *    | ^16 chunks \(5 lists\) in 1 RIFF form, 4 levels deep, 1.6 KiB of JUNK. 3 problems: 3 chunks past the end of the file.$ | "problems": 3}
 EOF
-check "cut at 2100: three past_eof" [ "$(count '"status": "past_eof"')" -eq 3 ]
 
 # Inside a chunk header: four bytes of the 01wb header are left.
 head -c 2096 "$work/sample.avi" > "$work/cut.avi"
 damaged "$work/cut.avi" 3 <<'EOF'
 2092 | chunk header cut off by the end of the file (4 bytes of 8) | "kind": "bytes", "id": null, "size": 4, "pad": "none", "status": "past_eof", "overrun": 4,
-EOF
-
-# Inside the movi list header, two bytes into it.
-head -c 2050 "$work/sample.avi" > "$work/cut.avi"
-damaged "$work/cut.avi" 3 <<'EOF'
-2048 | | "kind": "bytes", "id": null, "size": 2, "pad": "none", "status": "past_eof", "overrun": 6,
 EOF
 
 # Just before the last pad byte: 01wb is whole and ok, only its pad byte is
@@ -82,13 +75,8 @@ EOF
 
 # --- A chunk that overruns its list ------------------------------------------
 # RIFF 'TEST' { LIST 'outr' { aaaa (10), bbbb claiming 100 with 20 there }, cccc (4) }
-{
-    printf 'RIFF'; le32 74; printf 'TEST'
-    printf 'LIST'; le32 50; printf 'outr'
-    chunk aaaa 0123456789
-    printf 'bbbb'; le32 100; printf '%020d' 0
-    chunk cccc wxyz
-} > "$work/overrun.avi"
+riff_file "$work/overrun.avi" "lst('TEST', lst('outr', chunk('aaaa', b'0123456789'), b'bbbb' + le(100) + b'0' * 20),
+                                   chunk('cccc', b'wxyz'), fourcc='RIFF')"
 damaged "$work/overrun.avi" 3 <<'EOF'
 42 | runs 80 B past the end of LIST 'outr' at 12 | "kind": "chunk", "id": "bbbb", "size": 100, "pad": "none", "status": "past_parent", "overrun": 80,
 70 | `- cccc | ^      \{"offset": 70, "kind": "chunk", "id": "cccc", "size": 4, "pad": "none", "status": "ok"\}$
@@ -98,13 +86,8 @@ EOF
 # --- A list that overruns its parent: walked only within the parent ----------
 # RIFF 'TEST' (40) { LIST 'innr' claiming 1000 { aaaa (4), bbbb (4) } }, then
 # a top-level chunk 'tail', which must not be taken for part of 'innr'.
-{
-    printf 'RIFF'; le32 40; printf 'TEST'
-    printf 'LIST'; le32 1000; printf 'innr'
-    chunk aaaa 1234
-    chunk bbbb 5678
-    chunk tail ok
-} > "$work/listover.avi"
+riff_file "$work/listover.avi" "b'RIFF' + le(40) + b'TEST' + b'LIST' + le(1000) + b'innr' + chunk('aaaa', b'1234')
+                                + chunk('bbbb', b'5678') + chunk('tail', b'ok')"
 damaged "$work/listover.avi" 3 <<'EOF'
 12 | runs 972 B past the end of RIFF 'TEST' at 0 |
 24 | !runs |
@@ -115,28 +98,17 @@ EOF
 
 # The same, with a chunk inside 'innr' that crosses the end of the form: the
 # end it passes is the form's, since 'innr' itself has no end in the file.
-{
-    printf 'RIFF'; le32 40; printf 'TEST'
-    printf 'LIST'; le32 1000; printf 'innr'
-    chunk aaaa 1234
-    printf 'cccc'; le32 10; printf 'abcd'
-    chunk tail ok
-} > "$work/listover.avi"
+riff_file "$work/listover.avi" "b'RIFF' + le(40) + b'TEST' + b'LIST' + le(1000) + b'innr' + chunk('aaaa', b'1234')
+                                + b'cccc' + le(10) + b'abcd' + chunk('tail', b'ok')"
 damaged "$work/listover.avi" 3 <<'EOF'
 36 | runs 6 B past the end of RIFF 'TEST' at 0 | "id": "cccc", "size": 10, "pad": "none", "status": "past_parent", "overrun": 6, "notes": \["runs 6 B past the end of RIFF .TEST. at 0"\]\}
 48 | | ^    \{"offset": 48, "kind": "chunk", "id": "tail",
 EOF
 
 # --- An unfinished recording: placeholder sizes, last chunk cut --------------
-{
-    printf 'RIFF'; le32 4294967295; printf 'AVI '
-    printf 'LIST'; le32 68; printf 'hdrl'
-    printf 'avih'; le32 56; head -c 56 /dev/zero
-    printf 'LIST'; le32 4294967295; printf 'movi'
-    chunk 00dc "$(printf '%030d' 0)"
-    chunk 01wb 1234567
-    printf '00dc'; le32 500; printf '%020d' 0
-} > "$work/recording.avi"
+riff_file "$work/recording.avi" "b'RIFF' + le(0xFFFFFFFF) + b'AVI ' + lst('hdrl', chunk('avih', bytes(56)))
+                                 + b'LIST' + le(0xFFFFFFFF) + b'movi' + chunk('00dc', b'0' * 30) + chunk('01wb', b'1234567')
+                                 + b'00dc' + le(500) + b'0' * 20"
 damaged "$work/recording.avi" 3 <<'EOF'
 0   | size is the unpatched placeholder 0xFFFFFFFF |
 0   | runs 4.0 GiB past the end of the file |
@@ -145,20 +117,10 @@ damaged "$work/recording.avi" 3 <<'EOF'
 138 | +1 pad byte |
 154 | runs 480 B past the end of the file | "size": 500, "pad": "none", "status": "past_eof", "overrun": 480,
 EOF
-head -c 160 "$work/recording.avi" > "$work/cut.avi"
-damaged "$work/cut.avi" 3 <<'EOF'
-154 | chunk header cut off by the end of the file (6 bytes of 8) |
-EOF
 
 # --- Two forms, then bytes too few for a chunk header -------------------------
-{
-    printf 'RIFF'; le32 18; printf 'AVI '
-    chunk JUNK 'Kelq K'
-    printf 'RIFF'; le32 28; printf 'AVIX'
-    printf 'LIST'; le32 16; printf 'movi'
-    chunk 00dc xyz
-    printf '\1\2\3'
-} > "$work/forms.avi"
+riff_file "$work/forms.avi" "lst('AVI ', chunk('JUNK', b'Kelq K'), fourcc='RIFF')
+                             + lst('AVIX', lst('movi', chunk('00dc', b'xyz')), fourcc='RIFF') + b'\1\2\3'"
 damaged "$work/forms.avi" 3 <<'EOF'
 26 | RIFF 'AVIX' |
 50 | +1 pad byte; video, stream 0 |
@@ -168,13 +130,9 @@ damaged "$work/forms.avi" 3 <<'EOF'
 EOF
 
 # --- Nesting a hundred lists deep ---------------------------------------------
-chunk leaf 1 > "$work/body"
-for i in $(seq 100); do
-    size=$(($(wc -c < "$work/body") + 4))
-    { printf 'LIST'; le32 $size; printf 'n%03d' "$i"; cat "$work/body"; } > "$work/next"
-    mv "$work/next" "$work/body"
-done
-{ printf 'RIFF'; le32 $(($(wc -c < "$work/body") + 4)); printf 'DEEP'; cat "$work/body"; } > "$work/deep.avi"
+# RIFF 'DEEP' { LIST 'n100' { LIST 'n099' { ... LIST 'n001' { leaf } ... } } }
+riff_file "$work/deep.avi" "lst('DEEP', functools.reduce(lambda inner, i: lst('n%03d' % i, inner), range(1, 101),
+                                                      chunk('leaf', b'1')), fourcc='RIFF')"
 damaged "$work/deep.avi" 0 <<'EOF'
 756 | nested deeper than 64 levels: not entered |
 *   | | "levels": 64,
@@ -184,13 +142,8 @@ check "nesting stops at 64 levels" [ "$(grep -c -E '^ *[0-9]+  ' "$work/text")" 
 # --- Odd ids, a list too small for its type, a JUNK chunk without pad byte ----
 # RIFF 'ODD ' { LIST of size 2, an id of binary bytes, JUNK of 5 bytes written
 # without its pad byte (so 'abcd' starts one byte early), abcd }.
-{
-    printf 'RIFF'; le32 45; printf 'ODD '
-    printf 'LIST'; le32 2; printf 'xy'
-    printf '\0\1\377\177'; le32 0
-    printf 'JUNK'; le32 5; printf 'Kelq '
-    chunk abcd 12
-} > "$work/odd.avi"
+riff_file "$work/odd.avi" "b'RIFF' + le(45) + b'ODD ' + b'LIST' + le(2) + b'xy' + b'\0\1\xff\x7f' + le(0)
+                           + b'JUNK' + le(5) + b'Kelq ' + chunk('abcd', b'12')"
 damaged "$work/odd.avi" 3 <<'EOF'
 12 | too small to hold a list type | "kind": "chunk", "id": "LIST", "size": 2,
 22 | \x00\x01\xFF\x7F | "kind": "chunk", "id": "\\u0000\\u0001\\u00ff\\u007f", "size": 0,

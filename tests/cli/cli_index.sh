@@ -14,7 +14,6 @@ expect_status 0 "sample"
 # --- keys -----------------------------------------------------------------
 kq keys --json "$sample"
 expect_status 0 "keys --json"
-json_ok
 check "keys: every frame of the sample is a key frame" \
     test "$(sed -n 's/.*"frames": \([0-9]*\),.*/\1/p' "$work/out")" = "$(sed -n 's/.*"key_frames": \([0-9]*\),.*/\1/p' "$work/out")"
 check "keys: 120 bytes an entry" grep -q '"entry_bytes": 120,' "$work/out"
@@ -29,7 +28,6 @@ check "keys: a header line" grep -q '^FRAME   TIME  IDX1  OFFSET  SIZE  AUDIO 1$
 # --- frame ----------------------------------------------------------------
 kq frame --json --extract "$work/frame5.jpg" --audio 1 "$sample" 5
 expect_status 0 "frame 5"
-json_ok
 check "frame 5 is at the offset keys gives" grep -q "^  \"offset\": $key5,$" "$work/out"
 check "frame 5's data follows its header" grep -q "^  \"data_offset\": $((key5 + 8)),$" "$work/out"
 check "frame 5 is its own key frame" grep -q '^  "key_frame": 5,$' "$work/out"
@@ -51,9 +49,9 @@ check "subs: both subtitles with their spans" \
     test "$(grep -c '^     3  *[0-9]*   154  00:00:0[01].[05]00 for 1400 ms  00:00:0[01].[05]00-00:00:0[12].[49]00$' "$work/out")" -eq 2
 kq subs --json --frame 5 "$sample"
 expect_status 0 "subs --frame 5"
-json_ok
 first=$(sed -n 's/.*{"stream": 3, "offset": \([0-9]*\), "size": 154, "text": "00:00:00.000-00:00:01.400".*/\1/p' "$work/out")
 check "subs: the first subtitle's offset" test -n "$first"
+check "its time span is ended by a NUL" test "$(od -An -tx1 -j $((first + 33)) -N1 "$sample")" = " 00"
 check "at 0.5 s the first subtitle shows for 900 ms more" \
     grep -q "{\"stream\": 3, \"result\": 0, \"subtitle_offset\": $first, \"left_ms\": 900, \"last_frame_offset\": null}" "$work/out"
 kq subs --json --frame 10 "$sample"

@@ -12,58 +12,49 @@ export LC_ALL=C
 # Records of the chunks --json output, in segment 0.
 records() { count '"segment": 0, "offset": [0-9]*, "id": "[^"]*", "type"'; }
 
-# --- Building blocks for hand-made files (bash, binary through files) ---------
-zeros() { head -c "$1" /dev/zero; }
-le16() { printf "$(printf '\\%03o\\%03o' $(($1 & 255)) $(($1 >> 8 & 255)))"; }
-# list TYPE FILE: a LIST around the contents of FILE.
-list() {
-    printf 'LIST'
-    le32 $(($(wc -c < "$2") + 4))
-    printf '%s' "$1"
-    cat "$2"
+# --- The hand-made files, all written at once -----------------------------------
+# Every file but kinds and long has one video stream (a 40-byte bitmap header,
+# or 1064 bytes for palette), whose 'movi' data begins at 224.
+python3 -c "$riff_py$(cat <<'EOF'
+avih = lambda streams: chunk('avih', le(40000, 0, 0, 16, 1, 0, streams, 0, 32, 24) + bytes(16))
+def strh(kind, handler):
+    return chunk('strh', (kind + handler).encode() + le(0) + bytes(4) + le(0, 1, 25, 0, 1, 0, 0xFFFFFFFF, 0) + bytes(8))
+def strf_video(size):  # a bitmap header, then size - 40 bytes of palette
+    return chunk('strf', le(40, 32, 24) + struct.pack('<HH', 1, 8) + b'RGB ' + le(768) + bytes(size - 24))
+def header(strf=40, extra=b''):
+    return lst('hdrl', avih(1), lst('strl', strh('vids', 'TEST'), strf_video(strf), extra))
+def avi(movi, strf=40, extra=b''):
+    return lst('AVI ', header(strf, extra), lst('movi', movi), fourcc='RIFF')
+def text_stream(name):  # format values stored in the order 1, 2, 4, 3
+    return lst('strl', strh('txts', '    '), chunk('strf', struct.pack('<4H', 1, 2, 4, 3)), chunk('strn', name.encode()))
+frame = chunk('00dc', b'aaaa')
+swapped = avi(chunk('dc00', b'a' * 8) + chunk('wb01', b'b' * 4))
+files = {
+    # A video stream, a text caption and a chapter (told apart by their
+    # names), and a "mids" stream the reader does not classify.
+    'kinds': lst('AVI ', lst('hdrl', avih(4), lst('strl', strh('vids', 'TEST'), strf_video(40)),
+                              text_stream('Subtitle (English)'), text_stream('Chapter list'),
+                              lst('strl', strh('mids', '    '))), lst('movi', frame), fourcc='RIFF'),
+    # 00dc (4 bytes), a "LIST rec " group holding 01wb (3 bytes), JUNK (6), 00dc
+    # of 70000 bytes (more than the first buffer), an empty 00dc, and 01wb (2).
+    'rules': avi(frame + lst('rec ', chunk('01wb', b'bbb')) + chunk('JUNK', b'j' * 6) + chunk('00dc', b'c' * 70000)
+                 + chunk('00dc') + chunk('01wb', b'dd')),
+    'swapped': swapped,
+    'mrif': b'MRIF' + swapped[4:],
+    'cut': avi(frame + chunk('01wb', b'b' * 100))[:224 + 12 + 8 + 10],  # 10 of the 100 bytes there
+    'back': avi(frame + b'01wb' + le(0xFFFFFFF8) + bytes(16)),
+    'palette': avi(frame, strf=1064),
+    'nomovi': lst('AVI ', header(), fourcc='RIFF'),
+    'emptymovi': lst('AVI ', header(), lst('movi'), fourcc='RIFF'),
+    'emptychunk': avi(chunk('00dc')),
+    'bigindx': avi(frame, extra=b'indx' + le(4000000) + struct.pack('<HH', 4, 0) + le(0) + b'00dc' + bytes(12)),
+    'wave': lst('WAVE', header(), fourcc='RIFF'),
+    'long': lst('AVI ', lst('movi', chunk('00dc') * 32768), fourcc='RIFF'),
 }
-# riff_avi FILE: a RIFF 'AVI ' form around FILE.
-riff_form() {
-    printf 'RIFF'
-    le32 $(($(wc -c < "$2") + 4))
-    printf '%s' "$1"
-    cat "$2"
-}
-# raw_chunk ID SIZE FILL: a chunk of SIZE bytes of FILL (one character), with its pad byte.
-raw_chunk() {
-    printf '%s' "$1"
-    le32 "$2"
-    head -c "$2" /dev/zero | tr '\0' "$3"
-    if [ $(($2 % 2)) -eq 1 ]; then printf '\0'; fi
-}
-avih() {  # avih STREAMS
-    printf 'avih'; le32 56
-    le32 40000; le32 0; le32 0; le32 16; le32 1; le32 0; le32 "$1"; le32 0; le32 32; le32 24
-    zeros 16
-}
-strh() {  # strh TYPE HANDLER
-    printf 'strh'; le32 56
-    printf '%s%s' "$1" "$2"; le32 0; le16 0; le16 0; le32 0
-    le32 1; le32 25; le32 0; le32 1; le32 0; le32 4294967295; le32 0
-    zeros 8
-}
-strf_video() {  # strf_video CHUNK-SIZE: a 40-byte bitmap header, then CHUNK-SIZE - 40 bytes of palette
-    printf 'strf'; le32 "$1"
-    le32 40; le32 32; le32 24; le16 1; le16 8; printf 'RGB '; le32 768; zeros 16
-    zeros $(($1 - 40))
-}
-# header FILE [STRF-SIZE]: LIST 'hdrl' with one video stream.
-header() {
-    { strh vids 'TEST'; strf_video "${2:-40}"; } > "$work/strl.bin"
-    { avih 1; list strl "$work/strl.bin"; } > "$work/hdrl.bin"
-    list hdrl "$work/hdrl.bin" > "$1"
-}
-# avi_file OUT MOVI-CONTENTS [STRF-SIZE]: a whole file around the given movi contents.
-avi_file() {
-    header "$work/h.bin" "${3:-40}"
-    { cat "$work/h.bin"; list movi "$2"; } > "$work/form.bin"
-    riff_form 'AVI ' "$work/form.bin" > "$1"
-}
+for name, data in files.items():
+    open('%s/%s.avi' % (sys.argv[1], name), 'wb').write(data)
+EOF
+)" "$work"
 
 # --- A small hand-laid AVI, as the reader sees it -----------------------------
 # A small AVI laid out chunk by chunk: a video and an audio stream, one
@@ -102,9 +93,6 @@ done
 kq info --json "$work/sample.avi"
 expect_status 0 "info --json on the sample"
 check "info --json parses" json_ok
-check "info --json: the video stream" has '"compression": "MJPG",'
-check "info --json: its size" has '"width": 64,'
-check "info --json: the audio format" has '"format_tag": 1,'
 check "info --json: segment 0" has '{"number": 0, "offset": 0, "id": "RIFF", "form_type": "AVI ", "size": 2144, "menu_form": false, "movi_offset": 2048, "movi_size": 56}'
 check "info --json: idx1 per stream" has '"per_stream": \[{"stream": 0, "entries": 1}, {"stream": 1, "entries": 1}\],'
 
@@ -115,7 +103,6 @@ for mode in "" --headers; do
     check "chunks --json $mode parses" json_ok
     check "chunks $mode: the frame" has '{"segment": 0, "offset": 2060, "id": "00dc", "type": "video", "type_code": 3, "stream": 0, "size": 24, "data_offset": 2068'
     check "chunks $mode: the odd audio chunk" has '{"segment": 0, "offset": 2092, "id": "01wb", "type": "audio", "type_code": 1, "stream": 1, "size": 11, "data_offset": 2100'
-    check "chunks $mode: two records" [ "$(records)" -eq 2 ]
     check "chunks $mode: the segment walked to its end" has '"records": 2, "end": "end_of_list",'
 done
 kq chunks "$work/sample.avi"
@@ -125,29 +112,8 @@ check "chunks: total" has '^total        2     35  35 B$'
 check "chunks: no problems" has '^No problems found.$'
 
 # --- Every stream kind ---------------------------------------------------------
-# A named video stream, two "txts" streams named as a text caption and as a
-# chapter (format values stored in the order 0, 1, 3, 2), and a "mids" stream
-# the reader does not classify.
-text_stream() {  # text_stream NAME
-    { strh txts '    '; printf 'strf'; le32 8; le16 1; le16 2; le16 4; le16 3; chunk strn "$1"; } > "$work/t.bin"
-    list strl "$work/t.bin"
-}
-{ strh vids 'TEST'; strf_video 40; chunk strn "Main"; } > "$work/v.bin"
-strh mids '    ' > "$work/m.bin"
-{
-    avih 4
-    list strl "$work/v.bin"
-    text_stream "Subtitle (English)"
-    text_stream "Chapter list"
-    list strl "$work/m.bin"
-} > "$work/hdrl.bin"
-list hdrl "$work/hdrl.bin" > "$work/h.bin"
-raw_chunk 00dc 4 a > "$work/movi.bin"
-{ cat "$work/h.bin"; list movi "$work/movi.bin"; } > "$work/form.bin"
-riff_form 'AVI ' "$work/form.bin" > "$work/kinds.avi"
 kq info "$work/kinds.avi"
 expect_status 0 "info on every stream kind"
-check "kinds: video, named" has '^  name  *"Main"$'
 check "kinds: stream 1 is a text caption" has '^Stream 1: text caption$'
 check "kinds: stream 2 is a chapter" has '^Stream 2: chapter$'
 check "kinds: format values in memory order" [ "$(count '^  format values  *1, 2, 3, 4$')" -eq 2 ]
@@ -155,23 +121,10 @@ check "kinds: the caption's name, read beside the reader" has '^  name  *"Subtit
 check "kinds: stream 3 is unclassified" has '^Stream 3: unclassified$'
 check "kinds: its stream type" has "^  stream type  *'mids', handler '    '$"
 kq info --json "$work/kinds.avi"
-check "kinds --json parses" json_ok
 check "kinds --json: the kinds in order" [ "$(grep -o '"kind": "[a-z_]*"' "$work/out" | tr '\n' ' ')" = \
     '"kind": "video" "kind": "text_caption" "kind": "chapter" "kind": "unclassified" ' ]
 
 # --- The walk's rules, on a hand-made file -----------------------------------
-# movi: 00dc (4 bytes), a "LIST rec " group holding 01wb (3 bytes), JUNK (6),
-# 00dc of 70000 bytes (more than the first buffer), an empty 00dc, and 01wb (2).
-{
-    raw_chunk 00dc 4 a
-    raw_chunk 01wb 3 b > "$work/rec.bin"
-    list 'rec ' "$work/rec.bin"
-    raw_chunk JUNK 6 j
-    raw_chunk 00dc 70000 c
-    raw_chunk 00dc 0 x
-    raw_chunk 01wb 2 d
-} > "$work/movi.bin"
-avi_file "$work/rules.avi" "$work/movi.bin"
 # The movi list's data begins at 12 + 12 + 56 + 8 + 12 + 64 + 48 + 12 = 224.
 kq chunks --json "$work/rules.avi"
 expect_status 0 "chunks on the rules file"
@@ -196,8 +149,6 @@ check "rules --headers: seven records" [ "$(records)" -eq 7 ]
 # Type-first ids: unrecognised unless --swapped-ids. (The sizes keep the
 # header walk's four-byte steps off "wb" at the third and fourth byte of a
 # step, which would make it an audio id whatever the first two are.)
-{ raw_chunk dc00 8 a; raw_chunk wb01 4 b; } > "$work/movi.bin"
-avi_file "$work/swapped.avi" "$work/movi.bin"
 kq chunks --json --headers "$work/swapped.avi"
 expect_status 0 "chunks --headers on type-first ids"
 # The walk ends where the list's start + size lies, 8 bytes before its true
@@ -211,7 +162,6 @@ check "--swapped-ids: wb01 is audio of stream 1" has '"id": "wb01", "type": "aud
 
 # A first form with the id "MRIF", which the reader takes like "RIFF" but does
 # not number as a segment.
-{ printf 'MRIF'; tail -c +5 "$work/swapped.avi"; } > "$work/mrif.avi"
 kq info --json "$work/mrif.avi"
 expect_status 0 "info on an MRIF first form"
 check "MRIF first form: no segment counted" has '"segment_count": 0,'
@@ -222,9 +172,6 @@ check "MRIF first form: its chunks" has '"segment": -1, "offset": 224, "id": "dc
 
 # --- Damaged files ---------------------------------------------------------------
 # A chunk whose data the file cuts short.
-{ raw_chunk 00dc 4 a; raw_chunk 01wb 100 b; } > "$work/movi.bin"
-avi_file "$work/full.avi" "$work/movi.bin"
-head -c $((224 + 12 + 8 + 10)) "$work/full.avi" > "$work/cut.avi"
 kq chunks --json "$work/cut.avi"
 expect_status 3 "chunks on a cut chunk"
 check "cut: 10 of 100 bytes read" has '"id": "01wb", .*"size": 100, "data_offset": 244, "read": 10, "cut_short": true}'
@@ -237,8 +184,6 @@ expect_status 3 "chunks (text) on a cut chunk"
 check "cut: the note" has 'cut short by the end of the file: 10 of 100 bytes'
 
 # A size of 0xFFFFFFF8 steps the header walk eight bytes back, onto itself.
-{ raw_chunk 00dc 4 a; printf '01wb'; le32 4294967288; zeros 16; } > "$work/movi.bin"
-avi_file "$work/back.avi" "$work/movi.bin"
 kq chunks --json --headers "$work/back.avi"
 expect_status 3 "chunks --headers on a size that steps backwards"
 check "backwards: marked, and the walk stops" has '"id": "01wb", .*"backwards": true}'
@@ -260,61 +205,29 @@ refused() {  # refused FILE REASON [MODES]
         done
     done
 }
-raw_chunk 00dc 4 a > "$work/movi.bin"
-avi_file "$work/palette.avi" "$work/movi.bin" 1064
 refused "$work/palette.avi" "stream 0's video format has 1024 bytes after its 40-byte header (palette or codec data), which this reader does not accept" --strict
-header "$work/h.bin"
-riff_form 'AVI ' "$work/h.bin" > "$work/nomovi.avi"
 # The header list ends the file: the reader stops looking for the stream's
 # next chunk before it can miss 'movi'.
 refused "$work/nomovi.avi" "stream 0's list is cut short by the end of the file"
-: > "$work/empty.bin"
-{ cat "$work/h.bin"; list movi "$work/empty.bin"; } > "$work/form.bin"
-riff_form 'AVI ' "$work/form.bin" > "$work/emptymovi.avi"
 refused "$work/emptymovi.avi" "its 'movi' list is empty (size 4)"
 # One empty chunk: the reader's end test (start + size) is met at once.
-raw_chunk 00dc 0 x > "$work/movi.bin"
-avi_file "$work/emptychunk.avi" "$work/movi.bin"
 refused "$work/emptychunk.avi" "its 'movi' list is empty (size 12)"
 # An indx whose size carries the reader past the end of the file: the header
 # walks end there, before 'movi'.
-{ strh vids 'TEST'; strf_video 40; printf 'indx'; le32 4000000; le16 4; zeros 2; le32 0; printf '00dc'; zeros 12; } > "$work/s.bin"
-{ avih 1; list strl "$work/s.bin"; } > "$work/hdrl.bin"
-list hdrl "$work/hdrl.bin" > "$work/h.bin"
-raw_chunk 00dc 4 a > "$work/movi.bin"
-{ cat "$work/h.bin"; list movi "$work/movi.bin"; } > "$work/form.bin"
-riff_form 'AVI ' "$work/form.bin" > "$work/bigindx.avi"
 refused "$work/bigindx.avi" "its first RIFF form has no 'movi' list the reader reaches: 'hdrl' at 12 carries its walk to the end of the file"
-riff_form 'WAVE' "$work/h.bin" > "$work/wave.avi"
 refused "$work/wave.avi" "it is a RIFF 'WAVE' form, not 'AVI '"
-printf 'hello, world\n' > "$work/text.avi"
-refused "$work/text.avi" "it is not a RIFF file (it begins with 'hell')"
-: > "$work/nothing.avi"
-refused "$work/nothing.avi" "the file is empty"
-kq info "$work/no-such-file.avi"
-expect_status 1 "info on a missing file"
-check "a missing file: the system's reason" err_is "kelqavi: cannot open '$work/no-such-file.avi': No such file or directory"
 
 # --- Long walks on a terminal (natively, where script(1) can give the tool
 # one): the bar shows on a terminal stderr only, is erased at the end, and
 # never touches stdout. 32768 empty chunks, no header list (which the reader
 # does not need); the last chunk, at the list's end, is never returned.
-if [ "${KELQAVI_CLI_NATIVE:-0}" != 1 ]; then
-    skip "progress bars (not a native build)"
-elif ! command -v script > /dev/null 2>&1; then
-    fail "script(1) is missing: the progress bars cannot be checked"
-else
-    printf '00dc\0\0\0\0' > "$work/one"
-    for _ in $(seq 15); do cat "$work/one" "$work/one" > "$work/two"; mv "$work/two" "$work/one"; done
-    { printf 'LIST'; le32 $((4 + 32768 * 8)); printf 'movi'; cat "$work/one"; } > "$work/form.bin"
-    riff_form 'AVI ' "$work/form.bin" > "$work/long.avi"
-    cmdline=$(printf '%q ' "${tool[@]}")
+if on_terminal "progress bars"; then
     while read -r command verb; do
         kq "$command" "$work/long.avi"
         expect_status 0 "$command on 32768 chunks"
         check "$command: no progress bar when stderr is not a terminal" [ ! -s "$work/err" ]
         cp "$work/out" "$work/long.txt"
-        TERM=xterm script -qec "$cmdline $command '$work/long.avi' > '$work/long_tty.txt'" /dev/null < /dev/null > "$work/tty.txt" 2>&1
+        on_tty "$command '$work/long.avi' > '$work/long_tty.txt'"
         check "$command: a progress bar on a terminal stderr" grep -q "kelqavi: $verb .*long.avi \[#*\.*\] .*chunks" "$work/tty.txt"
         check "$command: the bar is erased at the end" sh -c "tail -c 4 '$work/tty.txt' | grep -q \"\$(printf '\\033')\\[K\""
         check "$command: stdout is the same with the bar on stderr" cmp -s "$work/long.txt" "$work/long_tty.txt"

@@ -15,15 +15,10 @@ kq() {
 }
 
 has() { grep -q -e "$1" "$work/out"; }                 # stdout holds a line matching the regex
-has_not() { ! grep -q -e "$1" "$work/out"; }
 err_is() { [ "$(cat "$work/err")" = "$1" ]; }            # stderr is exactly this one line
 err_one_line() { [ "$(wc -l < "$work/err")" -eq 1 ] && grep -q '^kelqavi: ' "$work/err"; }
 out_empty() { [ ! -s "$work/out" ]; }
 count() { grep -c -e "$1" "$work/out" || true; }
-
-# The row of the table whose offset column is $1, with the tree drawing and
-# notes as printed.
-row_at() { grep -E "^ *$1  " "$work/out" | head -n 1; }
 
 # Little-endian 32-bit value as four raw bytes.
 le32() {
@@ -31,13 +26,38 @@ le32() {
     printf "$(printf '\\%03o\\%03o\\%03o\\%03o' $((n & 255)) $((n >> 8 & 255)) $((n >> 16 & 255)) $((n >> 24 & 255)))"
 }
 
-# chunk ID DATA: a whole chunk with its size and, after odd data, a pad byte.
-# DATA is plain text.
-chunk() {
-    printf '%s' "$1"
-    le32 ${#2}
-    printf '%s' "$2"
-    if [ $((${#2} % 2)) -eq 1 ]; then printf '\0'; fi
+# Hand-made files are built in Python with these: le(VALUES...) gives 32-bit
+# little-endian bytes, chunk(ID, DATA) a chunk with its pad byte after odd
+# data, lst(TYPE, PARTS...) a list around the parts (fourcc='RIFF': a form).
+riff_py='import functools, struct, sys
+le = lambda *v: struct.pack("<%dI" % len(v), *v)
+def chunk(fourcc, data=b""):
+    return fourcc.encode() + le(len(data)) + data + b"\0" * (len(data) & 1)
+def lst(kind, *parts, fourcc="LIST"):
+    body = kind.encode() + b"".join(parts)
+    return fourcc.encode() + le(len(body)) + body
+'
+# riff_file FILE 'EXPRESSION': FILE holds the bytes of the Python expression.
+riff_file() { python3 -c "$riff_py"'
+open(sys.argv[1], "wb").write(eval("(" + sys.argv[2] + ")"))' "$1" "$2"; }
+
+# Media chunk sizes per stream as 'chunks' reads them: "STREAM TYPE SIZE" lines.
+chunk_sizes() {
+    "${tool[@]}" chunks --json "$@" | grep -o '"type_code": [1-7], "stream": [0-9]*, "size": [0-9]*' |
+        sed 's/"type_code": \([0-9]*\), "stream": \([0-9]*\), "size": \([0-9]*\)/\2 \1 \3/'
+}
+
+# on_terminal WHAT: true where the tool runs natively (KELQAVI_CLI_NATIVE=1)
+# and script(1) can give it a terminal; elsewhere WHAT is skipped, and without
+# script(1) it fails.
+on_terminal() {
+    [ "${KELQAVI_CLI_NATIVE:-0}" = 1 ] || { skip "$1 (not a native build)"; return 1; }
+    command -v script > /dev/null 2>&1 || { fail "script(1) is missing: $1 cannot be checked"; return 1; }
+}
+# on_tty 'ARGS': the tool run with ARGS (shell words, redirections too) on a
+# terminal; what the terminal shows goes to $work/tty.txt.
+on_tty() {
+    TERM=xterm script -qec "$(printf '%q ' "${tool[@]}") $1" /dev/null < /dev/null > "$work/tty.txt" 2>&1
 }
 
 # python3 reads the JSON outputs; without it the checks cannot be made.
