@@ -2,14 +2,9 @@
  * frames a second with a 16 kHz PCM tone, automatic checkpoints, and a
  * SIGKILL of its own after a number of frames, before anything is closed.
  * Usage: checkpoint_recorder OUT ODML CHECKPOINT_SECONDS FRAMES JPEG... */
-#include <kelqavi.h>
-
 #include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 
-#include "whole_file.h"
+#include "recorder.h"
 
 static aviout_handle *open_recorder(const char *path, uint32_t odml, double seconds, int32_t *video, int32_t *audio) {
     aviout_handle *w = aviout_open(path, odml, 0);
@@ -19,23 +14,8 @@ static aviout_handle *open_recorder(const char *path, uint32_t odml, double seco
     if (w == NULL) return NULL;
     w->index_chunk_seconds = 60.0;
     w->checkpoint_seconds = seconds;
-    memset(&v, 0, sizeof v);
-    v.rate = 25;
-    v.scale = 1;
-    v.width = 160;
-    v.height = 120;
-    memcpy(v.handler, "MJPG", 4);
-    memcpy(v.compression, "MJPG", 4);
-    memset(&a, 0, sizeof a);
-    a.rate = 16000;
-    a.scale = 1;
-    a.sample_size = 2;
-    a.wave_format.format_tag = 1;
-    a.wave_format.channels = 1;
-    a.wave_format.samples_per_sec = 16000;
-    a.wave_format.avg_bytes_per_sec = 32000;
-    a.wave_format.block_align = 2;
-    a.wave_format.bits_per_sample = 16;
+    set_video(&v, "MJPG");
+    set_audio(&a, NULL);
     if (aviout_set_video_format(w, video, &v, &frame) != 0 || aviout_set_audio_format(w, audio, &a, &frame) != 0) {
         aviout_close(w);
         return NULL;

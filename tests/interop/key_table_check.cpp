@@ -4,38 +4,17 @@
 // and each key frame's audio chunks are the packets whose time spans cover
 // the key frame's time (compared as exact fractions of ffprobe's time bases).
 // Usage: key_table_check FILE.avi STREAMS.txt PACKETS.txt
-//   STREAMS.txt: ffprobe -show_entries stream=index,codec_type,time_base -of compact=p=0
-//   PACKETS.txt: ffprobe -show_entries packet=stream_index,pts,duration,size,pos,flags -of compact=p=0
+//   STREAMS.txt: ffprobe -show_entries stream=index,codec_type,time_base -of csv=p=0
+//   PACKETS.txt: ffprobe -show_entries packet=stream_index,pts,duration,size,pos,flags -of csv=p=0
 #include "kelqavi.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
-
-using fields = std::map<std::string, std::string>;
-
-std::vector<fields> read_compact(const char *path) {
-    std::vector<fields> out;
-    std::ifstream in(path);
-    std::string line;
-    while (std::getline(in, line)) {
-        fields f;
-        std::stringstream items(line);
-        std::string item;
-        while (std::getline(items, item, '|')) {
-            const size_t eq = item.find('=');
-            if (eq != std::string::npos) f[item.substr(0, eq)] = item.substr(eq + 1);
-        }
-        if (!f.empty()) out.push_back(f);
-    }
-    return out;
-}
 
 struct packet {
     long long pts, duration, pos, size;
@@ -47,6 +26,27 @@ struct stream {
     long long tb_num = 0, tb_den = 1;
     std::vector<packet> packets;
 };
+
+// The streams and their packets from ffprobe's csv lines, whose fields come
+// in the order shown in the usage. A packet without a position (N/A) was
+// not read from the file, and is left out.
+std::map<int, stream> read_probe(const char *streams_path, const char *packets_path) {
+    std::map<int, stream> out;
+    std::ifstream streams(streams_path), packets(packets_path);
+    std::string line;
+    char type[32], flags[8];
+    int n = 0;
+    long long num = 0, den = 1;
+    while (std::getline(streams, line))
+        if (std::sscanf(line.c_str(), "%d,%31[^,],%lld/%lld", &n, type, &num, &den) == 4) out[n] = {type, num, den, {}};
+    packet p;
+    while (std::getline(packets, line))
+        if (std::sscanf(line.c_str(), "%d,%lld,%lld,%lld,%lld,%7s", &n, &p.pts, &p.duration, &p.size, &p.pos, flags) == 6) {
+            p.key = flags[0] == 'K';
+            out[n].packets.push_back(p);
+        }
+    return out;
+}
 
 int failures = 0;
 
@@ -64,19 +64,7 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "usage: key_table_check FILE STREAMS PACKETS\n");
         return 2;
     }
-    std::map<int, stream> streams;
-    for (const fields &f : read_compact(argv[2])) {
-        stream s;
-        s.type = f.at("codec_type");
-        std::sscanf(f.at("time_base").c_str(), "%lld/%lld", &s.tb_num, &s.tb_den);
-        streams[std::atoi(f.at("index").c_str())] = s;
-    }
-    for (const fields &f : read_compact(argv[3])) {
-        if (f.count("pos") == 0 || f.at("pos") == "N/A") continue;
-        packet p{std::atoll(f.at("pts").c_str()), std::atoll(f.at("duration").c_str()), std::atoll(f.at("pos").c_str()),
-                 std::atoll(f.at("size").c_str()), f.at("flags").find('K') != std::string::npos};
-        streams[std::atoi(f.at("stream_index").c_str())].packets.push_back(p);
-    }
+    std::map<int, stream> streams = read_probe(argv[2], argv[3]);
     int video = -1;
     std::vector<int> audio;  // stream numbers, in order: the table's audio slots
     for (const auto &s : streams) {

@@ -31,16 +31,17 @@ kq() {
     timeout 60 "$tool" "$@" > "$work/out" 2> "$work/err" || status=$?
 }
 
-# Runs the checker; its report is shown indented, and a difference fails.
-compare() {  # compare DESCRIPTION ARGS...
-    local what=$1
+# Runs a checking program; its report is shown indented, and a failure fails.
+judge() {  # judge DESCRIPTION COMMAND...
+    local what=$1 rc=0
     shift
     checks=$((checks + 1))
-    local rc=0
-    python3 "$checker" "$@" > "$work/check" 2>&1 || rc=$?
+    "$@" > "$work/check" 2>&1 || rc=$?
     sed 's/^/    /' "$work/check"
     [ "$rc" -eq 0 ] || fail "$what"
 }
+
+compare() { judge "$1" python3 "$checker" "${@:2}"; }  # compare DESCRIPTION CHECKER-ARGS...
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/ffmpeg_files.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/../support/players.sh"

@@ -7,14 +7,9 @@
  * Usage: standard_maker OUT PROFILE ODML CODEC VIDEO PCM [KILL_AFTER]
  *   PROFILE the writer's standard_profile, ODML 0 or 1, CODEC MJPG or XVID;
  *   with KILL_AFTER the maker kills itself after that many frames, unclosed. */
-#include <kelqavi.h>
-
 #include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 
-#include "whole_file.h"
+#include "recorder.h"
 
 enum { audio_bytes = 1280, max_streams = 5 };
 
@@ -26,32 +21,6 @@ static long next_frame(const uint8_t *b, long size, long from, int xvid) {
         if (xvid && b[i] == 0 && b[i + 1] == 0 && b[i + 2] == 1 && b[i + 3] == 0xB6) return i;
     }
     return size;
-}
-
-static void set_video(video_stream_format *v, const char *codec) {
-    memset(v, 0, sizeof *v);
-    v->rate = 25;
-    v->scale = 1;
-    v->width = 160;
-    v->height = 120;
-    v->quality = 10000;
-    memcpy(v->handler, codec, 4);
-    memcpy(v->compression, codec, 4);
-}
-
-static void set_audio(audio_stream_format *a, const char *name) {
-    memset(a, 0, sizeof *a);
-    a->rate = 32000;
-    a->scale = 2;
-    a->sample_size = 2;
-    a->wave_format.format_tag = 1;
-    a->wave_format.channels = 1;
-    a->wave_format.samples_per_sec = 16000;
-    a->wave_format.avg_bytes_per_sec = 32000;
-    a->wave_format.block_align = 2;
-    a->wave_format.bits_per_sample = 16;
-    a->name_length = (int32_t)strlen(name);
-    a->name = (char *)name;
 }
 
 static void set_caption(caption_stream_format *c, const char *name) {
