@@ -1,7 +1,6 @@
 """Compares what the kelqavi tool says about an AVI file with what ffprobe
 says about it, both as JSON.
 
-  interop_check.py valid FILE...                     each FILE is well-formed JSON
   interop_check.py streams INFO PROBE                info --json against ffprobe -show_streams
   interop_check.py packets CHUNKS PROBE RIFF         chunks --json against ffprobe -show_packets
   interop_check.py indexes INFO CHUNKS RIFF [PROBE]  idx1, super indexes and segments against the walk
@@ -148,19 +147,18 @@ def indexes(info, chunks, riff, probe=None):
 
 def main(argv):
     checks = {"streams": streams, "packets": packets, "indexes": indexes}
-    if len(argv) < 3 or (argv[1] not in checks and argv[1] != "valid"):
+    if len(argv) < 3 or argv[1] not in checks:
         print(__doc__, file=sys.stderr)
         return 2
     try:
         loaded = [json.load(open(path, encoding="utf-8")) for path in argv[2:]]
     except (OSError, ValueError) as e:
         print(e)
-        return 1 if argv[1] == "valid" else 2
-    if argv[1] != "valid":
-        try:
-            checks[argv[1]](*loaded)
-        except (KeyError, TypeError, ValueError) as e:
-            differences.append(f"field missing or of the wrong kind: {e!r}")
+        return 2
+    try:
+        checks[argv[1]](*loaded)
+    except (KeyError, TypeError, ValueError) as e:
+        differences.append(f"field missing or of the wrong kind: {e!r}")
     for d in differences[:40]:
         print("DIFFERENT:", d)
     return 1 if differences else 0

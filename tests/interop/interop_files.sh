@@ -9,57 +9,14 @@ set -u
 . "$(dirname "$0")/lib.sh"
 need_ffmpeg
 
-# interop NAME CHUNKS-STATUS: every comparison for $work/NAME.avi.
-interop() {
-    local name=$1 walk_status=$2
-    local avi=$work/$name.avi
-    echo "== $name"
-    ffprobe -v error -show_streams -of json "$avi" > "$work/$name.streams.json"
-    ffprobe -v error -show_packets -of json "$avi" > "$work/$name.packets.json"
-    kq riff --json "$avi"
-    expect_status "0 3" "$name: riff"
-    cp "$work/out" "$work/$name.riff.json"
-    kq info --json "$avi"
-    expect_status 0 "$name: info --json"
-    cp "$work/out" "$work/$name.info.json"
-    compare "$name: the JSON output parses" valid "$work/$name.info.json" "$work/$name.riff.json"
-    compare "$name: info's streams are ffprobe's" streams "$work/$name.info.json" "$work/$name.streams.json"
-    for mode in whole --headers; do
-        local args=(chunks --json)
-        [ "$mode" = whole ] || args+=("$mode")
-        kq "${args[@]}" "$avi"
-        expect_status "$walk_status" "$name: ${args[*]}"
-        cp "$work/out" "$work/$name.chunks.json"
-        compare "$name: ${args[*]} output parses" valid "$work/$name.chunks.json"
-        echo "  ${args[*]}:"
-        compare "$name: the chunks of ${args[*]} are ffprobe's packets" \
-            packets "$work/$name.chunks.json" "$work/$name.packets.json" "$work/$name.riff.json"
-    done
-    compare "$name: idx1, super indexes and segments agree with the walk" \
-        indexes "$work/$name.info.json" "$work/$name.chunks.json" "$work/$name.riff.json" "$work/$name.streams.json"
-    # The text forms run on the same file with the same status.
-    kq info "$avi"
-    expect_status 0 "$name: info"
-    kq chunks "$avi"
-    expect_status "$walk_status" "$name: chunks"
-}
-
 make_interop_files
 for name in $interop_files; do
-    [ -s "$work/$name.avi" ] || continue
-    if [ "$name" = piped ]; then
-        # Its 'movi' list claims 4 GiB: the walk ends at the end of the file,
-        # and the tool reports the list's size as a fault.
-        interop piped 3
-        check "piped: the chunks output says the size was never patched" \
-            grep -q '"end": "end_of_file"' "$work/piped.chunks.json"
-        check "piped: no idx1" grep -q '"idx1": null' "$work/piped.info.json"
-    else
-        interop "$name" 0
-    fi
+    # piped's 'movi' list claims 4 GiB: the walk ends at the end of the file,
+    # and the tool reports the list's size as a fault.
+    if [ "$name" = piped ]; then against_ffprobe piped 3; else against_ffprobe "$name" 0; fi
 done
-check "two_audio: three streams, the second and third audio" \
-    grep -q '"stream_count": 3' "$work/two_audio.info.json"
+check "piped: the chunks output says the size was never patched" grep -q '"end": "end_of_file"' "$work/piped.chunks.json"
+check "piped: no idx1" grep -q '"idx1": null' "$work/piped.info.json"
 check "opendml_small: two segments, the second an 'AVIX' form" \
     grep -q '"number": 1, "offset": 3822, "id": "RIFF", "form_type": "AVIX"' "$work/opendml_small.info.json"
 check "opendml_small: both walked to their end" \

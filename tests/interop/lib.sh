@@ -43,5 +43,41 @@ judge() {  # judge DESCRIPTION COMMAND...
 
 compare() { judge "$1" python3 "$checker" "${@:2}"; }  # compare DESCRIPTION CHECKER-ARGS...
 
+# against_ffprobe NAME STATUS [READ-OPTION...]: $work/NAME.avi read by the
+# tool and by ffprobe. The stream formats of 'info' are ffprobe's; the media
+# chunks of both walks of 'chunks' (whole and --headers) are ffprobe's
+# packets, stream by stream; idx1, the super indexes and the segments agree
+# with the walk. riff and the walks end with STATUS, in JSON and in text.
+# Leaves the outputs as $work/NAME.{streams,packets,riff,info}.json and
+# $work/NAME.chunks.json, $work/NAME.chunks--headers.json.
+against_ffprobe() {
+    local name=$1 walk_status=$2 avi=$work/$1.avi walk
+    shift 2
+    echo "== $name $*"
+    ffprobe -v error -show_streams -of json "$avi" > "$work/$name.streams.json"
+    ffprobe -v error -show_packets -of json "$avi" > "$work/$name.packets.json"
+    kq riff --json "$avi"
+    expect_status "$walk_status" "$name: riff"
+    cp "$work/out" "$work/$name.riff.json"
+    kq info --json "$@" "$avi"
+    expect_status 0 "$name: info --json"
+    cp "$work/out" "$work/$name.info.json"
+    compare "$name: info's streams are ffprobe's" streams "$work/$name.info.json" "$work/$name.streams.json"
+    for walk in "" --headers; do
+        kq chunks --json $walk "$@" "$avi"
+        expect_status "$walk_status" "$name: chunks $walk"
+        cp "$work/out" "$work/$name.chunks$walk.json"
+        echo "  chunks $walk:"
+        compare "$name: the chunks of chunks $walk are ffprobe's packets" \
+            packets "$work/$name.chunks$walk.json" "$work/$name.packets.json" "$work/$name.riff.json"
+    done
+    compare "$name: idx1, super indexes and segments agree with the walk" \
+        indexes "$work/$name.info.json" "$work/$name.chunks.json" "$work/$name.riff.json" "$work/$name.streams.json"
+    kq info "$@" "$avi"
+    expect_status 0 "$name: info"
+    kq chunks "$@" "$avi"
+    expect_status "$walk_status" "$name: chunks"
+}
+
 source "$(dirname "${BASH_SOURCE[0]}")/../support/ffmpeg_files.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/../support/players.sh"
