@@ -7,7 +7,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
-need ffmpeg ffprobe mplayer gst-launch-1.0 python3
+need ffmpeg ffprobe mplayer gst-launch-1.0
 
 # 25 different pictures, each frame a key frame.
 ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg" ||
@@ -31,18 +31,13 @@ frames_gst() {
 # The video chunks this library's reader walks.
 frames_walked() {
     kq chunks --json "$1"
-    python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); print(sum(s["chunks"] for s in d["streams"] if s["stream"] == 0))' "$work/out"
+    sed -n 's/^ *{"stream": 0, "chunks": \([0-9]*\),.*/\1/p' "$work/out"
 }
+# Where the first 'movi' list ends.
 movi_end() {
     kq riff --json "$1"
-    python3 -c '
-import json, sys
-def find(nodes):
-    for n in nodes:
-        if n.get("list_type") == "movi": return n["offset"] + 8 + n["size"]
-        r = find(n.get("children", []))
-        if r: return r
-print(find(json.load(open(sys.argv[1]))["chunks"]))' "$work/out"
+    echo $(($(sed -n 's/.*{"offset": \([0-9]*\), "kind": "list", "id": "LIST", "list_type": "movi", "size": \([0-9]*\),.*/\1 + 8 + \2/p' \
+        "$work/out" | head -n 1)))
 }
 
 # plays FILE EXPECTED WHAT: every player gives at least EXPECTED frames,

@@ -48,11 +48,8 @@ EOF
 
 # The packets ffprobe reads from a file, as "stream size" lines; audio is
 # summed, since ffprobe may split an audio chunk into several packets.
-probed() {
-    ffprobe -v error -show_entries packet=stream_index,size -of csv=p=0 "$1" |
-        awk -F, '$1 == 0 { print 0, $2 } $1 != 0 { a[$1] += $2 } END { for (s in a) print s, a[s] }'
-}
 summed() { awk '$1 == 0 { print } $1 != 0 { a[$1] += $2 } END { for (s in a) print s, a[s] }'; }
+probed() { ffprobe -v error -show_entries packet=stream_index,size -of csv=p=0 "$1" | tr , ' ' | summed; }
 
 repaired_plays() {
     local file=$1 what=$2 expected
