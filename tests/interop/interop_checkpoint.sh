@@ -1,18 +1,19 @@
 #!/bin/bash
-# A recorder killed with SIGKILL after its checkpoints: the file it leaves,
+# A recorder (this library's writer in its default form: MJPEG, two PCM
+# streams, captions) killed with SIGKILL after its checkpoints: the file it leaves,
 # and that file cut at later bytes, play in ffprobe, ffmpeg, mplayer and
 # GStreamer and walk in this library's reader, every frame put before the
 # last checkpoint included, without any repair.
-# Usage: interop_checkpoint.sh CHECKER TOOL MAKER RECORDER   (native builds only)
+# Usage: interop_checkpoint.sh CHECKER TOOL MAKER STANDARD_MAKER   (native builds only)
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
 need ffmpeg ffprobe mplayer gst-launch-1.0
 
-# 25 different pictures, each frame a key frame.
-ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg" ||
-    fail "ffmpeg could not make the pictures"
-pictures=("$work"/f*.jpg)
+# Four seconds of MJPEG pictures (each frame a key frame) and 16 kHz PCM, the
+# recorder's input.
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -t 4 -q:v 5 -f mjpeg -y "$work/v.mjpeg" &&
+    ffmpeg -nostdin -v error -f lavfi -i sine=sample_rate=16000 -t 4 -f s16le -y "$work/a.pcm" || fail "no payloads"
 
 # The video frames each player hands on.
 frames_ffprobe() { ffprobe -v error -select_streams v -show_packets -of csv "$1" | grep -c '^packet'; }
@@ -61,7 +62,7 @@ plays() {
 for odml in 0 1; do
     avi=$work/killed$odml.avi
     rc=0
-    { "$recorder" "$avi" "$odml" 1.0 90 "${pictures[@]}"; } 2> /dev/null || rc=$?
+    { "$recorder" "$avi" 0 "$odml" MJPG "$work/v.mjpeg" "$work/a.pcm" 90 1.0; } > /dev/null 2>&1 || rc=$?
     check "odml $odml: the recorder was killed (status $rc)" test "$rc" -eq 137
     plays "$avi" 75 "odml $odml, as killed"
     end=$(movi_end "$avi")

@@ -5,7 +5,7 @@
 # (counted by a walk of its bytes here), and the result plays in ffprobe
 # (packet sizes), ffmpeg (no word), mplayer and GStreamer. An MPEG-4
 # recording keeps its key frames (one in 12) without any index to say so.
-# Usage: interop_repair.sh CHECKER TOOL MAKER RECORDER   (native builds only)
+# Usage: interop_repair.sh CHECKER TOOL MAKER STANDARD_MAKER   (native builds only)
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
@@ -40,7 +40,7 @@ while at + 8 <= len(b):
         continue
     if cid in (b'idx1', b'RIFF') or at + 8 + size > len(b):
         break
-    if cid[:2].isdigit() and cid[2:] in (b'dc', b'db', b'wb'):
+    if cid[:2].isdigit() and cid[2:] in (b'dc', b'db', b'wb', b'st', b'ch'):
         print(int(cid[:2]), size)
     at += 8 + size + (size & 1)
 EOF
@@ -93,10 +93,13 @@ kill_at "$work/killed.avi" 600000 gst-launch-1.0 -q videotestsrc num-buffers=500
     filesink location="$work/killed.avi" audiotestsrc num-buffers=5000 ! audio/x-raw,rate=16000,channels=1 ! queue ! m.
 repaired_plays "$work/gstreamer.avi" "GStreamer MJPEG"
 
-ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg"
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -t 4 -q:v 5 -f mjpeg -y "$work/v.mjpeg"
+ffmpeg -nostdin -v error -f lavfi -i sine=sample_rate=16000 -t 4 -f s16le -y "$work/a.pcm"
+# The writer's recordings in the standard form, whose caption streams carry
+# the indexes players look for.
 for odml in 0 1; do
     rm -f "$work/killed.avi"
-    { "$recorder" "$work/killed.avi" "$odml" 1.0 90 "$work"/f*.jpg; } 2> /dev/null
+    { "$recorder" "$work/killed.avi" 1 "$odml" MJPG "$work/v.mjpeg" "$work/a.pcm" 90 1.0; } > /dev/null 2>&1
     repaired_plays "$work/writer$odml.avi" "writer, OpenDML $odml, checkpoints"
 done
 
