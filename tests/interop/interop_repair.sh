@@ -1,5 +1,5 @@
 #!/bin/bash
-# Recordings killed with SIGKILL while they write (ffmpeg, mencoder, GStreamer, and
+# Recordings killed with SIGKILL while they write (ffmpeg, GStreamer, and
 # this library's writer with checkpoints, OpenDML on and off), repaired with
 # 'kelqavi repair': exactly the chunks the killed file holds whole are kept
 # (counted by a walk of its bytes here), and the result plays in ffprobe
@@ -9,7 +9,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
-need ffmpeg ffprobe mplayer mencoder gst-launch-1.0 python3
+need ffmpeg ffprobe mplayer gst-launch-1.0 python3
 
 # kill_at FILE SIZE COMMAND...: runs the recorder until FILE holds SIZE bytes, then kills it.
 kill_at() {
@@ -78,15 +78,6 @@ kill_at "$work/killed.avi" 600000 ffmpeg -nostdin -v error -f lavfi -i testsrc=s
     -f lavfi -i sine=sample_rate=16000 -t 60 -c:v mpeg4 -g 12 -q:v 3 -c:a pcm_s16le -y "$work/killed.avi"
 repaired_plays "$work/ffmpeg.avi" "ffmpeg MPEG-4"
 every_twelfth_key "$work/ffmpeg.avi" "ffmpeg MPEG-4"
-
-# mencoder encodes a minute of ffmpeg's test picture; it is killed well
-# before it has written its index.
-ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 -f lavfi -i sine=sample_rate=16000 -t 60 \
-    -c:v mpeg4 -q:v 3 -c:a pcm_s16le -y "$work/source.avi"
-kill_at "$work/killed.avi" 600000 mencoder "$work/source.avi" -really-quiet -ovc lavc \
-    -lavcopts vcodec=mpeg4:keyint=12 -oac pcm -o "$work/killed.avi"
-repaired_plays "$work/mencoder.avi" "mencoder MPEG-4"
-every_twelfth_key "$work/mencoder.avi" "mencoder MPEG-4"
 
 kill_at "$work/killed.avi" 600000 gst-launch-1.0 -q videotestsrc num-buffers=5000 ! \
     video/x-raw,width=320,height=240,framerate=25/1 ! jpegenc ! queue ! avimux name=m ! \

@@ -114,14 +114,11 @@ int main(int argc, char **argv) {
         ++checked;
     }
     // The key frames kept are the flagged packets.
-    std::vector<long long> flagged;
+    std::string kept, flagged;
+    for (uint32_t i = 0; i < t.count; ++i) kept += " " + std::to_string(entries[i].frame_no);
     for (const packet &p : v.packets)
-        if (p.key) flagged.push_back(p.pts);
-    if (flagged.size() != t.count) fail("key frames: " + std::to_string(t.count) + ", ffprobe " + std::to_string(flagged.size()));
-    for (size_t i = 0; i < flagged.size() && i < t.count; ++i)
-        if (static_cast<long long>(entries[i].frame_no) != flagged[i])
-            fail("key frame " + std::to_string(i) + ": " + std::to_string(entries[i].frame_no) + ", ffprobe " +
-                 std::to_string(flagged[i]));
+        if (p.key) flagged += " " + std::to_string(p.pts);
+    if (kept != flagged) fail("key frames" + kept + ", ffprobe" + flagged);
 
     // Where idx1 offsets count from: the first key frame's header.
     if (t.count == 0) fail("no key frames");
@@ -134,14 +131,10 @@ int main(int argc, char **argv) {
             // The packet whose span covers the key frame's time, as exact fractions.
             const __int128 key_num = static_cast<__int128>(e.frame_no) * v.tb_num, key_den = v.tb_den;
             const packet *playing = nullptr;
-            for (const packet &p : a.packets) {
-                const bool started = !less(key_num, key_den, static_cast<__int128>(p.pts) * a.tb_num, a.tb_den);
-                const bool running = less(key_num, key_den, static_cast<__int128>(p.pts + p.duration) * a.tb_num, a.tb_den);
-                if (started && running) {
+            for (const packet &p : a.packets)
+                if (playing == nullptr && !less(key_num, key_den, static_cast<__int128>(p.pts) * a.tb_num, a.tb_den) &&
+                    less(key_num, key_den, static_cast<__int128>(p.pts + p.duration) * a.tb_num, a.tb_den))
                     playing = &p;
-                    break;
-                }
-            }
             const std::string where = "key frame " + std::to_string(e.frame_no) + ", audio stream " + std::to_string(audio[slot]);
             if (playing == nullptr) {
                 if (e.audio_offset[slot] != KELQAVI_NOT_FOUND) fail(where + ": ffprobe has no packet playing then");
