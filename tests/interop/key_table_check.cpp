@@ -76,14 +76,10 @@ int main(int argc, char **argv) {
         return 1;
     }
     aviin_handle *h = aviin_open(argv[1], 0);
-    if (h == nullptr) {
-        std::printf("the reader refuses %s\n", argv[1]);
-        return 1;
-    }
     keyindex_table t;
     keyindex_entry one;
-    if (aviin_init_keyindex(h, &t, &one, 1, static_cast<uint32_t>(video)) != 0) {
-        std::printf("no key-frame table\n");
+    if (h == nullptr || aviin_init_keyindex(h, &t, &one, 1, static_cast<uint32_t>(video)) != 0) {
+        std::printf("the reader refuses %s, or gives it no key-frame table\n", argv[1]);
         return 1;
     }
     std::vector<keyindex_entry> entries(t.entry_total + 1);

@@ -24,28 +24,15 @@ static long read_file(const char *path, uint8_t **data) {
 }
 
 static void set_video(video_stream_format *v, const char *codec) {
-    memset(v, 0, sizeof *v);
-    v->rate = 25;
-    v->scale = 1;
-    v->width = 160;
-    v->height = 120;
-    v->quality = 10000;
+    *v = (video_stream_format){.rate = 25, .scale = 1, .width = 160, .height = 120, .quality = 10000};
     memcpy(v->handler, codec, 4);
     memcpy(v->compression, codec, 4);
 }
 
 /* NAME may be NULL: no strn chunk. */
 static void set_audio(audio_stream_format *a, const char *name) {
-    memset(a, 0, sizeof *a);
-    a->rate = 32000;
-    a->scale = 2;
-    a->sample_size = 2;
-    a->wave_format.format_tag = 1;
-    a->wave_format.channels = 1;
-    a->wave_format.samples_per_sec = 16000;
-    a->wave_format.avg_bytes_per_sec = 32000;
-    a->wave_format.block_align = 2;
-    a->wave_format.bits_per_sample = 16;
+    *a = (audio_stream_format){.rate = 32000, .scale = 2, .sample_size = 2, .name = (char *)name,
+                               .wave_format = {.format_tag = 1, .channels = 1, .samples_per_sec = 16000,
+                                               .avg_bytes_per_sec = 32000, .block_align = 2, .bits_per_sample = 16}};
     a->name_length = name == NULL ? 0 : (int32_t)strlen(name);
-    a->name = (char *)name;
 }

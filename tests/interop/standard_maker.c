@@ -26,9 +26,7 @@ static long next_frame(const uint8_t *b, long size, long from, int xvid) {
 }
 
 static void set_caption(caption_stream_format *c, const char *name) {
-    memset(c, 0, sizeof *c);
-    c->name_length = (int32_t)strlen(name);
-    c->name = (char *)name;
+    *c = (caption_stream_format){.name_length = (int32_t)strlen(name), .name = (char *)name};
 }
 
 static aviout_handle *open_writer(char **argv, int argc) {
