@@ -37,8 +37,7 @@ def inside(ranges, offset):
     return next((r for r in ranges if r[0] <= offset < r[1]), None)
 
 
-def is_media(kind):
-    return kind in ("audio", "video", "raw_video")
+MEDIA = ("audio", "video", "raw_video")
 
 
 def streams(info, probe):
@@ -87,7 +86,7 @@ def packets(chunks, probe, riff):
                 differences.append(f"record at {c['offset']} lies inside {r[2]} at {r[0]} but is not marked")
         elif c.get("in_index_of_stream", -1) >= 0:
             differences.append(f"record at {c['offset']} marked as inside an index chunk, but none is there")
-        elif not is_media(c["type"]):
+        elif c["type"] not in MEDIA:
             differences.append(f"a '{c['type']}' record '{c['id']}' at {c['offset']} outside every index chunk")
         elif c["size"] > 0:  # ffprobe skips empty chunks
             ours[c["stream"]].append(c)
@@ -115,7 +114,7 @@ def indexes(info, chunks, riff, probe=None):
     ranges = index_ranges(riff)
     first_segment, every, first_size = defaultdict(int), defaultdict(int), {}
     for c in chunks["chunks"]:
-        if inside(ranges, c["offset"]) or not is_media(c["type"]):
+        if inside(ranges, c["offset"]) or c["type"] not in MEDIA:
             continue
         every[c["stream"]] += 1
         first_segment[c["stream"]] += c["segment"] == 0

@@ -18,13 +18,8 @@ fi
 
 # 17 seconds of 1280x720 24-bit raw video at 25 frames a second, and PCM.
 avi=$work/large.avi
-if ! ffmpeg -nostdin -v error -f lavfi -i color=c=blue:size=1280x720:rate=25 \
-        -f lavfi -i sine=frequency=440:sample_rate=22050 -t 17 \
-        -c:v rawvideo -pix_fmt bgr24 -c:a pcm_s16le -y "$avi"; then
-    fail "ffmpeg could not write the large file"
-    finish
-    exit 1
-fi
+make_avi large -f lavfi -i color=c=blue:size=1280x720:rate=25 -f lavfi -i sine=frequency=440:sample_rate=22050 \
+    -t 17 -c:v rawvideo -pix_fmt bgr24 -c:a pcm_s16le || { finish; exit 1; }
 size=$(stat -c %s "$avi")
 check "the file is above 1 GiB ($size bytes)" test "$size" -gt 1073741824
 

@@ -14,11 +14,7 @@
 set -u
 . "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/../support/real_world_files.sh"
-missing=$(real_world_tools_missing)
-if [ -n "$missing" ]; then
-    echo "not installed: $missing: skipped"
-    exit 77
-fi
+need $real_world_tools python3
 
 # The "tolerated" array of a JSON output, as a comma list.
 tolerated_in() { grep -o '"tolerated": \[[^]]*\]' "$1" | head -n 1 | sed 's/.*\[//; s/\]//; s/[" ]//g'; }

@@ -44,12 +44,8 @@ mj_yuv2lav     mjpegtools db_frames,file_idx1,unflagged_keys
 mj_lavaddwav   mjpegtools db_frames,empty_last_chunk,file_idx1,unflagged_keys
 "
 
-# The programs the files need; real_world_tools_missing prints those absent.
+# The programs the files need.
 real_world_tools="ffmpeg ffprobe gst-launch-1.0 mencoder yuv2lav lavaddwav"
-real_world_tools_missing() {
-    local t
-    for t in $real_world_tools; do command -v "$t" > /dev/null 2>&1 || echo "$t"; done
-}
 
 # run_maker NAME COMMAND...: runs a maker quietly, fails when NAME.avi is not written.
 run_maker() {
