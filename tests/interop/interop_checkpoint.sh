@@ -19,11 +19,7 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -t 4 -q:v 5 -f
 frames_ffprobe() { ffprobe -v error -select_streams v -show_packets -of csv "$1" | grep -c '^packet'; }
 frames_mplayer() {  # the count, or "failed" when mplayer fails or says error
     rm -f "$work/md5.txt"
-    if mplayer_plays "$1" -vo md5sum:outfile="$work/md5.txt" -nosound > /dev/null; then
-        wc -l < "$work/md5.txt"
-    else
-        echo failed
-    fi
+    mplayer_plays "$1" -vo md5sum:outfile="$work/md5.txt" -nosound > /dev/null && wc -l < "$work/md5.txt" || echo failed
 }
 frames_gst() {
     timeout 60 gst-launch-1.0 -v filesrc location="$1" ! avidemux name=d d.video_0 ! queue ! jpegdec ! \

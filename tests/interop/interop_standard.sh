@@ -15,8 +15,8 @@ need ffmpeg ffprobe mplayer gst-launch-1.0 mediainfo
 
 # Two seconds of 160x120 pictures at 25 frames a second, and 16 kHz mono PCM.
 src="-f lavfi -i testsrc=size=160x120:rate=25 -t 2"
-ffmpeg -nostdin -v error $src -c:v mpeg4 -vtag XVID -g 12 -bf 0 -f m4v -y "$work/v.m4v" &&
-    ffmpeg -nostdin -v error $src -c:v mjpeg -f mjpeg -y "$work/v.mjpeg" &&
+ffmpeg -nostdin -v error $src -c:v mpeg4 -vtag XVID -g 12 -bf 0 -f m4v -y "$work/v.XVID" &&
+    ffmpeg -nostdin -v error $src -c:v mjpeg -f mjpeg -y "$work/v.MJPG" &&
     ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:sample_rate=16000 -t 2 -ac 1 -f s16le \
         -y "$work/a.pcm" || { fail "ffmpeg could not make the payloads"; finish; exit 1; }
 
@@ -62,9 +62,7 @@ verdicts() {
 while read -r profile odml codec expected; do
     name="p$profile-odml$odml-$codec"
     avi=$work/$name.avi
-    video=$work/v.m4v
-    [ "$codec" = MJPG ] && video=$work/v.mjpeg
-    if ! "$standard_maker" "$avi" "$profile" "$odml" "$codec" "$video" "$work/a.pcm" > "$work/counts"; then
+    if ! "$standard_maker" "$avi" "$profile" "$odml" "$codec" "$work/v.$codec" "$work/a.pcm" > "$work/counts"; then
         fail "$name: the maker failed"
         continue
     fi
@@ -87,7 +85,7 @@ EOF
 # (mplayer is left out: the audio of a cut recording ends before its video,
 # which it reports).
 avi=$work/killed.avi
-("$standard_maker" "$avi" 1 1 XVID "$work/v.m4v" "$work/a.pcm" 30; true) > /dev/null 2>&1
+("$standard_maker" "$avi" 1 1 XVID "$work/v.XVID" "$work/a.pcm" 30; true) > /dev/null 2>&1
 kq repair "$avi" "$work/repaired.avi"
 expect_status "0 3" "repair of the killed standard-profile recording"
 kq info --json "$work/repaired.avi"
