@@ -47,17 +47,16 @@ done
 # else is met inside it. Read with tolerance (the default) the walk passes
 # them whole without --swapped-ids too, and says the file needed it.
 for read in --swapped-ids ""; do
-    kq chunks --json $read "$avi"
+    run_json large read chunks --json $read "$avi"
     expect_status 0 "chunks $read"
-    cp "$work/out" "$work/read.json"
     check "chunks $read: one whole index record per ix## chunk" \
-        test "$(grep -c '"type": "index", .*"whole_index_chunk": true' "$work/read.json")" -eq "$ix_chunks"
+        test "$(grep -c '"type": "index", .*"whole_index_chunk": true' "$work/large.read.json")" -eq "$ix_chunks"
     check "chunks $read: nothing else inside the index chunks" \
-        test "$(grep -c '"in_index_of_stream"' "$work/read.json")" -eq "$ix_chunks"
+        test "$(grep -c '"in_index_of_stream"' "$work/large.read.json")" -eq "$ix_chunks"
     compare "chunks $read: the chunks are ffprobe's packets" \
-        packets "$work/read.json" "$work/large.packets.json" "$work/large.riff.json"
+        packets "$work/large.read.json" "$work/large.packets.json" "$work/large.riff.json"
 done
-check "with tolerance: the index chunks were needed" grep -q '"tolerated": \[.*"index_chunks"' "$work/read.json"
+check "with tolerance: the index chunks were needed" grep -q '"tolerated": \[.*"index_chunks"' "$work/large.read.json"
 
 rm -f "$avi"
 finish

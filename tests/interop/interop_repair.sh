@@ -3,7 +3,7 @@
 # this library's writer with checkpoints, OpenDML on and off), repaired with
 # 'kelqavi repair': exactly the chunks the killed file holds whole are kept
 # (counted by a walk of its bytes here), and the result plays in ffprobe
-# (packet sizes), ffmpeg (no word), mplayer and GStreamer. An MPEG-4
+# (packet sizes), ffmpeg (no word), mplayer and GStreamer. ffmpeg's MPEG-4
 # recording keeps its key frames (one in 12) without any index to say so.
 # Usage: interop_repair.sh CHECKER TOOL MAKER STANDARD_MAKER   (native builds only)
 set -u
@@ -64,19 +64,14 @@ repaired_plays() {
     check "$what: GStreamer demuxes it" gst_demuxes "$file"
 }
 
-# every_twelfth_key FILE WHAT: the repaired file flags as key frames exactly
-# the frames the encoder made intra (one in 12), with no index to say so.
-every_twelfth_key() {
-    local keys
-    keys=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$1" |
-        awk '{ if (($1 ~ /K/) != ((NR - 1) % 12 == 0)) bad++ } END { print NR, bad + 0 }')
-    check "$2: key frames are every 12th of the ${keys% *} frames (${keys#* } wrong)" test "${keys#* }" -eq 0
-}
-
 kill_at "$work/killed.avi" 600000 ffmpeg -nostdin -v error -f lavfi -i testsrc=size=320x240:rate=25 \
     -f lavfi -i sine=sample_rate=16000 -t 60 -c:v mpeg4 -g 12 -q:v 3 -c:a pcm_s16le -y "$work/killed.avi"
 repaired_plays "$work/ffmpeg.avi" "ffmpeg MPEG-4"
-every_twelfth_key "$work/ffmpeg.avi" "ffmpeg MPEG-4"
+# The repaired file flags as key frames exactly the frames the encoder made
+# intra (one in 12), with no index to say so.
+keys=$(ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0 "$work/ffmpeg.avi" |
+    awk '{ if (($1 ~ /K/) != ((NR - 1) % 12 == 0)) bad++ } END { print NR, bad + 0 }')
+check "ffmpeg MPEG-4: key frames are every 12th of the ${keys% *} frames (${keys#* } wrong)" test "${keys#* }" -eq 0
 
 kill_at "$work/killed.avi" 600000 gst-launch-1.0 -q videotestsrc num-buffers=5000 ! \
     video/x-raw,width=320,height=240,framerate=25/1 ! jpegenc ! queue ! avimux name=m ! \

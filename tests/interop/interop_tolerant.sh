@@ -19,14 +19,6 @@ need $real_world_tools python3
 # The "tolerated" array of a JSON output, as a comma list.
 tolerated_in() { grep -o '"tolerated": \[[^]]*\]' "$1" | head -n 1 | sed 's/.*\[//; s/\]//; s/[" ]//g'; }
 
-# run_json NAME WHAT ARGS...: the tool's JSON output kept as $work/NAME.WHAT.json.
-run_json() {
-    local name=$1 what=$2
-    shift 2
-    kq "$@"
-    cp "$work/out" "$work/$name.$what.json"
-}
-
 # The --strict view of a file that needed a tolerance.
 strict_view() {  # strict_view NAME TOLERANCE
     local avi=$work/$1.avi

@@ -31,6 +31,14 @@ kq() {
     timeout 60 "$tool" "$@" > "$work/out" 2> "$work/err" || status=$?
 }
 
+# run_json NAME WHAT ARGS...: runs the tool, its JSON output kept as $work/NAME.WHAT.json.
+run_json() {
+    local name=$1 what=$2
+    shift 2
+    kq "$@"
+    cp "$work/out" "$work/$name.$what.json"
+}
+
 # Runs a checking program; its report is shown indented, and a failure fails.
 judge() {  # judge DESCRIPTION COMMAND...
     local what=$1 rc=0
@@ -56,17 +64,14 @@ against_ffprobe() {
     echo "== $name $*"
     ffprobe -v error -show_streams -of json "$avi" > "$work/$name.streams.json"
     ffprobe -v error -show_packets -of json "$avi" > "$work/$name.packets.json"
-    kq riff --json "$avi"
+    run_json "$name" riff riff --json "$avi"
     expect_status "$walk_status" "$name: riff"
-    cp "$work/out" "$work/$name.riff.json"
-    kq info --json "$@" "$avi"
+    run_json "$name" info info --json "$@" "$avi"
     expect_status 0 "$name: info --json"
-    cp "$work/out" "$work/$name.info.json"
     compare "$name: info's streams are ffprobe's" streams "$work/$name.info.json" "$work/$name.streams.json"
     for walk in "" --headers; do
-        kq chunks --json $walk "$@" "$avi"
+        run_json "$name" "chunks$walk" chunks --json $walk "$@" "$avi"
         expect_status "$walk_status" "$name: chunks $walk"
-        cp "$work/out" "$work/$name.chunks$walk.json"
         echo "  chunks $walk:"
         compare "$name: the chunks of chunks $walk are ffprobe's packets" \
             packets "$work/$name.chunks$walk.json" "$work/$name.packets.json" "$work/$name.riff.json"
