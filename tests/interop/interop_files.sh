@@ -6,7 +6,7 @@
 # Usage: interop_files.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
-need_ffmpeg
+need ffmpeg ffprobe python3
 
 make_interop_files
 for name in $interop_files; do

@@ -8,7 +8,7 @@
 # Usage: interop_opendml.sh CHECKER TOOL MAKER   (native builds only; exit 77 without ffmpeg)
 set -u
 . "$(dirname "$0")/lib.sh"
-need_ffmpeg
+need ffmpeg ffprobe python3
 
 free_kib=$(df -Pk "$work" | awk 'NR == 2 { print $4 }')
 if [ "${free_kib:-0}" -lt 1600000 ]; then

@@ -22,7 +22,6 @@ need() {
     done
 }
 
-need_ffmpeg() { need ffmpeg ffprobe python3; }
 
 # Runs the tool: stdout to $work/out, stderr to $work/err, exit status to
 # $status (124 when it ran out of time).
