@@ -1,7 +1,6 @@
 """Compares what the kelqavi tool says about an AVI file with what ffprobe
 says about it, both as JSON.
 
-  interop_check.py valid FILE...                     each FILE is well-formed JSON
   interop_check.py streams INFO PROBE                info --json against ffprobe -show_streams
   interop_check.py packets CHUNKS PROBE RIFF         chunks --json against ffprobe -show_packets
   interop_check.py indexes INFO CHUNKS RIFF [PROBE]  idx1, super indexes and segments against the walk
@@ -38,8 +37,7 @@ def inside(ranges, offset):
     return next((r for r in ranges if r[0] <= offset < r[1]), None)
 
 
-def is_media(kind):
-    return kind in ("audio", "video", "raw_video")
+MEDIA = ("audio", "video", "raw_video")
 
 
 def streams(info, probe):
@@ -88,7 +86,7 @@ def packets(chunks, probe, riff):
                 differences.append(f"record at {c['offset']} lies inside {r[2]} at {r[0]} but is not marked")
         elif c.get("in_index_of_stream", -1) >= 0:
             differences.append(f"record at {c['offset']} marked as inside an index chunk, but none is there")
-        elif not is_media(c["type"]):
+        elif c["type"] not in MEDIA:
             differences.append(f"a '{c['type']}' record '{c['id']}' at {c['offset']} outside every index chunk")
         elif c["size"] > 0:  # ffprobe skips empty chunks
             ours[c["stream"]].append(c)
@@ -116,7 +114,7 @@ def indexes(info, chunks, riff, probe=None):
     ranges = index_ranges(riff)
     first_segment, every, first_size = defaultdict(int), defaultdict(int), {}
     for c in chunks["chunks"]:
-        if inside(ranges, c["offset"]) or not is_media(c["type"]):
+        if inside(ranges, c["offset"]) or c["type"] not in MEDIA:
             continue
         every[c["stream"]] += 1
         first_segment[c["stream"]] += c["segment"] == 0
@@ -148,19 +146,18 @@ def indexes(info, chunks, riff, probe=None):
 
 def main(argv):
     checks = {"streams": streams, "packets": packets, "indexes": indexes}
-    if len(argv) < 3 or (argv[1] not in checks and argv[1] != "valid"):
+    if len(argv) < 3 or argv[1] not in checks:
         print(__doc__, file=sys.stderr)
         return 2
     try:
         loaded = [json.load(open(path, encoding="utf-8")) for path in argv[2:]]
     except (OSError, ValueError) as e:
         print(e)
-        return 1 if argv[1] == "valid" else 2
-    if argv[1] != "valid":
-        try:
-            checks[argv[1]](*loaded)
-        except (KeyError, TypeError, ValueError) as e:
-            differences.append(f"field missing or of the wrong kind: {e!r}")
+        return 2
+    try:
+        checks[argv[1]](*loaded)
+    except (KeyError, TypeError, ValueError) as e:
+        differences.append(f"field missing or of the wrong kind: {e!r}")
     for d in differences[:40]:
         print("DIFFERENT:", d)
     return 1 if differences else 0

@@ -1,28 +1,25 @@
 #!/bin/bash
-# A recorder killed with SIGKILL after its checkpoints: the file it leaves,
+# A recorder (this library's writer in its default form: MJPEG, two PCM
+# streams, captions) killed with SIGKILL after its checkpoints: the file it leaves,
 # and that file cut at later bytes, play in ffprobe, ffmpeg, mplayer and
 # GStreamer and walk in this library's reader, every frame put before the
 # last checkpoint included, without any repair.
-# Usage: interop_checkpoint.sh CHECKER TOOL MAKER RECORDER   (native builds only)
+# Usage: interop_checkpoint.sh CHECKER TOOL MAKER STANDARD_MAKER   (native builds only)
 set -u
 . "$(dirname "$0")/lib.sh"
 recorder=$4
-need ffmpeg ffprobe mplayer gst-launch-1.0 python3
+need ffmpeg ffprobe mplayer gst-launch-1.0
 
-# 25 different pictures, each frame a key frame.
-ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -frames:v 25 -q:v 5 "$work/f%02d.jpg" ||
-    fail "ffmpeg could not make the pictures"
-pictures=("$work"/f*.jpg)
+# Four seconds of MJPEG pictures (each frame a key frame) and 16 kHz PCM, the
+# recorder's input.
+ffmpeg -nostdin -v error -f lavfi -i testsrc=size=160x120:rate=25 -t 4 -q:v 5 -f mjpeg -y "$work/v.mjpeg" &&
+    ffmpeg -nostdin -v error -f lavfi -i sine=sample_rate=16000 -t 4 -f s16le -y "$work/a.pcm" || fail "no payloads"
 
 # The video frames each player hands on.
 frames_ffprobe() { ffprobe -v error -select_streams v -show_packets -of csv "$1" | grep -c '^packet'; }
 frames_mplayer() {  # the count, or "failed" when mplayer fails or says error
     rm -f "$work/md5.txt"
-    if mplayer_plays "$1" -vo md5sum:outfile="$work/md5.txt" -nosound > /dev/null; then
-        wc -l < "$work/md5.txt"
-    else
-        echo failed
-    fi
+    mplayer_plays "$1" -vo md5sum:outfile="$work/md5.txt" -nosound > /dev/null && wc -l < "$work/md5.txt" || echo failed
 }
 frames_gst() {
     timeout 60 gst-launch-1.0 -v filesrc location="$1" ! avidemux name=d d.video_0 ! queue ! jpegdec ! \
@@ -31,18 +28,13 @@ frames_gst() {
 # The video chunks this library's reader walks.
 frames_walked() {
     kq chunks --json "$1"
-    python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); print(sum(s["chunks"] for s in d["streams"] if s["stream"] == 0))' "$work/out"
+    sed -n 's/^ *{"stream": 0, "chunks": \([0-9]*\),.*/\1/p' "$work/out"
 }
+# Where the first 'movi' list ends.
 movi_end() {
     kq riff --json "$1"
-    python3 -c '
-import json, sys
-def find(nodes):
-    for n in nodes:
-        if n.get("list_type") == "movi": return n["offset"] + 8 + n["size"]
-        r = find(n.get("children", []))
-        if r: return r
-print(find(json.load(open(sys.argv[1]))["chunks"]))' "$work/out"
+    echo $(($(sed -n 's/.*{"offset": \([0-9]*\), "kind": "list", "id": "LIST", "list_type": "movi", "size": \([0-9]*\),.*/\1 + 8 + \2/p' \
+        "$work/out" | head -n 1)))
 }
 
 # plays FILE EXPECTED WHAT: every player gives at least EXPECTED frames,
@@ -66,7 +58,7 @@ plays() {
 for odml in 0 1; do
     avi=$work/killed$odml.avi
     rc=0
-    { "$recorder" "$avi" "$odml" 1.0 90 "${pictures[@]}"; } 2> /dev/null || rc=$?
+    { "$recorder" "$avi" 0 "$odml" MJPG "$work/v.mjpeg" "$work/a.pcm" 90 1.0; } > /dev/null 2>&1 || rc=$?
     check "odml $odml: the recorder was killed (status $rc)" test "$rc" -eq 137
     plays "$avi" 75 "odml $odml, as killed"
     end=$(movi_end "$avi")

@@ -15,18 +15,18 @@ need ffmpeg ffprobe mplayer gst-launch-1.0 mediainfo
 
 # Two seconds of 160x120 pictures at 25 frames a second, and 16 kHz mono PCM.
 src="-f lavfi -i testsrc=size=160x120:rate=25 -t 2"
-ffmpeg -nostdin -v error $src -c:v mpeg4 -vtag XVID -g 12 -bf 0 -f m4v -y "$work/v.m4v" &&
-    ffmpeg -nostdin -v error $src -c:v mjpeg -f mjpeg -y "$work/v.mjpeg" &&
+ffmpeg -nostdin -v error $src -c:v mpeg4 -vtag XVID -g 12 -bf 0 -f m4v -y "$work/v.XVID" &&
+    ffmpeg -nostdin -v error $src -c:v mjpeg -f mjpeg -y "$work/v.MJPG" &&
     ffmpeg -nostdin -v error -f lavfi -i sine=frequency=440:sample_rate=16000 -t 2 -ac 1 -f s16le \
         -y "$work/a.pcm" || { fail "ffmpeg could not make the payloads"; finish; exit 1; }
 
-# Each player's verdict on a file: 0 when it took the file without a word.
-# The reason for a refusal goes to $work/said.
-said_ffprobe() {  # FILE COUNTS: silent at -v error, no timing complaint, a packet per chunk put
+# Each player's verdict on FILE CODEC COUNTS: 0 when it took the file
+# without a word. The reason for a refusal goes to $work/said.
+said_ffprobe() {  # silent at -v error, no timing complaint, a packet per chunk put
     ffprobe -v error -show_entries packet=stream_index -of csv=p=0 "$1" > "$work/packets" 2> "$work/said" &&
         ffprobe -v warning "$1" 2>&1 | grep -i 'scale/rate\|broken' >> "$work/said"
     sort -n "$work/packets" | uniq -c | awk '{ print $2, $1 }' > "$work/found"
-    diff "$2" "$work/found" >> "$work/said"
+    diff "$3" "$work/found" >> "$work/said"
     [ ! -s "$work/said" ]
 }
 said_ffmpeg() { ffmpeg_silent "$1" > /dev/null; }
@@ -36,25 +36,22 @@ said_mplayer() {
     [ ! -s "$work/said" ]
 }
 said_gstreamer() { gst_demuxes "$1" > /dev/null; }
-said_mediainfo() {  # FILE CODEC: a video stream of the codec given, two PCM streams, no stray text
+said_mediainfo() {  # a video stream of the codec given, two PCM streams, no stray text
     mediainfo "$1" > "$work/info" 2>&1
     grep '^Codec ID  \|^Writing library' "$work/info" | cut -c 1-60 > "$work/said"
     grep -q "^Codec ID *: $2\$" "$work/info" && [ "$(grep -c '^Audio' "$work/info")" -eq 2 ] &&
         ! grep -q 'Writing library *: Kelq' "$work/info"
 }
 
-# verdicts FILE CODEC COUNTS: one letter per player, P took it, F refused.
+# verdicts FILE CODEC COUNTS: sets $got to one letter per player, P took
+# the file, F refused it (what it said is shown).
 verdicts() {
-    local v="" player
+    local player
+    got=""
     for player in ffprobe ffmpeg mplayer gstreamer mediainfo; do
-        if [ "$player" = ffprobe ]; then
-            said_ffprobe "$1" "$3" && v+=P || v+=F
-        else
-            "said_$player" "$1" "$2" && v+=P || v+=F
-        fi
-        [ "${v: -1}" = P ] || sed "s/^/    $player: /" "$work/said" | head -n 4
+        "said_$player" "$@" && got+=P || got+=F
+        [ "${got: -1}" = P ] || sed "s/^/    $player: /" "$work/said" | head -n 4
     done
-    echo "$v"
 }
 
 # profile odml codec -> what the five players (ffprobe ffmpeg mplayer
@@ -65,15 +62,12 @@ verdicts() {
 while read -r profile odml codec expected; do
     name="p$profile-odml$odml-$codec"
     avi=$work/$name.avi
-    video=$work/v.m4v
-    [ "$codec" = MJPG ] && video=$work/v.mjpeg
-    if ! "$standard_maker" "$avi" "$profile" "$odml" "$codec" "$video" "$work/a.pcm" > "$work/counts"; then
+    if ! "$standard_maker" "$avi" "$profile" "$odml" "$codec" "$work/v.$codec" "$work/a.pcm" > "$work/counts"; then
         fail "$name: the maker failed"
         continue
     fi
     echo "  $name:"
-    got=$(verdicts "$avi" "$codec" "$work/counts" < /dev/null | tee "$work/verdicts" | tail -n 1)
-    sed '$d' "$work/verdicts"
+    verdicts "$avi" "$codec" "$work/counts" < /dev/null
     checks=$((checks + 1))
     [ "$got" = "$expected" ] || fail "$name: players said $got, expected $expected"
 done <<'EOF'
@@ -91,7 +85,7 @@ EOF
 # (mplayer is left out: the audio of a cut recording ends before its video,
 # which it reports).
 avi=$work/killed.avi
-("$standard_maker" "$avi" 1 1 XVID "$work/v.m4v" "$work/a.pcm" 30; true) > /dev/null 2>&1
+("$standard_maker" "$avi" 1 1 XVID "$work/v.XVID" "$work/a.pcm" 30; true) > /dev/null 2>&1
 kq repair "$avi" "$work/repaired.avi"
 expect_status "0 3" "repair of the killed standard-profile recording"
 kq info --json "$work/repaired.avi"

@@ -22,7 +22,6 @@ need() {
     done
 }
 
-need_ffmpeg() { need ffmpeg ffprobe python3; }
 
 # Runs the tool: stdout to $work/out, stderr to $work/err, exit status to
 # $status (124 when it ran out of time).
@@ -31,15 +30,57 @@ kq() {
     timeout 60 "$tool" "$@" > "$work/out" 2> "$work/err" || status=$?
 }
 
-# Runs the checker; its report is shown indented, and a difference fails.
-compare() {  # compare DESCRIPTION ARGS...
-    local what=$1
+# run_json NAME WHAT ARGS...: runs the tool, its JSON output kept as $work/NAME.WHAT.json.
+run_json() {
+    local name=$1 what=$2
+    shift 2
+    kq "$@"
+    cp "$work/out" "$work/$name.$what.json"
+}
+
+# Runs a checking program; its report is shown indented, and a failure fails.
+judge() {  # judge DESCRIPTION COMMAND...
+    local what=$1 rc=0
     shift
     checks=$((checks + 1))
-    local rc=0
-    python3 "$checker" "$@" > "$work/check" 2>&1 || rc=$?
+    "$@" > "$work/check" 2>&1 || rc=$?
     sed 's/^/    /' "$work/check"
     [ "$rc" -eq 0 ] || fail "$what"
+}
+
+compare() { judge "$1" python3 "$checker" "${@:2}"; }  # compare DESCRIPTION CHECKER-ARGS...
+
+# against_ffprobe NAME STATUS [READ-OPTION...]: $work/NAME.avi read by the
+# tool and by ffprobe. The stream formats of 'info' are ffprobe's; the media
+# chunks of both walks of 'chunks' (whole and --headers) are ffprobe's
+# packets, stream by stream; idx1, the super indexes and the segments agree
+# with the walk. riff and the walks end with STATUS, in JSON and in text.
+# Leaves the outputs as $work/NAME.{streams,packets,riff,info}.json and
+# $work/NAME.chunks.json, $work/NAME.chunks--headers.json.
+against_ffprobe() {
+    local name=$1 walk_status=$2 avi=$work/$1.avi walk
+    shift 2
+    echo "== $name $*"
+    ffprobe -v error -show_streams -of json "$avi" > "$work/$name.streams.json"
+    ffprobe -v error -show_packets -of json "$avi" > "$work/$name.packets.json"
+    run_json "$name" riff riff --json "$avi"
+    expect_status "$walk_status" "$name: riff"
+    run_json "$name" info info --json "$@" "$avi"
+    expect_status 0 "$name: info --json"
+    compare "$name: info's streams are ffprobe's" streams "$work/$name.info.json" "$work/$name.streams.json"
+    for walk in "" --headers; do
+        run_json "$name" "chunks$walk" chunks --json $walk "$@" "$avi"
+        expect_status "$walk_status" "$name: chunks $walk"
+        echo "  chunks $walk:"
+        compare "$name: the chunks of chunks $walk are ffprobe's packets" \
+            packets "$work/$name.chunks$walk.json" "$work/$name.packets.json" "$work/$name.riff.json"
+    done
+    compare "$name: idx1, super indexes and segments agree with the walk" \
+        indexes "$work/$name.info.json" "$work/$name.chunks.json" "$work/$name.riff.json" "$work/$name.streams.json"
+    kq info "$@" "$avi"
+    expect_status 0 "$name: info"
+    kq chunks "$@" "$avi"
+    expect_status "$walk_status" "$name: chunks"
 }
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/ffmpeg_files.sh"

@@ -4,17 +4,14 @@
  * PCM audio streams of 16 kHz mono 16-bit samples cut 1280 bytes a frame, a
  * text caption every 10 frames and a chapter at the start, with automatic
  * checkpoints. Prints "STREAM CHUNKS" for every stream to stdout.
- * Usage: standard_maker OUT PROFILE ODML CODEC VIDEO PCM [KILL_AFTER]
+ * Usage: standard_maker OUT PROFILE ODML CODEC VIDEO PCM [KILL_AFTER [CHECKPOINT_SECONDS]]
  *   PROFILE the writer's standard_profile, ODML 0 or 1, CODEC MJPG or XVID;
- *   with KILL_AFTER the maker kills itself after that many frames, unclosed. */
-#include <kelqavi.h>
-
+ *   with KILL_AFTER the maker kills itself (SIGKILL) after that many frames,
+ *   unclosed, as a recorder that dies; checkpoints every half second unless
+ *   CHECKPOINT_SECONDS says otherwise. */
 #include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 
-#include "whole_file.h"
+#include "recorder.h"
 
 enum { audio_bytes = 1280, max_streams = 5 };
 
@@ -28,50 +25,22 @@ static long next_frame(const uint8_t *b, long size, long from, int xvid) {
     return size;
 }
 
-static void set_video(video_stream_format *v, const char *codec) {
-    memset(v, 0, sizeof *v);
-    v->rate = 25;
-    v->scale = 1;
-    v->width = 160;
-    v->height = 120;
-    v->quality = 10000;
-    memcpy(v->handler, codec, 4);
-    memcpy(v->compression, codec, 4);
-}
-
-static void set_audio(audio_stream_format *a, const char *name) {
-    memset(a, 0, sizeof *a);
-    a->rate = 32000;
-    a->scale = 2;
-    a->sample_size = 2;
-    a->wave_format.format_tag = 1;
-    a->wave_format.channels = 1;
-    a->wave_format.samples_per_sec = 16000;
-    a->wave_format.avg_bytes_per_sec = 32000;
-    a->wave_format.block_align = 2;
-    a->wave_format.bits_per_sample = 16;
-    a->name_length = (int32_t)strlen(name);
-    a->name = (char *)name;
-}
-
 static void set_caption(caption_stream_format *c, const char *name) {
-    memset(c, 0, sizeof *c);
-    c->name_length = (int32_t)strlen(name);
-    c->name = (char *)name;
+    *c = (caption_stream_format){.name_length = (int32_t)strlen(name), .name = (char *)name};
 }
 
-static aviout_handle *open_writer(const char *path, uint32_t profile, uint32_t odml, const char *codec) {
-    aviout_handle *w = aviout_open(path, odml, 0);
+static aviout_handle *open_writer(char **argv, int argc) {
+    aviout_handle *w = aviout_open(argv[1], (uint32_t)atoi(argv[3]), 0);
     video_stream_format v;
     audio_stream_format a1, a2;
     caption_stream_format text, chapter;
     double frame = 0.04;
     int32_t s;
     if (w == NULL) return NULL;
-    w->standard_profile = profile;
+    w->standard_profile = (uint32_t)atoi(argv[2]);
     w->index_chunk_seconds = 2.0; /* an ix## chunk about every second */
-    w->checkpoint_seconds = 0.5;
-    set_video(&v, codec);
+    w->checkpoint_seconds = argc == 9 ? atof(argv[8]) : 0.5;
+    set_video(&v, argv[4]);
     set_audio(&a1, "Main");
     set_audio(&a2, "Commentary");
     set_caption(&text, "Subtitle");
@@ -96,14 +65,14 @@ int main(int argc, char **argv) {
     long vsize, psize, at, next, frame = 0;
     int xvid, failed = 0, s;
     aviout_handle *w;
-    if (argc != 7 && argc != 8) {
-        fprintf(stderr, "usage: %s OUT PROFILE ODML CODEC VIDEO PCM [KILL_AFTER]\n", argv[0]);
+    if (argc < 7 || argc > 9) {
+        fprintf(stderr, "usage: %s OUT PROFILE ODML CODEC VIDEO PCM [KILL_AFTER [CHECKPOINT_SECONDS]]\n", argv[0]);
         return 2;
     }
     xvid = strcmp(argv[4], "XVID") == 0;
     vsize = read_file(argv[5], &video);
     psize = read_file(argv[6], &pcm);
-    w = open_writer(argv[1], (uint32_t)atoi(argv[2]), (uint32_t)atoi(argv[3]), argv[4]);
+    w = open_writer(argv, argc);
     if (vsize < 0 || psize < 0 || w == NULL) return 1;
     failed |= put(w, 4, 0, (const uint8_t *)"Opening", 7, counts);
     for (at = 0; at < vsize; at = next, ++frame) {
@@ -118,7 +87,7 @@ int main(int argc, char **argv) {
             failed |= put(w, 2, AVIOUT_KEY_FRAME, pcm + frame * audio_bytes, audio_bytes, counts);
         }
         if (frame % 10 == 0) failed |= put(w, 3, 0, (const uint8_t *)"Caption text", 12, counts);
-        if (argc == 8 && frame + 1 == atol(argv[7])) raise(SIGKILL);
+        if (argc >= 8 && frame + 1 == atol(argv[7])) raise(SIGKILL);
     }
     failed |= aviout_close2(w);
     for (s = 0; s < max_streams; ++s) printf("%d %u\n", s, counts[s]);

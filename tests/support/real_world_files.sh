@@ -7,12 +7,12 @@
 # the tolerances the reader must need for the file, as the tool names them, in
 # alphabetical order ("-" none):
 #   ff_*   ffmpeg: MPEG-4 + MP3, MJPEG + PCM, pal8 raw video (a palette after
-#          the bitmap header), H.264 without and with codec set-up data in
-#          strf (its header size counts it: the plain reader takes it, but
-#          without the extra bytes), 24-bit uncompressed + PCM
+#          the bitmap header), H.264 with codec set-up data in strf (its
+#          header size counts it: the plain reader takes it, but without the
+#          extra bytes), 24-bit uncompressed + PCM
 #   opendml_small  "${maker[@]}" (opendml_maker.py): ix00/ix01 inside 'movi', as ffmpeg
 #          writes them past 1 GiB, and '00db' frames
-#   gst_*  GStreamer's avimux: MJPEG, MJPEG + PCM and I420 raw, every frame
+#   gst_*  GStreamer's avimux: MJPEG + PCM and I420 raw, every frame
 #          an '00db' chunk, idx1 counted from the file start
 #   mc_*   mencoder: MPEG-4 + PCM, raw + PCM, MJPEG -noodml (with codec data
 #          after the header), MPEG-4 -odml, H.264
@@ -30,11 +30,9 @@ real_world_files="
 ff_mpeg4_mp3   ffmpeg     -
 ff_mjpeg_pcm   ffmpeg     -
 ff_pal8        ffmpeg     long_video_format
-ff_h264        ffmpeg     -
 ff_h264_avcc   ffmpeg     long_video_format
 ff_raw_pcm     ffmpeg     -
 opendml_small  maker      db_frames,index_chunks
-gst_mjpeg      gstreamer  db_frames,file_idx1
 gst_mjpeg_pcm  gstreamer  db_frames,file_idx1
 gst_raw        gstreamer  db_frames,file_idx1
 mc_mpeg4_pcm   mencoder   -
@@ -46,12 +44,8 @@ mj_yuv2lav     mjpegtools db_frames,file_idx1,unflagged_keys
 mj_lavaddwav   mjpegtools db_frames,empty_last_chunk,file_idx1,unflagged_keys
 "
 
-# The programs the files need; real_world_tools_missing prints those absent.
+# The programs the files need.
 real_world_tools="ffmpeg ffprobe gst-launch-1.0 mencoder yuv2lav lavaddwav"
-real_world_tools_missing() {
-    local t
-    for t in $real_world_tools; do command -v "$t" > /dev/null 2>&1 || echo "$t"; done
-}
 
 # run_maker NAME COMMAND...: runs a maker quietly, fails when NAME.avi is not written.
 run_maker() {
@@ -73,13 +67,11 @@ make_real_world_files() {
     make_avi ff_mpeg4_mp3 "${video[@]}" "${audio[@]}" -t 1 -c:v mpeg4 -c:a libmp3lame -b:a 32k
     make_avi ff_mjpeg_pcm "${video[@]}" "${audio[@]}" -t 1 -c:v mjpeg -c:a pcm_s16le
     make_avi ff_pal8 "${video[@]}" -t 1 -c:v rawvideo -pix_fmt pal8
-    make_avi ff_h264 "${video[@]}" -t 1 -c:v libx264 -preset ultrafast
     make_avi ff_h264_avcc "${video[@]}" -t 1 -c:v libx264 -preset ultrafast -flags +global_header
     make_avi ff_raw_pcm "${video[@]}" "${audio[@]}" -t 1 -c:v rawvideo -pix_fmt bgr24 -c:a pcm_s16le
     "${maker[@]}" "$work/opendml_small.avi" || fail "could not write opendml_small.avi"
 
     local frames=(videotestsrc num-buffers=10 ! video/x-raw,format=I420,width=64,height=48,framerate=10/1)
-    gst_avi gst_mjpeg "${frames[@]}" ! jpegenc ! avimux
     gst_avi gst_mjpeg_pcm "${frames[@]}" ! jpegenc ! mux. \
         audiotestsrc num-buffers=10 ! audio/x-raw,rate=8000,channels=1 ! avimux name=mux
     gst_avi gst_raw "${frames[@]}" ! avimux
