@@ -20,27 +20,24 @@ std::string next_data(aviin_handle *h) {
     return c.result != 0 ? "#" + std::to_string(c.result) : as_text(c.data);
 }
 
-// The stream tables and the legacy index as the getters show them.
+// The stream tables and the legacy index as the getters show them: the
+// counts, then video stream 0 and audio stream 1 where the getters find them.
 std::string tables(aviin_handle *h) {
     std::ostringstream out;
     int32_t streams = -1, strd = -1;
-    uint32_t a = 0, b = 0, size = 0, d = 0;
+    uint32_t a = 0, b = 0, size = 0, d = 0, length = 0;
     aviin_get_summary(h, &streams, &strd);
-    out << "streams " << streams << " strd " << strd << " idx1 " << aviin_get_idx1_entry(h, 0, &a, &b, &size, &d) << "\n";
-    for (int32_t s = 0; s < streams; ++s) {
-        uint32_t kind = 0, length = 0;
-        aviin_get_chunk_type(h, static_cast<uint32_t>(s), &kind);
-        video_stream_format v{};
-        audio_stream_format au{};
-        if (kind == KELQAVI_CHUNK_VIDEO && aviin_get_video_format(h, s, &v, &length) == 0) {
-            out << v.width << "x" << v.height << " " << std::string(v.compression, 4) << " length " << length << " strd "
-                << std::string(v.strd_data, v.strd_data + v.strd_size) << " name " << std::string(v.name, static_cast<size_t>(v.name_length));
-            if (v.name_length > 0) std::free(v.name);
-        } else if (kind == KELQAVI_CHUNK_AUDIO && aviin_get_audio_format(h, s, &au) == 0) {
-            out << "rate " << au.rate << " name " << std::string(au.name, static_cast<size_t>(au.name_length));
-            if (au.name_length > 0) std::free(au.name);
-        }
-        out << "\n";
+    out << "streams " << streams << " strd " << strd << " idx1 " << aviin_get_idx1_entry(h, 0, &a, &b, &size, &d);
+    video_stream_format v{};
+    audio_stream_format au{};
+    if (aviin_get_video_format(h, 0, &v, &length) == 0) {
+        out << "; " << v.width << "x" << v.height << " " << std::string(v.compression, 4) << " length " << length << " strd "
+            << std::string(v.strd_data, v.strd_data + v.strd_size) << " name " << (v.name != nullptr ? v.name : "");
+        std::free(v.name_length > 0 ? v.name : nullptr);
+    }
+    if (aviin_get_audio_format(h, 1, &au) == 0) {
+        out << "; rate " << au.rate << " name " << (au.name != nullptr ? au.name : "");
+        std::free(au.name_length > 0 ? au.name : nullptr);
     }
     return out.str();
 }
@@ -67,12 +64,6 @@ struct two_segments {
     int64_t avix_at = static_cast<int64_t>(main.bytes.size());
     byte_image file = byte_image().append(main.bytes).append(avix.bytes);
 };
-
-int64_t offset_of(aviin_handle *h, int32_t n) {
-    int64_t offset = -99;
-    EXPECT_EQ(aviin_get_riff_offset(h, n, &offset), 0) << "segment " << n;
-    return offset;
-}
 
 }  // namespace
 
@@ -140,27 +131,22 @@ TEST(RiffSegments, GotoContinuationFormAndBackRebuildsTheTables) {
     const two_segments t;
     reader r(t.file);
     const std::string at_open = tables(r);
-    ASSERT_NE(at_open.find("name video one"), std::string::npos) << at_open;
-    ASSERT_NE(at_open.find("idx1 0"), std::string::npos) << at_open;
+    ASSERT_EQ(at_open, "streams 2 strd 1 idx1 0; 64x48 MJPG length 10 strd strd name video one; rate 8000 name audio one");
     std_index_header cursor{};
     ASSERT_EQ(aviin_set_odml_cursor(r, 1, &cursor), 0);
     r.get()->indx_pos[1] = 1234;
     r.get()->indx_header[1].entries_in_use = 9;
 
-    ASSERT_EQ(aviin_goto_riff(r, 1, offset_of(r, 1)), 0);
+    ASSERT_EQ(aviin_goto_riff(r, 1, t.avix_at), 0);
     // No standard-index state survives into the other segment.
     EXPECT_EQ(r.get()->swapped_ids, 1u);
     EXPECT_EQ(r.get()->std_index_header_ptr[1], nullptr);
     EXPECT_EQ(r.get()->indx_pos[1], 0);
     EXPECT_EQ(r.get()->indx_header[1].entries_in_use, 0u);
-    EXPECT_EQ(tables(r), "streams 0 strd 0 idx1 1\n");
-    video_stream_format v{};
-    audio_stream_format a{};
-    EXPECT_EQ(aviin_get_video_format(r, 0, &v, nullptr), 1);
-    EXPECT_EQ(aviin_get_audio_format(r, 1, &a), 1);
+    EXPECT_EQ(tables(r), "streams 0 strd 0 idx1 1");
     for (const char *expected : {"frame1", "pcm1", "#3"}) EXPECT_EQ(next_data(r), expected);
 
-    ASSERT_EQ(aviin_goto_riff(r, 0, offset_of(r, 0)), 0);
+    ASSERT_EQ(aviin_goto_riff(r, 0, 0), 0);
     EXPECT_EQ(tables(r), at_open);
     for (const char *expected : {"frame0", "pcm0", "#3"}) EXPECT_EQ(next_data(r), expected);
 }
@@ -171,7 +157,7 @@ TEST(RiffSegments, GotoSegmentWithoutMovieDataSucceedsInTheSegment) {
     const byte_image no_movi = avi_form(byte_image().chunk("JUNK", byte_image().text("jjjj")).append(kqdt), "AVIX");
     reader r(byte_image().append(t.main.bytes).append(no_movi));
     ASSERT_EQ(aviin_goto_riff(r, 0, t.avix_at), 0);
-    EXPECT_EQ(tables(r), "streams 0 strd 0 idx1 1\n");
+    EXPECT_EQ(tables(r), "streams 0 strd 0 idx1 1");
     // The walk now steps the segment's own chunks.
     ASSERT_EQ(aviin_seek_by_offset(r, static_cast<uint64_t>(t.avix_at + 12)), 0);
     EXPECT_EQ(next_data(r), "jjjj");
@@ -194,11 +180,6 @@ TEST(RiffSegments, GotoFailuresKeepTheHandleUnlessNothingCanBeEntered) {
         EXPECT_EQ(aviin_goto_riff_checked(&h, 0, m.offset), m.released ? 1 : 0);
         EXPECT_EQ(h == nullptr, m.released);
         if (m.released) r.released();
-    }
-    {
-        reader r(t.file);
-        EXPECT_EQ(aviin_goto_riff(r, 0, size), 1);
-        r.released();
     }
     // A header list that does not open with avih, and a list header cut by
     // the end of the file: 1, standing in no list, where every walk call
