@@ -67,35 +67,10 @@ struct two_segments {
 
 }  // namespace
 
-// Segments the file holds give their offsets and the walk goes on where it
-// was; n past the count fails; a segment within the count that the file does
-// not hold releases the handle, told by -1 in *offset.
-TEST(RiffSegments, OffsetsOfTheMainAndContinuationForms) {
-    const two_segments t;
-    const struct { int32_t n; int result; int64_t offset; } rows[] = {{1, 0, t.avix_at}, {0, 0, 0}, {3, 1, 5}, {2, 1, -1}, {-1, 1, -1}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.n);
-        reader r(t.file);
-        int32_t count = 0;
-        EXPECT_EQ(aviin_get_riff_count(r, &count), 0);
-        EXPECT_EQ(count, 2);
-        EXPECT_EQ(next_data(r), "frame0");
-        int64_t offset = 5;
-        EXPECT_EQ(aviin_get_riff_offset(r, row.n, &offset), row.result);
-        EXPECT_EQ(offset, row.offset);
-        if (offset == -1) {
-            r.released();  // a second release would be a double free, none a leak
-            continue;
-        }
-        EXPECT_EQ(next_data(r), "pcm0") << "the walk re-seeks after the segment walk";
-        EXPECT_EQ(next_data(r), "#3");
-    }
-}
-
-// Main form: KMNU { MRIF, MENU, MRIF } first. Then a menu form with two MRIF
-// chunks, a continuation form, and a second menu form whose MRIF is counted at
-// open but not numbered by the segment walk.
-TEST(RiffSegments, MenuSegmentsOfTheFirstTwoFormsOnly) {
+// Segments in file order. Main form: KMNU { MRIF, MENU, MRIF } first. Then a
+// menu form with two MRIF chunks, a continuation form, and a second menu form
+// whose MRIF is counted at open but not numbered by the segment walk.
+TEST(RiffSegments, OffsetsOfTheFormsAndTheMenuSegmentsOfTheFirstTwo) {
     const auto menu_list = [](const byte_image &chunks) { return byte_image().list("LIST", "KMNU", chunks); };
     const byte_image main_menu =
         menu_list(byte_image().chunk("MRIF", byte_image().fill(6)).chunk("MENU", byte_image().text("menu")).chunk("MRIF", byte_image()));
@@ -112,24 +87,37 @@ TEST(RiffSegments, MenuSegmentsOfTheFirstTwoFormsOnly) {
     const int64_t f4 = f3 + static_cast<int64_t>(avix.size());
 
     // Open counts more (the later menu form's MRIF; the main form's twice, by
-    // its scan and by the KMNU list reader), so 8 and 9 pass the range check
-    // and release the handle.
-    const int64_t expected[] = {0, 24, 24 + 14 + 12, f2, f2 + 24, f2 + 24 + 20, f3, f4, -1, -1};
-    for (int32_t n = 0; n < 10; ++n) {
+    // its scan and by the KMNU list reader): 8 to 10 pass the range check
+    // but the file holds no such segment, which releases the handle, told by
+    // -1 in *offset; so does -1. Past the count the call fails and keeps the
+    // handle, and the walk goes on where it was.
+    const int64_t expected[] = {-1, 0, 24, 24 + 14 + 12, f2, f2 + 24, f2 + 24 + 20, f3, f4, -1, -1, -1, 5};
+    for (int32_t n = -1; n <= 11; ++n) {
+        SCOPED_TRACE(n);
         reader r(file);
         int32_t count = 0;
         ASSERT_EQ(aviin_get_riff_count(r, &count), 0);
-        ASSERT_GT(count, 9);
-        int64_t offset = 0;
-        EXPECT_EQ(aviin_get_riff_offset(r, n, &offset), expected[n] < 0 ? 1 : 0) << "segment " << n;
-        EXPECT_EQ(offset, expected[n]) << "segment " << n;
-        if (offset == -1) r.released();
+        ASSERT_EQ(count, 10);
+        int64_t offset = 5;
+        EXPECT_EQ(aviin_get_riff_offset(r, n, &offset), n >= 0 && n < 8 ? 0 : 1);
+        EXPECT_EQ(offset, expected[n + 1]);
+        if (offset == -1) {
+            r.released();  // a second release would be a double free, none a leak
+            continue;
+        }
+        EXPECT_EQ(next_data(r), "f");
+        EXPECT_EQ(next_data(r), "#3");
     }
 }
 
-TEST(RiffSegments, GotoContinuationFormAndBackRebuildsTheTables) {
+// Into the continuation form, back to the main form, then into a form with
+// no movie data, which is entered all the same.
+TEST(RiffSegments, GotoEachFormRebuildsTheTables) {
     const two_segments t;
-    reader r(t.file);
+    const byte_image kqdt = byte_image().list("LIST", "KQDT", byte_image().chunk("MTDA", byte_image()));
+    const byte_image no_movi = avi_form(byte_image().chunk("JUNK", byte_image().text("jjjj")).append(kqdt), "AVIX");
+    const int64_t third = static_cast<int64_t>(t.file.size());
+    reader r(byte_image().append(t.file).append(no_movi));
     const std::string at_open = tables(r);
     ASSERT_EQ(at_open, "streams 2 strd 1 idx1 0; 64x48 MJPG length 10 strd strd name video one; rate 8000 name audio one");
     std_index_header cursor{};
@@ -149,17 +137,11 @@ TEST(RiffSegments, GotoContinuationFormAndBackRebuildsTheTables) {
     ASSERT_EQ(aviin_goto_riff(r, 0, 0), 0);
     EXPECT_EQ(tables(r), at_open);
     for (const char *expected : {"frame0", "pcm0", "#3"}) EXPECT_EQ(next_data(r), expected);
-}
 
-TEST(RiffSegments, GotoSegmentWithoutMovieDataSucceedsInTheSegment) {
-    const two_segments t;
-    const byte_image kqdt = byte_image().list("LIST", "KQDT", byte_image().chunk("MTDA", byte_image()));
-    const byte_image no_movi = avi_form(byte_image().chunk("JUNK", byte_image().text("jjjj")).append(kqdt), "AVIX");
-    reader r(byte_image().append(t.main.bytes).append(no_movi));
-    ASSERT_EQ(aviin_goto_riff(r, 0, t.avix_at), 0);
+    ASSERT_EQ(aviin_goto_riff(r, 0, third), 0);
     EXPECT_EQ(tables(r), "streams 0 strd 0 idx1 1");
     // The walk now steps the segment's own chunks.
-    ASSERT_EQ(aviin_seek_by_offset(r, static_cast<uint64_t>(t.avix_at + 12)), 0);
+    ASSERT_EQ(aviin_seek_by_offset(r, static_cast<uint64_t>(third + 12)), 0);
     EXPECT_EQ(next_data(r), "jjjj");
 }
 
