@@ -11,13 +11,7 @@ using namespace kelqtest;
 
 namespace {
 
-byte_image with_streams(const std::vector<byte_image> &strls, const byte_image &extra_hdrl = byte_image()) {
-    byte_image inner = avih_chunk(static_cast<uint32_t>(strls.size()));
-    for (const byte_image &s : strls) inner.append(s);
-    return avi_form(byte_image().list("LIST", "hdrl", inner.append(extra_hdrl)).append(one_frame_movi()));
-}
-
-bool opens(const std::vector<byte_image> &strls) { return reader(with_streams(strls)).get() != nullptr; }
+bool opens(const std::vector<byte_image> &strls) { return reader(streams_file(strls)).get() != nullptr; }
 
 byte_image video_chunks(const char *code, int32_t height, const std::vector<byte_image> &after) {
     byte_image b = byte_image().append(strh_chunk("vids", code, 1, 25, 7)).append(strf_video_chunk(320, height, code));
@@ -36,12 +30,12 @@ TEST(StreamTable, ClassifiesEachKindAndGivesItsFormat) {
                                        .append(strf_audio_chunk(0x55, 2, 44100, 16, {1, 2, 3, 4}))
                                        .append(strn_chunk("Stereo")));
     const byte_image odml = byte_image().list("LIST", "odml", byte_image().chunk("xxxx", byte_image().u32(1234).fill(244)));
-    reader h(with_streams({
+    reader h(streams_file({
         video_strl("MJPG", "Video"), stereo, text_strl("Subtitle (English)"), text_strl("subtitle"),
         text_strl("Chapter list"), text_strl(""), video_strl("kqsb", "Sub 1"),
         strl(byte_image().append(strh_chunk("mids", "\0\0\0\0", 1, 1, 0)).append(strf_caption_chunk(0, 0, 0, 0))),
-        video_strl("XVID"),
-    }, odml));
+        video_strl("XVID"), odml,
+    }));
     ASSERT_NE(h.get(), nullptr);
     // Stream 19 is an unused slot; 20 is no slot.
     const uint32_t expected[] = {3, 1, 5, 0, 7, 0, 6, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -108,7 +102,7 @@ TEST(StreamTable, ChunkOrderInsideStreamListAndTheVideoGetters) {
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.bitmap ? "bitmap" : "video");
-        reader h(with_streams({row.strl}));
+        reader h(streams_file({row.strl}));
         ASSERT_NE(h.get(), nullptr);
         video_stream_format v{};
         uint32_t length = 0;
