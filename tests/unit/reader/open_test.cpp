@@ -135,7 +135,6 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
         EXPECT_EQ(aviin_open_report(path, 0, c.tolerances, small, 8), c.code);
         EXPECT_EQ(std::string(small), std::string(text).substr(0, 7));
         EXPECT_EQ(small[8], '#');
-        EXPECT_EQ(aviin_open_report(path, 0, c.tolerances, nullptr, 0), c.code);
         if (h == nullptr) continue;
         expect_opened(h, c.image);
         if (c.riff >= 0) { EXPECT_EQ(h->riff_count, c.riff); }
