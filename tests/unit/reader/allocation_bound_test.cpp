@@ -62,20 +62,13 @@ byte_image video_with(const byte_image &after_format) {
     return byte_image().append(strh_chunk("vids", "MJPG", 1, 25, 1)).append(strf_video_chunk(64, 48, "MJPG")).append(after_format);
 }
 
-struct hostile { const char *what; byte_image image; };
-
-std::vector<hostile> hostile_images() {
-    const byte_image audio = byte_image().append(strh_chunk("auds", "\0\0\0\0", 1, 8000, 1)).append(strf_audio_chunk(1, 1, 8000, 8));
-    const byte_image text = byte_image().append(strh_chunk("txts", "\0\0\0\0", 1, 1000, 0)).append(strf_caption_chunk(1, 2, 3, 4));
-    const byte_image bitmap = byte_image().append(strh_chunk("vids", "\0\0\0\0", 1, 25, 1)).append(strf_video_chunk(32, 8, "KQSB"));
+TEST(AllocationBound, OpeningHostileFilesAllocatesNoMoreThanTheFileHolds) {
     // The name's size claims the most a signed 16-bit length allows, and the
-    // bytes that follow in the file are far fewer.
+    // bytes that follow in the file are far fewer. Every kind of stream reads
+    // its name through the same call.
     const byte_image long_name = claimed("strn", "Video", 0x7FFF);
-    return {
+    const struct { const char *what; byte_image image; } rows[] = {
         {"video name of 0x7FFF bytes", avi_form(byte_image().append(hdrl({strl(video_with(long_name))})))},
-        {"audio name of 0x7FFF bytes", avi_form(hdrl({strl(byte_image().append(audio).append(long_name))}))},
-        {"bitmap caption name of 0x7FFF bytes", avi_form(hdrl({strl(byte_image().append(bitmap).append(long_name))}))},
-        {"text caption name of 0x7FFF bytes", avi_form(hdrl({strl(byte_image().append(text).append(long_name))}))},
         {"strd of 0xFFFFFFF0 bytes", avi_form(hdrl({strl(video_with(byte_image().id("strd").u32(16).u32(0).u32(0xFFFFFFF0u)))}))},
         {"super index of 0xFFFFFFFF entries",
          file_with(video_with(byte_image().id("indx").u32(0xFFFFFFF0u).u16(4).u8(0).u8(0).u32(0xFFFFFFFFu).id("00dc")))},
@@ -86,10 +79,7 @@ std::vector<hostile> hostile_images() {
         {"menu block of 0xFFFFFFF0 bytes",
          file_with(video_with({}), byte_image().list("LIST", "KMNU", claimed("MENU", "menu", 0xFFFFFFF0u)))},
     };
-}
-
-TEST(AllocationBound, OpeningHostileFilesAllocatesNoMoreThanTheFileHolds) {
-    for (const hostile &row : hostile_images()) {
+    for (const auto &row : rows) {
         // The whole image, and the image cut short at every fourth byte.
         for (size_t cut = row.image.size(); cut >= 12; cut = cut > 16 ? cut - 4 : 0) {
             const byte_image image = row.image.head(cut);

@@ -66,11 +66,13 @@ void index_calls(aviin_handle *h) {
     }
 }
 
-// Opens a damaged image, runs the walks and the index calls, then numbers
-// the segments and walks each one entered. True when the image opened.
+// Opens a damaged image (the open report agreeing), runs the walks and the
+// index calls, then numbers the segments and walks each one entered. True
+// when the image opened.
 bool exercise(const byte_image &bytes, const byte_image &source, uint32_t swapped, int &segments_entered) {
     temp_file file(bytes);
     aviin_handle *h = aviin_open(file.path(), swapped);
+    EXPECT_EQ(aviin_open_report(file.path(), swapped, 0, nullptr, 0) == AVIIN_OPEN_OK, h != nullptr);
     if (h == nullptr) return false;
     walk(h, source);
     index_calls(h);

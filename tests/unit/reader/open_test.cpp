@@ -6,7 +6,7 @@
 #include <string>
 
 #include "reader/reader_handle.h"
-#include "support/avi_image.h"
+#include "unit/reader/reader_images.h"
 
 using namespace kelqtest;
 
@@ -14,12 +14,8 @@ namespace {
 
 byte_image simple_body() { return byte_image().append(hdrl({video_strl()})).append(one_frame_movi()); }
 
-byte_image with_streams(const std::vector<byte_image> &strls) {
-    return avi_form(byte_image().append(hdrl(strls)).append(one_frame_movi()));
-}
-
 byte_image video_with(const byte_image &after_strh) {
-    return with_streams({strl(byte_image().append(strh_chunk("vids", "MJPG", 1, 25, 1)).append(after_strh))});
+    return streams_file({strl(byte_image().append(strh_chunk("vids", "MJPG", 1, 25, 1)).append(after_strh))});
 }
 
 // A menu form: LIST "KMNU" holding the chunks.
@@ -72,7 +68,6 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
         {"no such file", byte_image(), 0, AVIIN_REFUSED_CANNOT_OPEN, "No such file or directory", "/nonexistent/k.avi"},
         {"a directory", byte_image(), 0, AVIIN_REFUSED_READ_ERROR, "error reading it at offset 0: Is a directory", "/"},
         {"plain file", avi_form(body), 0, AVIIN_OPEN_OK, "", nullptr, 1, 1, 0},
-        {"plain file, tolerant", avi_form(body), AVIIN_TOLERATE_ALL, AVIIN_OPEN_OK, "", nullptr, 1, 1, 0},
         {"long video format, tolerant", long_format, AVIIN_TOLERATE_ALL, AVIIN_OPEN_OK, "", nullptr, 1, 1, 0},
         {"menu segment header first", byte_image().list("MRIF", "AVI ", body), 0, AVIIN_OPEN_OK, "", nullptr, 0, 1, 0},
         // Four forms and two MRIF chunks.
@@ -107,7 +102,7 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
         {"hdrl without avih first", avi_form(byte_image().list("LIST", "hdrl", byte_image().append(video_strl())).append(one_frame_movi())), 0,
          AVIIN_REFUSED_NO_AVIH, "main header (avih)"},
         {"empty hdrl", avi_form(byte_image().list("LIST", "hdrl", byte_image()).append(one_frame_movi())), 0, AVIIN_REFUSED_NO_AVIH, "main header (avih)"},
-        {"strl without strh", with_streams({strl(byte_image().append(strf_video_chunk(64, 48, "MJPG")))}), 0,
+        {"strl without strh", streams_file({strl(byte_image().append(strf_video_chunk(64, 48, "MJPG")))}), 0,
          AVIIN_REFUSED_BAD_STREAM_HEADER, "stream 0 has no stream header (strh)"},
         {"video format shorter than its header says", video_with(byte_image().chunk("strf", byte_image().u32(44).fill(36))),
          AVIIN_TOLERATE_ALL, AVIIN_REFUSED_BAD_STREAM_FORMAT, "holds 40 bytes, but its header says 44"},
@@ -119,9 +114,9 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
          AVIIN_REFUSED_LONG_FORMAT, "has 2 bytes after its 40-byte header"},
         {"name size with bit 15 set", video_with(byte_image().append(strf_video_chunk(64, 48, "MJPG")).id("strn").u32(0x8000).fill(8)), 0,
          AVIIN_REFUSED_BAD_STREAM_NAME, "stream 0's name (strn) claims 32768 bytes"},
-        {"20 streams", with_streams(std::vector<byte_image>(20, strl(strh_chunk("mids", "MIDI", 1, 1, 1)))), 0,
+        {"20 streams", streams_file(std::vector<byte_image>(20, strl(strh_chunk("mids", "MIDI", 1, 1, 1)))), 0,
          AVIIN_REFUSED_TOO_MANY_STREAMS, "more than 19 streams (stream 19 is one too many)"},
-        {"13 audio streams", with_streams(std::vector<byte_image>(13, audio_strl())), 0, AVIIN_REFUSED_TOO_MANY_STREAMS,
+        {"13 audio streams", streams_file(std::vector<byte_image>(13, audio_strl())), 0, AVIIN_REFUSED_TOO_MANY_STREAMS,
          "more than 12 audio streams (stream 12 is one too many)"},
     };
     for (const auto &c : cases) {
@@ -140,7 +135,6 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
         EXPECT_EQ(aviin_open_report(path, 0, c.tolerances, small, 8), c.code);
         EXPECT_EQ(std::string(small), std::string(text).substr(0, 7));
         EXPECT_EQ(small[8], '#');
-        EXPECT_EQ(aviin_open_report(path, 0, c.tolerances, nullptr, 0), c.code);
         if (h == nullptr) continue;
         expect_opened(h, c.image);
         if (c.riff >= 0) { EXPECT_EQ(h->riff_count, c.riff); }
@@ -154,22 +148,4 @@ TEST(Open, OpensOrRefusesAndSaysWhy) {
     char text[64];
     EXPECT_EQ(aviin_open_report(nullptr, 0, 0, text, sizeof text), AVIIN_REFUSED_CANNOT_OPEN);
     EXPECT_EQ(aviin_open(nullptr, 0), nullptr);
-}
-
-// Every length of a two-segment file with three kinds of stream: the report
-// agrees with the open.
-TEST(Open, ReportAgreesWithTheOpenAtEveryLength) {
-    byte_image image = avi_form(byte_image()
-                                    .append(hdrl({video_strl("MJPG", "Video"), audio_strl("Sound"), text_strl("Subtitle")}))
-                                    .append(movi(byte_image().chunk("00dc", byte_image().text("frame")).chunk("01wb", byte_image().text("pcm")))));
-    image.append(avi_form(one_frame_movi(), "AVIX"));
-    int opened = 0;
-    for (size_t n = 0; n <= image.size(); ++n) {
-        temp_file file(image.head(n));
-        aviin_handle *h = aviin_open(file.path(), 0);
-        opened += h != nullptr;
-        EXPECT_EQ(aviin_open_report(file.path(), 0, 0, nullptr, 0) == AVIIN_OPEN_OK, h != nullptr) << n;
-        aviin_close(h);
-    }
-    EXPECT_GT(opened, 0);
 }

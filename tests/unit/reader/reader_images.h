@@ -18,6 +18,12 @@ namespace kelqtest {
 
 inline byte_image two_stream_hdrl() { return hdrl({video_strl("MJPG", "video one"), audio_strl("audio one")}); }
 
+// A file whose header list holds the given stream lists (and any other list
+// put among them), with one video frame in "movi".
+inline byte_image streams_file(const std::vector<byte_image> &strls) {
+    return avi_form(byte_image().append(hdrl(strls)).append(one_frame_movi()));
+}
+
 // A form: a header list (may be empty), "movi" with the given chunks, then
 // what follows the movi list inside the form.
 struct form_image {
