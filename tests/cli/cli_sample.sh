@@ -18,6 +18,7 @@ size=$(head -n 1 "$work/out" | sed -n 's/.*, \([0-9]*\) bytes.*/\1/p')
 
 check "the summary finds nothing wrong" has ' No problems found\.$'
 check "ASCII tree drawing in the C locale" has "|  |- LIST 'strl'"
+check "idx1 last, drawn as the last entry" sh -c "grep -E '^ *[0-9]+  ' '$work/out' | tail -n 1 | grep -q '\`- idx1'"
 cp "$work/out" "$work/table.txt"
 rows=$(grep -c -E '^ *[0-9]+  ' "$work/out")
 
