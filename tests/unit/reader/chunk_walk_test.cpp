@@ -182,32 +182,6 @@ TEST(ChunkWalk, EachCallLeavesTheStreamWhereItsStepEndsWhateverMovedItBefore) {
     }
 }
 
-// LIST "rec " { 00dc, 01wb } then 00dc.
-TEST(ChunkWalk, RecGroupIsEnteredByTheResyncScanAndByFourByteSteps) {
-    const byte_image group = byte_image().chunk("00dc", byte_image().text("abcd")).chunk("01wb", byte_image().text("xy"));
-    const form_image f = main_form(byte_image().list("LIST", "rec ", group).chunk("00dc", byte_image().text("zz")), some_idx1);
-    const int64_t p = f.movi_data;
-
-    reader whole(f.bytes);
-    ASSERT_TRUE(whole);
-    // The size field, "rec " and the first character of the inner id.
-    EXPECT_EQ(said(next_chunk(whole)), "0 0 4294967295 LIST " + as_text(bytes_at(f.bytes, p + 4, 9)));
-    for (const char *expected : {"abcd", "xy", "zz"}) EXPECT_EQ(as_text(next_chunk(whole).data), expected);
-    EXPECT_EQ(next_chunk(whole).result, 3);
-
-    // The header walk: "LIST" (with the size read after it), the size field
-    // and "rec " as unknown ids four bytes apart, then the group's chunks.
-    reader headers(f.bytes);
-    ASSERT_TRUE(headers);
-    EXPECT_EQ(said(next_header(headers)), "0 0 4294967295 @" + std::to_string(p + 4) + " " + std::to_string(group.size() + 4));
-    const struct { uint32_t type; int64_t offset; } steps[] = {{0, p + 8}, {0, p + 12}, {3, p + 20}, {1, p + 32}, {3, p + 42}};
-    for (const auto &s : steps) {
-        const header_call c = next_header(headers);
-        EXPECT_EQ(std::to_string(c.result) + " " + std::to_string(c.type) + " @" + std::to_string(c.offset), "0 " + std::to_string(s.type) + " @" + std::to_string(s.offset));
-    }
-    EXPECT_EQ(next_header(headers).result, 3);
-}
-
 // An unknown chunk whose data holds ids that must not end the scan ("JUNK",
 // an "ix" id, RES1, a swapped id, an unknown "d?" suffix), then 01wb, 00dc.
 TEST(ChunkWalk, ResyncScanStoresWhatItSkipsAndIsBoundedByTheCapacity) {

@@ -123,33 +123,6 @@ TEST(WriterOdml, TimeModeFlushesVideoAndAudio) {
     }
 }
 
-// index_chunk_seconds 1.0 (or less): every track is due before every chunk,
-// so the first ix## is empty and every chunk of an indexed track costs its
-// idx1 record.
-TEST(WriterOdml, ShortIndexesFlushBeforeEveryChunk) {
-    scratch_path path;
-    aviout_handle *w = open_writer(path, "vt", {1, 1.0});
-    ASSERT_NE(w, nullptr);
-    for (int i = 0; i < 5; ++i) ASSERT_EQ(put(w, 0, 1, payload(6, i)), 0);
-    ASSERT_EQ(put(w, 1, 0, payload(4, 9)), 0);
-    aviout_close(w);
-    const std::vector<uint8_t> b = file_bytes(path);
-    const std::vector<chunk_at> movi = movi_chunks(b);
-    std::string order;
-    for (const chunk_at &c : movi) order += c.id == ix_default ? "ix " : c.id + " ";
-    EXPECT_EQ(order, "ix 00dc ix 00dc ix 00dc ix 00dc ix 00dc ix 01st ix ");
-    std::vector<uint32_t> durations;
-    for (const super_entry &e : super_entries(b, 0)) durations.push_back(e.duration);
-    // The caption chunk flushed the track once more.
-    EXPECT_EQ(durations, (std::vector<uint32_t>{0, 1, 1, 1, 1, 1, 0}));
-    // The flush right after set-up: no entries, no base offset.
-    EXPECT_EQ(le32(b, movi[0].data() + 4), 0u);
-    for (size_t at = 12; at < movi[0].size; ++at) ASSERT_EQ(b[movi[0].data() + at], 0u) << at;
-    // The caption chunk's put flushed the video track too: no record survives.
-    EXPECT_EQ(find_child(b, 0, "idx1").size, 0u);
-    EXPECT_EQ(read_back(path).size(), 6u);
-}
-
 // Index bounds: more than 100 standard indexes in a track (the 101st flush
 // is refused), and a frame_duration that does not match the data (a
 // standard index fills to N + 2 entries and stops). put_chunk says 1 but
