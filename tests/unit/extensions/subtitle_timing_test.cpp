@@ -35,8 +35,6 @@ std::tuple<int, uint32_t, uint32_t> parse(const std::string &text) {
 TEST(subtitle_span, parses_good_odd_and_malformed_text) {
     const struct { const char *text; int result; uint32_t start, duration; } rows[] = {
         {"00:00:01.500-00:00:03.250", 0, 1500, 1750},
-        {"00:01:02.003-00:01:04.005", 0, 62003, 2002},
-        {"01:00:00.000-02:30:00.000", 0, 3600000, 5400000},
         {"00:00:05.000-00:00:05.000", 0, 5000, 0},
         // Only 25 characters count: byte 25 becomes NUL, and a separator past it is not there.
         {"00:00:01.500-00:00:03.2509999", 0, 1500, 1750},
@@ -111,10 +109,9 @@ shown at(aviin_handle *h, const keyindex_table *t, int32_t frame, uint32_t strea
 
 // The subtitle shown at a frame: name of the chunk expected, or '-' for the
 // last frame reached (nothing to show), and the time it has left.
+// The plain cases (a subtitle starting at the frame, one still showing, one
+// passed over) are the tool's on its sample file; these are the edges.
 const struct { int32_t frame; uint32_t stream; char expected; uint32_t duration; const char *why; } shown_rows[] = {
-    {8, 1, 'A', no_duration, "starting at the frame's time: no duration"},
-    {9, 1, 'A', 975, "already showing: the time it has left"},
-    {13, 1, '-', no_duration, "A has 475 ms left: passed over"},
     {60, 1, '-', no_duration, "B has exactly 500 ms left, not more"},
     {39, 2, 'E', 20000 - 4875, "within 5 s the walk starts at the first chunk, before E"},
     {41, 2, '-', no_duration, "from 5 s on it starts at a key frame, after E"},
