@@ -33,15 +33,13 @@ bool is_menu_list(const char *type) { return std::string(type) == "KMNU"; }
 }  // namespace
 
 // Each list read with its reader: only chunks inside the list count, later
-// metadata replaces earlier, a MENU in the extension list is no menu block,
-// and the stream ends just after the list.
+// metadata replaces earlier, and the stream ends just after the list. (Which
+// chunk of an extension list is the metadata, the tool's tests see on written
+// files that carry a MENU there too.)
 TEST(ExtensionLists, ReadersTakeTheirBlocks) {
     const byte_image outside = byte_image().chunk("MTDA", byte_image().text("outside"));
     const byte_image menu_chunk = byte_image().chunk("MENU", byte_image().text("0123456789"));
     const struct { const char *name, *type; byte_image chunks; std::string metadata, menu; int32_t segments; } rows[] = {
-        {"payload", "KQDT",
-         byte_image().chunk("JUNK", byte_image().text("abc")).chunk("MTDA", byte_image().text("hello"))
-             .chunk("MENU", byte_image().text("menu")), "hello", none, 0},
         {"ids without case, the later one kept", "KQDT",
          byte_image().chunk("MTDA", byte_image().text("first")).chunk("mtda", byte_image().text("second")), "second", none, 0},
         {"menu whole, MRIF counted", "KMNU",

@@ -96,32 +96,31 @@ TEST(ReadIndx, MovesPastTheChunkBySizeAsStored) {
 // Single entries through a super index of each kind: the standard index
 // holding the entry is found by the durations, its entries stepped by its
 // own width; an indx of bIndexType 1 holds the entries itself; the type
-// follows the chunk id; bit 31 of the size says "not key".
+// follows the chunk id; bit 31 of the size says "not key". Entries with
+// swapped ids are looked up in whole files opened with them.
 TEST(IndxEntry, SuperIndexLeadsToTheStandardIndexHoldingTheEntry) {
     constexpr uint32_t video = KELQAVI_CHUNK_VIDEO, audio = KELQAVI_CHUNK_AUDIO, failed = 0xDEAD;
     const byte_image plain = two_level_index().image, wide = two_level_index("00dc", 10, 3).image;
     // dwDuration of an audio super index counts bytes, yet is taken as the number of entries.
-    const byte_image sound = two_level_index("01wb", 3000).image, swapped = two_level_index("dc07").image;
+    const byte_image sound = two_level_index("01wb", 3000).image;
     const byte_image chunks = at_indx(indx_of_chunks("02wb", {{8, 10}, {26, 0x80000020u}, {70, 7}}));
-    const struct { const char *name; const byte_image &image; uint32_t swapped, stream, n, size, key, type; } rows[] = {
-        {"second standard index", plain, 0, 0, 15, 305, 0, video},
-        {"bit 31 removed", plain, 0, 0, 3, 0x400, 0, video},
-        {"key frame", plain, 0, 0, 12, 302, 16, video},
-        {"twenty entries, the third slot unused", plain, 0, 0, 20, failed, failed, failed},
-        {"no indx for stream 1", plain, 0, 1, 0, failed, failed, failed},
-        {"no slot", plain, 0, 20, 0, failed, failed, failed},
-        {"audio durations", sound, 0, 1, 3000, 300, 16, audio},
-        {"swapped ids", swapped, 1, 7, 12, 302, 16, video},
-        {"swapped ids, plain handle", swapped, 0, 7, 0, failed, failed, failed},
-        {"three longs, second index", wide, 0, 0, 19, 309 | non_key, 0, video},
-        {"chunk entries in the indx", chunks, 0, 2, 1, 0x20 | non_key, 0, audio},
-        {"last chunk entry", chunks, 0, 2, 2, 7, 16, audio},
-        {"past the chunk entries", chunks, 0, 2, 3, failed, failed, failed},
+    const struct { const char *name; const byte_image &image; uint32_t stream, n, size, key, type; } rows[] = {
+        {"second standard index", plain, 0, 15, 305, 0, video},
+        {"bit 31 removed", plain, 0, 3, 0x400, 0, video},
+        {"key frame", plain, 0, 12, 302, 16, video},
+        {"twenty entries, the third slot unused", plain, 0, 20, failed, failed, failed},
+        {"no indx for stream 1", plain, 1, 0, failed, failed, failed},
+        {"no slot", plain, 20, 0, failed, failed, failed},
+        {"audio durations", sound, 1, 3000, 300, 16, audio},
+        {"three longs, second index", wide, 0, 19, 309 | non_key, 0, video},
+        {"chunk entries in the indx", chunks, 2, 1, 0x20 | non_key, 0, audio},
+        {"last chunk entry", chunks, 2, 2, 7, 16, audio},
+        {"past the chunk entries", chunks, 2, 3, failed, failed, failed},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
-        hand_handle h(r.image, -1, r.swapped);
-        read_indx_at(h, r.swapped);
+        hand_handle h(r.image);
+        read_indx_at(h);
         const entry_out e = get_entry(h, r.n, r.stream);
         EXPECT_EQ(e.status, r.size == failed ? 1 : 0);
         EXPECT_EQ(std::make_tuple(e.size, e.key, e.type), std::make_tuple(r.size & ~non_key, r.key, r.type));

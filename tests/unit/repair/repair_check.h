@@ -71,10 +71,8 @@ inline void expect_counts(const std::vector<uint8_t> &b, const std::vector<chunk
 // The repaired file holds exactly `kept`, in order, its RIFF sizes tile it,
 // its idx1 describes the first RIFF's chunks with the expected key and
 // no-time flags, every super index not emptied lists exactly its stream's
-// chunks with their key flags; with counted, the header counts are the kept
-// chunks'.
-inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kept, uint32_t swapped = 0,
-                            bool counted = true) {
+// chunks with their key flags, and the header counts are the kept chunks'.
+inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kept, uint32_t swapped = 0) {
     const std::vector<uint8_t> b = file_bytes(path);
     std::vector<chunk_at> all;
     size_t first_riff = 0, end = 0;
@@ -112,7 +110,7 @@ inline void expect_repaired(const char *path, const std::vector<kept_chunk> &kep
             }
         expect_indexes_list(b, static_cast<int>(s), of_stream, keys);
     }
-    if (counted) expect_counts(b, all, first_riff);
+    expect_counts(b, all, first_riff);
 }
 
 }  // namespace kelqtest
