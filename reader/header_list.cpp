@@ -299,7 +299,7 @@ void read_hdrl(aviin_handle *h, uint32_t swapped_ids) {
     const uint32_t first = next_chunk_in_list(hdrl);
     hdrl->status |= static_cast<uint32_t>(end_of_list(hdrl));
     if (!fourCC_equal(first, id_avih)) hdrl->status |= 1;
-    if (hdrl->status != 0) return kelq::note_refusal(h, AVIIN_REFUSED_NO_AVIH, hdrl->start, id_list);
+    if (hdrl->status != 0) return kelq::note_refusal(h, AVIIN_REFUSED_NO_AVIH, hdrl->start, 0, id_list);
     read_header_avih(&h->main_header, hdrl->stream);
     while (hdrl->status == 0 && !end_of_list(hdrl)) {
         if (!fourCC_equal(next_chunk_in_list(hdrl), id_list)) continue;
@@ -307,7 +307,7 @@ void read_hdrl(aviin_handle *h, uint32_t swapped_ids) {
         list_node *child = new_list(hdrl, hdrl->stream);
         if (child == nullptr) {
             hdrl->status |= 1;
-            return kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, child_pos, id_list);
+            return kelq::note_refusal(h, AVIIN_REFUSED_CUT_SHORT, child_pos, 0, id_list);
         }
         h->current_list = child;
         if (fourCC_equal(child->type, id_strl)) {
