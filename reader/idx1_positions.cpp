@@ -2,6 +2,7 @@
 // for callers that go through the whole index (a copy that keeps key flags).
 #include "reader/index_walk.h"
 #include "reader/tolerant_rules.h"
+#include "riff/file_extent.h"
 
 extern "C" {
 
@@ -14,7 +15,7 @@ int aviin_get_idx1_positions(aviin_handle *h, uint32_t first, index_position *en
     const int64_t here = file_tell(f);
     if (h->idx1_pos == 0 || here < 0) return kelq::result_failed;
     uint8_t head[kelq::chunk_header_size] = {};
-    if (file_seek(f, h->idx1_pos, kelq::origin_start) == 0) file_read(f, head, sizeof head);
+    kelq::read_at(f, h->idx1_pos, head, sizeof head);
     // Entries while 16 x entry stays below the size field, as aviin_get_idx1_entry has them.
     const uint64_t total = (static_cast<uint64_t>(str2long(head + 4)) + 15) / kelq::idx1_entry_size;
     const uint64_t left = first < total ? total - first : 0;
