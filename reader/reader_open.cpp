@@ -223,9 +223,11 @@ aviin_handle *kelq::open_reader(const char *path, uint32_t swapped_ids, uint32_t
     if (!is_avi_form(h, f, riff)) return fail_open(h);
     find_idx1(h, riff);
 
+    // The first entry worked, so a second that fails ran out of memory (or
+    // met a read error, which the note records instead).
     riff = enter_first_form(h, f);
     if (riff == nullptr) {
-        is_avi_form(h, f, riff);
+        kelq::note_refusal(h, AVIIN_REFUSED_NO_MEMORY, 0);
         return fail_open(h);
     }
     if (!walk_header_lists(h, riff, swapped_ids)) return fail_open(h);
