@@ -206,6 +206,11 @@ refused() {  # refused FILE REASON [MODES]
     done
 }
 refused "$work/palette.avi" "stream 0's video format has 1024 bytes after its 40-byte header (palette or codec data), which this reader does not accept" --strict
+# Read without --strict, the palette has no place in the written format: the
+# copy is made, and the dropped bytes make it exit 3.
+kq remux "$work/palette.avi" "$work/x.avi"
+expect_status 3 "remux of a palette it cannot write"
+check "the dropped palette is listed as lost" has '^Lost: stream 0 (video): .*1,\?024 bytes of its format past the header not written$'
 # The header list ends the file: the reader stops looking for the stream's
 # next chunk before it can miss 'movi'.
 refused "$work/nomovi.avi" "stream 0's list is cut short by the end of the file"
