@@ -14,12 +14,13 @@ using kelq::result_end_of_list;
 using kelq::result_failed;
 using kelq::result_ok;
 
-constexpr uint8_t index_of_indexes = 0;
-constexpr uint8_t index_of_chunks = 1;
+using kelq::index_of_chunks;
+using kelq::index_of_indexes;
+using kelq::std_entry_size;
+
 constexpr uint32_t min_longs_per_entry = 2;  // dwOffset, dwSize
-constexpr uint32_t std_entry_size = 8;       // the two of them
 constexpr uint32_t block_entries = 64;
-constexpr int64_t index_head_size = chunk_header_size + kelq::indx_header_size;
+constexpr int64_t index_head_size = kelq::index_entries_offset;
 
 // Entries of `size` bytes that fit between offset and end.
 uint64_t entries_between(int64_t offset, int64_t end, uint64_t size) {

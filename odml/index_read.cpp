@@ -11,15 +11,14 @@ namespace {
 
 using kelq::chunk_header_size;
 using kelq::decode_std_header;
+using kelq::index_of_chunks;
+using kelq::index_of_indexes;
+using kelq::std_entry_size;
 using kelq::key_frame_flags;
 using kelq::not_key_frame;
 using kelq::super_index_capacity;
 
-constexpr int64_t entries_offset = chunk_header_size + kelq::indx_header_size;
-constexpr int64_t std_entry_size = 8;                      // dwOffset, dwSize
 constexpr int64_t bytes_per_long = 4;                      // wLongsPerEntry counts 32-bit words
-constexpr uint8_t index_of_indexes = 0;
-constexpr uint8_t index_of_chunks = 1;
 constexpr uint32_t offset_flag_bit = 1u << 24;             // tested by avi2_get_index_entry
 
 // Where each field lies in the 24 bytes after a standard index chunk's size.
@@ -79,7 +78,7 @@ int read_entry(FILE *stream, index_entry &e) {
 // Entry n of an indx that holds chunk entries itself; the stream at its id.
 int entry_in_chunk_index(FILE *stream, const kelq::indx_header_copy &indx, uint32_t n, index_entry &e) {
     if (n >= indx.entries_in_use) return 1;
-    if (file_seek(stream, entries_offset + std_entry_size * n, 1) != 0) return 1;
+    if (file_seek(stream, kelq::index_entries_offset + static_cast<int64_t>(std_entry_size) * n, 1) != 0) return 1;
     return read_entry(stream, e);
 }
 
@@ -206,7 +205,7 @@ int avi2_get_index_entry(int64_t ix_position, aviin_handle *h, uint32_t entry_nu
     if (type != nullptr) *type = cursor != nullptr ? static_cast<uint32_t>(get_chunk_type(cursor->chunk_id, h->swapped_ids)) : 0;
     // Summed unsigned so that a hostile position wraps (and the seek fails)
     // instead of overflowing.
-    const uint64_t at = static_cast<uint64_t>(ix_position) + entries_offset + static_cast<uint64_t>(std_entry_size) * entry_number;
+    const uint64_t at = static_cast<uint64_t>(ix_position) + kelq::index_entries_offset + static_cast<uint64_t>(std_entry_size) * entry_number;
     FILE *stream = kelq::index_stream(h);
     const int status = file_seek(stream, static_cast<int64_t>(at), 0);
     if (status != 0) return status;
